@@ -1,0 +1,266 @@
+#include <kel/AttrLog.h>
+
+#include <kel/Entity.h>
+#include <kel/GenericIf.h>
+#include <kel/Path.h>
+
+// Keys stand in order of their revision, oldest first, so that a difference is the tail of the list: its cost is that of what it holds. A key
+// that changes again moves to the end.
+
+namespace Kel {
+
+namespace {
+
+enum class Record : U8 { set = 0, gone = 1, end = 2, clear = 3 };
+
+bool isCollection( const Attr& row ) {
+   return row.kind == AttrKind::map || row.kind == AttrKind::childMap || row.kind == AttrKind::refMap || row.kind == AttrKind::queue;
+}
+
+const char* memberOf( const Entity& entity, const Attr& row ) { return reinterpret_cast< const char* >( &entity ) + row.offset; }
+
+std::string keyBytes( const Type& type, const void* key ) {
+   LogOut out;
+   write( type, key, out );
+   return std::string( reinterpret_cast< const char* >( out.bytes().data() ), out.size() );
+}
+
+LogIn bytesOf( const std::string& text ) { return LogIn( { reinterpret_cast< const U8* >( text.data() ), text.size() } ); }
+
+void writeReference( const Ptr< Entity >& entity, LogOut& out ) { out.string( entity ? entity->fullName().view() : std::string_view() ); }
+
+// An optional child is there by its name, a reference by the full name of what it refers to.
+void writeScalar( const Attr& row, const char* member, LogOut& out ) {
+   if( row.kind == AttrKind::scalar ) return write( *row.type, member, out );
+   const auto& entity = *reinterpret_cast< const Ptr< Entity >* >( member );
+   if( row.kind == AttrKind::ref ) return writeReference( entity, out );
+   out.string( entity ? entity->name().view() : std::string_view() );
+}
+
+// A child is there by its constructor parameters; its other attributes are in its own log.
+void writeElement( const Attr& row, const void* element, LogOut& out ) {
+   if( row.kind == AttrKind::map || row.kind == AttrKind::queue ) return write( *row.type, element, out );
+   const auto& entity = *static_cast< const Ptr< Entity >* >( element );
+   if( row.kind == AttrKind::refMap ) return writeReference( entity, out );
+   const Type& type = *row.type;
+   for( U16 i = 0; i < type.attrCount(); ++i ) {
+      const Attr& parameter = type.attr( i );
+      if( parameter.has( KelAttrIntrospectionFlags::constructorRole ) ) writeScalar( parameter, memberOf( *entity, parameter ), out );
+   }
+}
+
+}
+
+AttrLog::AttrLog( const Entity& entity ) : entity_( entity ), marks_( entity.fwkType().attrCount() ) { markAll(); }
+
+bool AttrLog::isLogged( U16 attr ) const {
+   const Attr& row = entity_.fwkType().attr( attr );
+   return row.has( KelAttrIntrospectionFlags::logged ) && ( isCollection( row ) || row.kind == AttrKind::scalar || row.kind == AttrKind::ref ||
+                                                            row.kind == AttrKind::child );
+}
+
+void AttrLog::markAll() {
+   for( U16 attr = 0; attr < marks_.size(); ++attr ) attrDirty( attr );
+}
+
+void AttrLog::attrDirty( U16 attr ) {
+   if( !isLogged( attr ) ) return;
+   const Attr& row = entity_.fwkType().attr( attr );
+   if( !isCollection( row ) ) {
+      marks_[ attr ].revision = ++revision_;
+      return;
+   }
+   if( !marks_[ attr ].collection ) marks_[ attr ].collection = std::make_unique< Collection >();
+   const CollectionOps& ops = *row.extra.collection;
+   OwnedValueIf key( *row.keyType, nullptr, false );
+   for( bool more = ops.next( memberOf( entity_, row ), nullptr, key.storage() ); more;
+        more = ops.next( memberOf( entity_, row ), key.object(), key.storage() ) ) {
+      keyDirty( attr, key.object() );
+   }
+}
+
+void AttrLog::keyDirty( U16 attr, const void* key ) {
+   if( !isLogged( attr ) ) return;
+   const Attr& row = entity_.fwkType().attr( attr );
+   mark( attr, keyBytes( *row.keyType, key ), !row.extra.collection->find( memberOf( entity_, row ), key ) );
+}
+
+void AttrLog::mark( U16 attr, std::string bytes, bool gone ) {
+   Mark& mark = marks_[ attr ];
+   if( !mark.collection ) mark.collection = std::make_unique< Collection >();
+   Collection& c = *mark.collection;
+   mark.revision = ++revision_;
+   auto at = c.byKey.find( bytes );
+   if( at == c.byKey.end() ) {
+      c.keys.push_back( { std::move( bytes ), revision_, false } );
+      const auto last = std::prev( c.keys.end() );
+      at = c.byKey.emplace( last->bytes, last ).first;
+   } else {
+      c.keys.splice( c.keys.end(), c.keys, at->second );
+      at->second->revision = revision_;
+   }
+   Key& entry = *at->second;
+   c.tombstones += static_cast< std::size_t >( gone ) - static_cast< std::size_t >( entry.gone );
+   entry.gone = gone;
+   if( c.tombstones > maxTombstones ) forgetTombstones( c );
+}
+
+// Half of them at a time, so that each removal pays for one step of the walk on average.
+void AttrLog::forgetTombstones( Collection& c ) {
+   for( auto i = c.keys.begin(); i != c.keys.end() && c.tombstones > maxTombstones / 2; ) {
+      if( !i->gone ) {
+         ++i;
+         continue;
+      }
+      c.floor = i->revision;
+      c.byKey.erase( i->bytes );
+      i = c.keys.erase( i );
+      --c.tombstones;
+   }
+}
+
+bool AttrLog::take( LogOut& out ) {
+   if( !dirty() ) return false;
+   difference( taken_, out );
+   taken_ = revision_;
+   return true;
+}
+
+void AttrLog::difference( U32 since, LogOut& out ) const {
+   out.u32( since );
+   out.u32( revision_ );
+   for( U16 attr = 0; attr < marks_.size(); ++attr ) {
+      const Mark& mark = marks_[ attr ];
+      if( mark.revision <= since ) continue;
+      out.u16( attr );
+      const Attr& row = entity_.fwkType().attr( attr );
+      if( mark.collection ) writeCollection( attr, *mark.collection, since, out );
+      else writeScalar( row, memberOf( entity_, row ), out );
+   }
+   out.u16( 0xffff );
+}
+
+void AttrLog::writeCollection( U16 attr, const Collection& collection, U32 since, LogOut& out ) const {
+   const Attr& row = entity_.fwkType().attr( attr );
+   const bool whole = since == 0 || since < collection.floor;
+   if( whole ) out.u8( static_cast< U8 >( Record::clear ) );
+   auto first = collection.keys.end();
+   while( first != collection.keys.begin() && ( whole || std::prev( first )->revision > since ) ) --first;
+   OwnedValueIf key( *row.keyType, nullptr, false );
+   for( ; first != collection.keys.end(); ++first ) {
+      LogIn in = bytesOf( first->bytes );
+      read( *row.keyType, key.storage(), in );
+      const void* element = row.extra.collection->find( memberOf( entity_, row ), key.object() );
+      if( !element && whole ) continue;
+      out.u8( static_cast< U8 >( element ? Record::set : Record::gone ) );
+      out.raw( first->bytes.data(), first->bytes.size() );
+      if( element ) writeElement( row, element, out );
+   }
+   out.u8( static_cast< U8 >( Record::end ) );
+}
+
+namespace {
+
+Ptr< Entity > readReference( const Entity& from, const Attr& row, LogIn& in ) {
+   const std::string_view name = in.string();
+   if( name.empty() ) return nullptr;
+   const Ptr< Entity > found = entityAtFullName( from, name );
+   if( !found ) throw FrameworkException( "no entity has the full name " + std::string( name ) + ", which " + row.name + " refers to" );
+   if( !found->fwkType().derivesFrom( *row.type ) ) throw FrameworkException( "Entity is the wrong type" );
+   return found;
+}
+
+}
+
+void AttrLogProxy::update( LogIn& in ) {
+   const Type& type = entity_.fwkType();
+   const U32 since = in.u32();
+   const U32 revision = in.u32();
+   if( since && since != revision_ ) {
+      throw RangeException( "a difference since revision " + std::to_string( since ) + " does not follow revision " + std::to_string( revision_ ) );
+   }
+   for( U16 attr = in.u16(); attr != 0xffff; attr = in.u16() ) {
+      if( attr >= type.attrCount() || !type.attr( attr ).has( KelAttrIntrospectionFlags::logged ) ) {
+         throw RangeException( std::string( type.qualifiedName() ) + " logs no attribute number " + std::to_string( attr ) );
+      }
+      const Attr& row = type.attr( attr );
+      if( readOnly_ ) throw FrameworkException( std::string( "write-update from readonly proxy: " ) + row.name );
+      if( isCollection( row ) ) {
+         updateCollection( attr, row, in );
+      } else if( row.kind == AttrKind::child ) {
+         const Name name( in.string() );
+         const auto& current = *reinterpret_cast< const Ptr< Entity >* >( memberOf( entity_, row ) );
+         if( current && current->name() != name ) entity_.delOptionalAt( attr );
+         if( !name.empty() ) entity_.newOptionalAt( attr, name );
+      } else if( row.kind == AttrKind::ref ) {
+         const Ptr< Entity > reference = readReference( entity_, row, in );
+         entity_.attrIs( attr, &reference );
+      } else {
+         OwnedValueIf value( *row.type, nullptr, false );
+         read( *row.type, value.storage(), in );
+         // A constructor parameter came with the entity; it can't differ.
+         if( row.has( KelAttrIntrospectionFlags::writable ) ) entity_.attrIs( attr, value.object() );
+      }
+   }
+   revision_ = revision;
+}
+
+void AttrLogProxy::updateCollection( U16 attr, const Attr& row, LogIn& in ) {
+   const CollectionOps& ops = *row.extra.collection;
+   void* map = const_cast< char* >( memberOf( entity_, row ) );
+   OwnedValueIf key( *row.keyType, nullptr, false );
+   for( auto record = Record( in.u8() ); record != Record::end; record = Record( in.u8() ) ) {
+      switch( record ) {
+      case Record::clear:
+         while( ops.next( map, nullptr, key.storage() ) ) ops.erase( entity_, attr, map, key.object() );
+         break;
+      case Record::gone:
+         read( *row.keyType, key.storage(), in );
+         ops.erase( entity_, attr, map, key.object() );
+         break;
+      case Record::set:
+         read( *row.keyType, key.storage(), in );
+         setElement( attr, row, map, key.object(), in );
+         break;
+      default: throw RangeException( "unknown record in attribute log of " + std::string( row.name ) );
+      }
+   }
+}
+
+void AttrLogProxy::setElement( U16 attr, const Attr& row, void* map, const void* key, LogIn& in ) {
+   const CollectionOps& ops = *row.extra.collection;
+   if( row.kind == AttrKind::refMap ) {
+      const Ptr< Entity > reference = readReference( entity_, row, in );
+      if( !reference ) entity_.nullRefused( attr );
+      return ops.set( entity_, attr, map, key, &reference );
+   }
+   if( row.kind != AttrKind::childMap ) {
+      OwnedValueIf value( *row.type, nullptr, false );
+      read( *row.type, value.storage(), in );
+      if( row.keyAttr && !row.keyType->info().values->equal(
+                            key, static_cast< const char* >( value.object() ) + row.type->attr( static_cast< U16 >( row.keyAttr - 1 ) ).offset ) ) {
+         throw RangeException( "an element of " + std::string( row.name ) + " does not carry the key that it stands under" );
+      }
+      return ops.set( entity_, attr, map, key, value.object() );
+   }
+   std::vector< Ptr< GenericIf > > parameters;
+   if( row.type->info().takesName && row.keyType == &BuiltIn::name ) parameters.push_back( new OwnedValueIf( *row.keyType, key, false ) );
+   for( U16 i = 0; i < row.type->attrCount(); ++i ) {
+      const Attr& parameter = row.type->attr( i );
+      if( !parameter.has( KelAttrIntrospectionFlags::constructorRole ) ) continue;
+      if( parameter.kind == AttrKind::ref ) {
+         const Ptr< Entity > reference = readReference( entity_, parameter, in );
+         parameters.push_back( reference ? parameter.type->genericIf( reference.ptr(), false ) : nullptr );
+      } else {
+         Ptr< OwnedValueIf > value( new OwnedValueIf( *parameter.type, nullptr, false ) );
+         read( *parameter.type, value->storage(), in );
+         parameters.push_back( value );
+      }
+   }
+   if( parameters.empty() ) parameters.push_back( new OwnedValueIf( *row.keyType, key, false ) );
+   std::vector< const GenericIf* > given;
+   for( const auto& p : parameters ) given.push_back( p.ptr() );
+   entity_.newChildAt( attr, given );
+}
+
+}

@@ -1,0 +1,355 @@
+#include <kel/Entity.h>
+
+#include <algorithm>
+#include <kel/AttrLog.h>
+#include <kel/GenericIf.h>
+#include <kel/Trace.h>
+#include <vector>
+
+// Notification. An entity's reactors stand in one list, in order of attachment. A walk goes over the places that the list had when it
+// began: reactors that are attached meanwhile stand behind them and are not called, reactors that are detached leave a null in their place.
+// So a walk sees a snapshot without copying the list, and a reactor whose only reference is the list's can be told by its count alone.
+// Places are closed up when the outermost walk has ended. A reactor that is detached while it runs is kept in `buried` until then, and the
+// list itself outlives its entity when that goes in the middle of a walk.
+
+namespace Kel {
+
+namespace {
+
+constinit const Attr entityAttrs[] = {
+   derivedAttr< Entity, &Entity::kelNboAttrLogSaForMsgChannel >( "kelNboAttrLogSaForMsgChannel" ),
+   derivedAttr< Entity, &Entity::kelHasAttrLogInterface >( "kelHasAttrLogInterface" ),
+};
+
+}
+
+constinit Type Entity::_Type{ { .qualifiedName = "Kel::Entity", .code = TypeCode::entity, .attrs = entityAttrs } };
+
+struct NotifieeList {
+   std::vector< Ptr< NotifieeBase > > places;
+   std::vector< Ptr< NotifieeBase > > buried;
+   std::size_t walks = 0;
+   bool open = false;       ///< there are nulls to close up
+   bool orphaned = false;   ///< the entity has gone; the walk frees the list
+
+   void bury( std::size_t i ) {
+      Ptr< NotifieeBase > reactor = std::move( places[ i ] );
+      places[ i ] = nullptr;
+      open = true;
+      if( reactor->notifier_ ) reactor->notifier_ = nullptr;
+      if( walks ) buried.push_back( std::move( reactor ) );
+   }
+
+   /// Calls `visit` for each live reactor; returns false when the list has gone with its entity.
+   template< class Visit >
+   bool walk( Visit visit );
+   void settle() {
+      if( open ) {
+         std::erase_if( places, []( const auto& p ) { return !p; } );
+         open = false;
+      }
+      // What is freed here may attach and detach again; it does so outside of any walk.
+      auto dead = std::move( buried );
+      buried.clear();
+   }
+};
+
+template< class Visit >
+bool NotifieeList::walk( Visit visit ) {
+   ++walks;
+   const std::size_t end = places.size();
+   for( std::size_t i = 0; i < end && !orphaned; ++i ) {
+      NotifieeBase* reactor = places[ i ].ptr();
+      if( !reactor ) continue;
+      if( reactor->referenceCount() == 1 ) {
+         open = true;
+         reactor->notifier_ = nullptr;
+         const Ptr< NotifieeBase > dead = std::move( places[ i ] );
+         continue;
+      }
+      visit( *reactor );
+   }
+   if( --walks ) return !orphaned;
+   if( orphaned ) {
+      delete this;
+      return false;
+   }
+   if( open || !buried.empty() ) settle();
+   return true;
+}
+
+NotifieeBase::~NotifieeBase() {
+   // The list holds a reference, so a reactor that is still attached can only go when the list itself lets it.
+}
+
+void NotifieeBase::activate( const Entity* entity ) {
+   if( notifier_ ) throw InternalException( "entity reactor is already active" );
+   if( !entity ) return;
+   notifier_ = entity;
+   if( !entity->notifiees_ ) entity->notifiees_ = new NotifieeList;
+   entity->notifiees_->places.emplace_back( this );
+}
+
+void NotifieeBase::deactivate() {
+   if( !notifier_ ) return;
+   NotifieeList& list = *notifier_->notifiees_;
+   const auto at = std::find_if( list.places.begin(), list.places.end(), [ this ]( const auto& p ) { return p == this; } );
+   notifier_ = nullptr;
+   if( at == list.places.end() ) return;
+   // `this` may go with the list's reference; nothing of it is touched below.
+   if( list.walks ) {
+      list.bury( static_cast< std::size_t >( at - list.places.begin() ) );
+   } else {
+      const Ptr< NotifieeBase > self = std::move( *at );
+      list.places.erase( at );
+   }
+}
+
+void NotifieeBase::dispatch( const Change& ) {}
+
+void NotifieeBase::onException( U32 code, const Change& change, std::exception_ptr exception ) {
+   ++exceptions_;
+   std::string text = "unknown exception";
+   try {
+      std::rethrow_exception( exception );
+   } catch( const std::exception& e ) {
+      text = e.what();
+   } catch( ... ) {
+   }
+   static TraceHandle& trace = traceHandle( "Kel" );
+   if( auto t = trace.at( 0, "Kel/Notifiee", "onException" ) ) {
+      t << "exception " << code << " in a callback";
+      if( notifier_ ) t << " of " << notifier_->fullName().view() << " for " << notifier_->fwkType().attr( change.attr ).name;
+      t << ": " << text;
+   }
+}
+
+void Entity::notify( const Change& change ) const {
+   notifiees_->walk( [ &change ]( NotifieeBase& reactor ) {
+      if( !reactor.notificationActive_ ) return;
+      try {
+         reactor.dispatch( change );
+      } catch( ... ) {
+         try {
+            reactor.onException( NotifieeBase::callbackException, change, std::current_exception() );
+         } catch( ... ) {
+         }
+      }
+   } );
+}
+
+Entity::~Entity() {
+   delete log_;
+   if( !notifiees_ ) return;
+   for( auto& reactor : notifiees_->places ) {
+      if( reactor ) reactor->notifier_ = nullptr;
+   }
+   if( notifiees_->walks ) {
+      notifiees_->orphaned = true;
+   } else {
+      delete notifiees_;
+   }
+}
+
+void Entity::onZeroReferences() const noexcept {
+   auto* self = const_cast< Entity* >( this );
+   // Reactors may take references while they hear of the end; the object goes all the same, once.
+   references_.increment();
+   self->zombieIs();
+   delete this;
+}
+
+std::size_t Entity::notifieeCount() const {
+   if( !notifiees_ ) return 0;
+   return static_cast< std::size_t >( std::count_if( notifiees_->places.begin(), notifiees_->places.end(), []( const auto& p ) { return p != nullptr; } ) );
+}
+
+String8 Entity::fullName() const {
+   std::vector< std::string_view > names;
+   for( const Entity* e = this; e; e = e->parent_ ) names.push_back( e->name_.view() );
+   std::string full;
+   for( auto i = names.rbegin(); i != names.rend(); ++i ) {
+      if( !full.empty() ) full += '/';
+      full += *i;
+   }
+   return String8( full );
+}
+
+void Entity::zombieIs() {
+   if( zombie_ ) return;
+   zombie_ = true;
+   // Children first: their reactors may still read this entity.
+   const Type& type = fwkType();
+   for( U16 i = 0; i < type.attrCount(); ++i ) {
+      const Attr& row = type.attr( i );
+      void* member = reinterpret_cast< char* >( this ) + row.offset;
+      if( row.kind == AttrKind::child ) {
+         if( auto* c = static_cast< Ptr< Entity >* >( member )->ptr() ) c->zombieIs();
+      } else if( row.kind == AttrKind::childMap ) {
+         row.extra.collection->eachEntity( member, []( Entity& c ) { c.zombieIs(); } );
+      }
+   }
+   if( notifiees_ ) {
+      notifiees_->walk( []( NotifieeBase& reactor ) {
+         try {
+            reactor.onZombie();
+         } catch( ... ) {
+            try {
+               reactor.onException( NotifieeBase::callbackException, Change{ 0 }, std::current_exception() );
+            } catch( ... ) {
+            }
+         }
+      } );
+   }
+   parent_ = nullptr;
+}
+
+void Entity::release( Entity* child ) {
+   child->zombieIs();
+}
+
+void Entity::nullRefused( U16 attr ) const {
+   const std::string name = fwkType().attr( attr ).name;
+   throw RangeException( "null _" + name + " parameter to mutator for " + std::string( fwkType().qualifiedName() ) + "::" + name + " not allowed" );
+}
+
+namespace {
+
+std::string parameterText( const Attr& row, const void* value ) {
+   if( row.kind != AttrKind::ref ) return textOf( *row.type, value );
+   const auto* entity = static_cast< const Ptr< Entity >* >( value )->ptr();
+   return entity ? entity->fullName().str() : "null";
+}
+
+bool parameterSame( const Attr& row, const void* a, const void* b ) {
+   if( row.kind == AttrKind::ref ) return *static_cast< const Ptr< Entity >* >( a ) == *static_cast< const Ptr< Entity >* >( b );
+   return row.type->info().values->equal( a, b );
+}
+
+}
+
+void Entity::sameParameters( std::span< const void* const > parameters ) const {
+   const Type& type = fwkType();
+   auto given = parameters.begin();
+   for( U16 i = 0; i < type.attrCount() && given != parameters.end(); ++i ) {
+      const Attr& row = type.attr( i );
+      if( !row.has( KelAttrIntrospectionFlags::constructorRole ) ) continue;
+      const void* wanted = *given++;
+      const void* current = reinterpret_cast< const char* >( this ) + row.offset;
+      if( row.has( KelAttrIntrospectionFlags::writable ) || parameterSame( row, wanted, current ) ) continue;
+      throw NameInUseException( "Reinstantiating the entity with name " + name_.str() + " where constructor parameter attribute _" + row.name +
+                                " has a different value of " + parameterText( row, wanted ) + " than the current value of " +
+                                parameterText( row, current ) + " not allowed" );
+   }
+}
+
+U32 Entity::kelNboAttrLogSaForMsgChannel() const { return log_ ? log_->takenRevision() : 0; }
+
+AttrLog* Entity::attrLogIs( bool on ) {
+   if( on == ( log_ != nullptr ) ) return log_;
+   delete std::exchange( log_, nullptr );
+   if( on ) log_ = new AttrLog( *this );
+   return log_;
+}
+
+void Entity::logAttr( U16 attr ) const { log_->attrDirty( attr ); }
+
+void Entity::logKey( U16 attr, const void* key ) const { log_->keyDirty( attr, key ); }
+
+void Entity::attrNotify( U16 attr ) const {
+   if( notifiees_ ) notify( Change{ attr } );
+}
+
+void Entity::attrNotify( U16 attr, const void* key ) const {
+   if( notifiees_ ) notify( Change{ attr, key } );
+}
+
+void Entity::attrIs( U16 attr, const void* value ) {
+   const Attr& row = fwkType().attr( attr );
+   void* slot = reinterpret_cast< char* >( this ) + row.offset;
+   if( row.extra.set && row.kind == AttrKind::scalar ) return row.extra.set( this, value );
+   if( row.kind == AttrKind::ref ) {
+      const auto& p = *static_cast< const Ptr< Entity >* >( value );
+      if( !p && row.has( KelAttrIntrospectionFlags::nonNull ) ) nullRefused( attr );
+      return set( attr, *static_cast< Ptr< Entity >* >( slot ), p );
+   }
+   const ValueOps& ops = *row.type->info().values;
+   if( ops.equal( slot, value ) ) return;
+   ops.assign( slot, value );
+   changed( attr );
+}
+
+// A child's constructor takes its name first, when it has one of its own; that is the text of its key unless the key is the name.
+Ptr< Entity > Entity::newChildAt( U16 attr, std::span< const GenericIf* const > parameters ) {
+   const Attr& row = fwkType().attr( attr );
+   const Type& type = *row.type;
+   if( parameters.empty() ) throw RangeException( "no key given for a new " + std::string( type.qualifiedName() ) );
+   const void* key = parameters[ 0 ]->checked( *row.keyType );
+   const bool byName = type.info().takesName && row.keyType == &BuiltIn::name;
+   const Name name( byName ? *static_cast< const Name* >( key ) : Name( keyName( *row.keyType, key ) ) );
+   std::vector< const void* > values;
+   for( U16 i = 0; i < type.attrCount(); ++i ) {
+      const Attr& parameter = type.attr( i );
+      if( !parameter.has( KelAttrIntrospectionFlags::constructorRole ) ) continue;
+      const std::size_t n = values.size() + byName;
+      if( n >= parameters.size() ) throw RangeException( "no " + std::string( parameter.name ) + " given for a new " + std::string( type.qualifiedName() ) );
+      values.push_back( parameters[ n ]->checked( *parameter.type ) );
+   }
+   void* map = reinterpret_cast< char* >( this ) + row.offset;
+   if( const void* existing = row.extra.collection->find( map, key ) ) {
+      const auto& child = *static_cast< const Ptr< Entity >* >( existing );
+      child->sameParameters( values );
+      return child;
+   }
+   if( type.info().takesName ) values.insert( values.begin(), &name );
+   const Ptr< Entity > made = type.info().make( values.data() );
+   row.extra.collection->adopt( *this, attr, map, key, made );
+   return made;
+}
+
+Ptr< Entity > Entity::newOptionalAt( U16 attr, const Name& name ) {
+   const Attr& row = fwkType().attr( attr );
+   auto& slot = *reinterpret_cast< Ptr< Entity >* >( reinterpret_cast< char* >( this ) + row.offset );
+   if( !slot ) {
+      const void* parameters[] = { &name };
+      const Ptr< Entity > made = row.type->info().make( parameters );
+      adopt( *made );
+      slot = made;
+      changed( attr );
+   }
+   return slot;
+}
+
+void Entity::delOptionalAt( U16 attr ) {
+   delOptional( attr, *reinterpret_cast< Ptr< Entity >* >( reinterpret_cast< char* >( this ) + fwkType().attr( attr ).offset ) );
+}
+
+Ptr< Entity > Entity::child( const Name& name ) const {
+   const Type& type = fwkType();
+   for( U16 i = 0; i < type.attrCount(); ++i ) {
+      const Attr& row = type.attr( i );
+      const void* member = reinterpret_cast< const char* >( this ) + row.offset;
+      Ptr< Entity > found;
+      if( row.kind == AttrKind::child ) {
+         const auto& c = *static_cast< const Ptr< Entity >* >( member );
+         if( c && c->name() == name ) found = c;
+      } else if( row.kind == AttrKind::childMap || row.kind == AttrKind::refMap ) {
+         found = row.extra.collection->named( member, name );
+      }
+      if( found ) return found;
+   }
+   return nullptr;
+}
+
+String8 keyName( const Type& type, const void* key ) {
+   TextOut out;
+   printBare( type, key, out );
+   std::string_view text = out.view();
+   if( type.code() == TypeCode::external || type.code() == TypeCode::scalar ) {
+      // The text of an address or an interface stands between quotes; a name has none.
+      if( text.size() >= 2 && text.front() == '\'' ) text = text.substr( 1, text.size() - 2 );
+   }
+   return text;
+}
+
+}

@@ -1,0 +1,409 @@
+#pragma once
+
+#include <initializer_list>
+#include <kel/HashMap.h>
+#include <kel/Name.h>
+#include <kel/Notifiee.h>
+#include <kel/Ptr.h>
+#include <kel/Queue.h>
+#include <kel/RbTreeMap.h>
+#include <kel/Text.h>
+#include <kel/Type.h>
+#include <span>
+
+namespace [[gnu::visibility("default")]] Kel {
+
+class AttrLog;
+struct NotifieeList;
+
+/// The name of a child entity: the text of its key, without quotes.
+String8 keyName( const Type& type, const void* key );
+template< class K >
+Name keyName( const K& key ) {
+   if constexpr( std::is_convertible_v< K, String8 > ) return Name( String8( key ) );
+   else return Name( keyName( typeOf< K >(), &key ) );
+}
+
+/// Base of every entity: it has a name and a parent, is held by `Ptr`, and tells its notifiees of every change, synchronously. Attributes
+/// are compared, stored, counted, marked in the attribute log and announced, in this order, by the functions below; the generated setters
+/// only name the attribute. An entity is used from the one thread that owns its tree.
+class Entity : public PtrInterface {
+ public:
+   /// The base of every generated reactor hierarchy.
+   using NotifieeConst = NotifieeBase;
+   /// Attribute indices; those of generated types follow behind.
+   struct Attr_ {
+      enum : U16 { kelNboAttrLogSaForMsgChannel, kelHasAttrLogInterface, count_ };
+   };
+   static constexpr TypeCode _code = TypeCode::entity;
+   static Type _Type;
+   static Type& _fwkType() { return _Type; }
+
+   Entity( const Entity& ) = delete;
+   Entity& operator=( const Entity& ) = delete;
+   ~Entity() override;
+
+   virtual Type& fwkType() const { return _Type; }
+   const Name& name() const { return name_; }
+   /// The entity whose collection holds it; null for a root.
+   Entity* parent() const { return parent_; }
+   /// The names from the root to this entity, each behind a slash but the first: "root/status/1".
+   String8 fullName() const;
+   /// Advances with every change of an attribute.
+   U32 changeCount() const { return changes_; }
+   /// True once it has been removed from the collection that owned it.
+   bool isZombie() const { return zombie_; }
+   /// How many reactors are attached.
+   std::size_t notifieeCount() const;
+
+   /// The entity's attribute log; null until somebody asks for one with `attrLogIs`.
+   AttrLog* attrLog() const { return log_; }
+   /// Gives the entity an attribute log, or takes it away. A new log has everything marked dirty.
+   AttrLog* attrLogIs( bool on );
+
+   /// The revision up to which the attribute log's changes have been taken for sending; 0 without a log.
+   U32 kelNboAttrLogSaForMsgChannel() const;
+   /// Whether it has an attribute log.
+   bool kelHasAttrLogInterface() const { return log_ != nullptr; }
+
+   /// Announces an attribute as a whole, as if it had changed: a scalar, or a collection's key-less form.
+   void attrNotify( U16 attr ) const;
+   /// Announces one key of a collection without a change.
+   void attrNotify( U16 attr, const void* key ) const;
+
+   /// Throws the message of a null reference: "null _foo parameter to mutator for Namespace::Type::foo not allowed".
+   [[noreturn, gnu::cold]] void nullRefused( U16 attr ) const;
+
+   /// Hands it to its parent; done by the collection that takes it in.
+   void parentIs( Entity* parent ) {
+      parent_ = parent;
+      if( parent ) zombie_ = false;
+   }
+   /// Runs its reactors' `onZombie()` and those of the entities below it, and takes it off its parent.
+   void zombieIs();
+
+   /// Sets a stored attribute from a value of its type, with all that its typed setter does.
+   void attrIs( U16 attr, const void* value );
+
+   /// What the typed creator of a child does, by constructor parameters in order; for the reflection adapter.
+   Ptr< Entity > newChildAt( U16 attr, std::span< const GenericIf* const > parameters );
+   Ptr< Entity > newOptionalAt( U16 attr, const Name& name );
+   void delOptionalAt( U16 attr );
+
+   /// The child entity with this name under any of its collections, or null.
+   virtual Ptr< Entity > child( const Name& name ) const;
+
+ protected:
+   explicit Entity( Name name ) : name_( std::move( name ) ) {}
+   void onZeroReferences() const noexcept override;
+
+   // --- what generated mutators call -------------------------------------------------------------------------------------------------
+
+   template< class T >
+   void set( U16 attr, T& slot, const T& value ) {
+      if( slot == value ) return;
+      slot = value;
+      changed( attr );
+   }
+
+   /// A reference that may not be null.
+   template< class T >
+   void setRef( U16 attr, Ptr< T >& slot, const Ptr< T >& value ) {
+      if( !value ) nullRefused( attr );
+      set( attr, slot, value );
+   }
+
+   template< class Map, class K, class V >
+   static V at( const Map& map, const K& key, const V& absent ) {
+      const V* v = map.find( key );
+      return v ? *v : absent;
+   }
+
+   template< class Map, class K, class V >
+   V setIn( U16 attr, Map& map, const K& key, const V& value ) {
+      auto [ slot, isNew ] = map.insert( key, value );
+      if( !isNew ) {
+         if( *slot == value ) return value;
+         *slot = value;
+      }
+      changedKey( attr, &key );
+      return value;
+   }
+
+   /// An entry of a collection of references.
+   template< class Map, class K, class T >
+   Ptr< T > setRefIn( U16 attr, Map& map, const K& key, const Ptr< T >& value ) {
+      if( !value ) nullRefused( attr );
+      return setIn( attr, map, key, value );
+   }
+
+   /// The child under `key`, made from `arguments` when it is not there yet; when it is, the immutable constructor parameters, given in the
+   /// order of their rows in `parameters`, must be those that it was made with.
+   template< class C, class Map, class K, class... Arguments >
+   Ptr< C > newChild( U16 attr, Map& map, const K& key, std::initializer_list< const void* > parameters, const Arguments&... arguments ) {
+      if( auto* existing = map.find( key ) ) {
+         ( *existing )->sameParameters( std::span( parameters.begin(), parameters.size() ) );
+         return Ptr< C >( static_cast< C* >( existing->ptr() ) );
+      }
+      Ptr< C > made( new C( arguments... ) );
+      adopt( *made );
+      map.insert( key, made );
+      changedKey( attr, &key );
+      return made;
+   }
+
+   template< class Map, class K >
+   auto delFrom( U16 attr, Map& map, const K& key ) {
+      const K copy( key );
+      typename Map::Value removed{};
+      if( map.erase( copy, &removed ) ) deleted( attr, removed, &copy );
+      return removed;
+   }
+
+   template< class Map >
+   auto delAt( U16 attr, Map& map, typename Map::Iterator& at ) {
+      const typename Map::Key copy( at.key() );
+      typename Map::Value removed{};
+      if( map.erase( copy, &removed ) ) deleted( attr, removed, &copy );
+      return removed;
+   }
+
+   template< class Map >
+   void delAll( U16 attr, Map& map ) {
+      for( auto i = map.iterator(); i; ++i ) delAt( attr, map, i );
+   }
+
+   /// The optional child in `slot`, made by `name` when there is none.
+   template< class C >
+   Ptr< C > newOptional( U16 attr, Ptr< C >& slot, const Name& name ) {
+      if( !slot ) {
+         Ptr< C > made( new C( name ) );
+         adopt( *made );
+         slot = made;
+         changed( attr );
+      }
+      return slot;
+   }
+   template< class C >
+   Ptr< C > delOptional( U16 attr, Ptr< C >& slot ) {
+      Ptr< C > removed( std::move( slot ) );
+      slot = nullptr;
+      if( removed ) {
+         release( removed.ptr() );
+         changed( attr );
+      }
+      return removed;
+   }
+
+   template< class Q, class V >
+   void enqIn( U16 attr, Q& queue, const V& value ) {
+      const auto index = queue.enq( value );
+      changedKey( attr, &index );
+   }
+   template< class Q >
+   auto deqFrom( U16 attr, Q& queue ) {
+      typename Q::Value removed{};
+      if( queue.empty() ) return removed;
+      const auto index = queue.head();
+      removed = queue.deq();
+      changedKey( attr, &index );
+      return removed;
+   }
+
+   /// Writes one position of a queue.
+   template< class Q, class V >
+   void setAt( U16 attr, Q& queue, const typename Q::Key& index, const V& value ) {
+      if( const V* current = queue.find( index ); current && *current == value ) return;
+      queue.set( index, value );
+      changedKey( attr, &index );
+   }
+
+   void changed( U16 attr ) {
+      ++changes_;
+      if( log_ ) [[unlikely]] logAttr( attr );
+      if( notifiees_ ) notify( Change{ attr } );
+   }
+   void changedKey( U16 attr, const void* key ) {
+      ++changes_;
+      if( log_ ) [[unlikely]] logKey( attr, key );
+      if( notifiees_ ) notify( Change{ attr, key } );
+   }
+
+   /// Takes a child in: its parent is this entity from now on.
+   void adopt( Entity& child ) { child.parentIs( this ); }
+
+ private:
+   friend class NotifieeBase;
+   friend struct NotifieeList;
+   friend class AttrLog;
+   template< class Map >
+   friend struct CollectionOpsOf;
+
+   template< class V >
+   void deleted( U16 attr, V& removed, const void* key ) {
+      if constexpr( requires { static_cast< const Entity* >( removed.ptr() ); } ) {
+         if( removed && removed->parent() == this ) release( const_cast< std::remove_const_t< typename V::element_type >* >( removed.ptr() ) );
+      }
+      changedKey( attr, key );
+   }
+   void release( Entity* child );
+   void sameParameters( std::span< const void* const > parameters ) const;
+   void notify( const Change& change ) const;
+   void logAttr( U16 attr ) const;
+   void logKey( U16 attr, const void* key ) const;
+
+   Name name_;
+   Entity* parent_ = nullptr;
+   mutable NotifieeList* notifiees_ = nullptr;
+   AttrLog* log_ = nullptr;
+   U32 changes_ = 0;
+   bool zombie_ = false;
+};
+
+/// A collection, for code that has only its attribute row. `map` is the member's address.
+struct CollectionOps {
+   std::size_t ( *size )( const void* map );
+   /// The element under a key, or null.
+   const void* ( *find )( const void* map, const void* key );
+   /// Copies to `*keyOut` the first key behind `*after`, or the first of all when `after` is null. False at the end.
+   bool ( *next )( const void* map, const void* after, void* keyOut );
+   /// Sets one element with all that the typed mutator does; null where the collection creates its children itself.
+   void ( *set )( Entity& owner, U16 attr, void* map, const void* key, const void* value );
+   /// Removes one element with all that the typed mutator does. False when it was absent.
+   bool ( *erase )( Entity& owner, U16 attr, void* map, const void* key );
+   /// Takes a new child in under its key; null for other collections, as are the next two.
+   void ( *adopt )( Entity& owner, U16 attr, void* map, const void* key, const Ptr< Entity >& child );
+   void ( *eachEntity )( const void* map, void ( *visit )( Entity& ) );
+   /// The entity with a name, or null.
+   Ptr< Entity > ( *named )( const void* map, const Name& name );
+   /// Appends to a queue and removes its head into `*value`; null for other collections.
+   void ( *enq )( Entity& owner, U16 attr, void* map, const void* value );
+   void ( *deq )( Entity& owner, U16 attr, void* map, void* value );
+};
+
+template< class Map >
+struct CollectionOpsOf {
+   using Key = typename Map::Key;
+   using Element = typename Map::Value;
+   static constexpr bool isQueue = requires( Map m, Element e ) { m.enq( e ); };
+   static constexpr bool ofEntities = requires( Element e ) { static_cast< const Entity* >( e.ptr() ); };
+
+   static const Map& constMap( const void* map ) { return *static_cast< const Map* >( map ); }
+   static std::size_t size( const void* map ) { return constMap( map ).size(); }
+   static const void* find( const void* map, const void* key ) { return constMap( map ).find( *static_cast< const Key* >( key ) ); }
+   static bool next( const void* map, const void* after, void* keyOut ) {
+      auto i = after ? constMap( map ).iteratorAfter( *static_cast< const Key* >( after ) ) : constMap( map ).iterator();
+      if( !i ) return false;
+      *static_cast< Key* >( keyOut ) = i.key();
+      return true;
+   }
+   static void set( Entity& owner, U16 attr, void* map, const void* key, const void* value ) {
+      auto& m = *static_cast< Map* >( map );
+      if constexpr( isQueue ) owner.setAt( attr, m, *static_cast< const Key* >( key ), *static_cast< const Element* >( value ) );
+      else owner.setIn( attr, m, *static_cast< const Key* >( key ), *static_cast< const Element* >( value ) );
+   }
+   static void enq( Entity& owner, U16 attr, void* map, const void* value ) {
+      if constexpr( isQueue ) owner.enqIn( attr, *static_cast< Map* >( map ), *static_cast< const Element* >( value ) );
+   }
+   static void deq( Entity& owner, U16 attr, void* map, void* value ) {
+      if constexpr( isQueue ) *static_cast< Element* >( value ) = owner.deqFrom( attr, *static_cast< Map* >( map ) );
+   }
+   static bool erase( Entity& owner, U16 attr, void* map, const void* key ) {
+      if( !constMap( map ).find( *static_cast< const Key* >( key ) ) ) return false;
+      owner.delFrom( attr, *static_cast< Map* >( map ), *static_cast< const Key* >( key ) );
+      return true;
+   }
+   static void adopt( Entity& owner, U16 attr, void* map, const void* key, const Ptr< Entity >& child ) {
+      if constexpr( ofEntities ) {
+         owner.adopt( *child );
+         static_cast< Map* >( map )->insert( *static_cast< const Key* >( key ),
+                                             Element( static_cast< typename Element::element_type* >( child.ptr() ) ) );
+         owner.changedKey( attr, key );
+      }
+   }
+   static void eachEntity( const void* map, void ( *visit )( Entity& ) ) {
+      if constexpr( ofEntities ) {
+         for( auto i = constMap( map ).iterator(); i; ++i ) {
+            if( const Element* e = i.ptr(); e && *e ) visit( const_cast< Entity& >( static_cast< const Entity& >( **e ) ) );
+         }
+      }
+   }
+   static Ptr< Entity > named( const void* map, const Name& name ) {
+      if constexpr( ofEntities ) {
+         for( auto i = constMap( map ).iterator(); i; ++i ) {
+            if( const Element* e = i.ptr(); e && *e && ( *e )->name() == name ) return const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) );
+         }
+      }
+      return nullptr;
+   }
+   static constexpr CollectionOps make() {
+      return { &size, &find, &next, &set, &erase, ofEntities ? &adopt : nullptr, ofEntities ? &eachEntity : nullptr,
+               ofEntities ? &named : nullptr, isQueue ? &enq : nullptr, isQueue ? &deq : nullptr };
+   }
+};
+
+template< class Map >
+inline constexpr CollectionOps collectionOps = CollectionOpsOf< Map >::make();
+
+/// The row of a collection attribute held in a `Map`. `keyAttr`: 1 + the index of the elements' own key attribute, or 0.
+template< class Map >
+constexpr Attr collectionAttr( const char* name, AttrKind kind, std::size_t offset, U32 flags, U8 keyAttr = 0 ) {
+   Attr row = attr< typename Map::Value >( name, offset, flags );
+   row.kind = kind;
+   row.keyType = &typeOf< typename Map::Key >();
+   row.extra.collection = &collectionOps< Map >;
+   row.keyAttr = keyAttr;
+   return row;
+}
+
+/// The row of an attribute that holds a `Ptr`: a reference or an optional child.
+template< class T >
+constexpr Attr ptrAttr( const char* name, AttrKind kind, std::size_t offset, U32 flags ) {
+   Attr row = attr< Ptr< T > >( name, offset, flags );
+   row.kind = kind;
+   return row;
+}
+
+/// The row of an attribute that is computed on each read by the member function `Get`.
+template< class T, auto Get >
+constexpr Attr derivedAttr( const char* name ) {
+   using Result = std::remove_cvref_t< decltype( ( std::declval< const T& >().*Get )() ) >;
+   Attr row = attr< Result >( name, 0 );
+   row.kind = AttrKind::derived;
+   row.extra.derived = []( const void* self, void* out ) { *static_cast< Result* >( out ) = ( static_cast< const T* >( self )->*Get )(); };
+   return row;
+}
+
+namespace Detail {
+const void* checkedArgument( const GenericIf* argument, const Type& wanted );
+template< class T >
+const T& argumentAs( const GenericIf* argument ) {
+   return *static_cast< const T* >( checkedArgument( argument, typeOf< T >() ) );
+}
+}
+
+/// Replaces the generic setter of a stored attribute by the member function `Set`, which is written by hand.
+template< class T, class V, auto Set >
+constexpr Attr withSetter( Attr row ) {
+   row.extra.set = []( void* self, const void* value ) { ( static_cast< T* >( self )->*Set )( *static_cast< const V* >( value ) ); };
+   return row;
+}
+
+/// The row of an operation written by hand: the member function `Op`, callable through reflection under its name.
+template< class T, auto Op, class... Arguments >
+constexpr Attr operationAttr( const char* name ) {
+   Attr row;
+   row.name = name;
+   row.nameSize = static_cast< U16 >( std::string_view( name ).size() );
+   row.kind = AttrKind::operation;
+   row.flags = KelAttrIntrospectionFlags::nonInstantiating;
+   row.parameters = sizeof...( Arguments );
+   row.extra.operation = []( void* self, const GenericIf* const* arguments ) {
+      [ & ]< std::size_t... I >( std::index_sequence< I... > ) {
+         ( static_cast< T* >( self )->*Op )( Detail::argumentAs< Arguments >( arguments[ I ] )... );
+      }( std::index_sequence_for< Arguments... >() );
+   };
+   return row;
+}
+
+}

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <algorithm>
+#include <kel/Entity.h>
+#include <vector>
+
+namespace [[gnu::visibility("default")]] Kel {
+
+/// Base of every state machine: a reference-counted object that owns reactors to the entities that it watches and has operations that
+/// reflection can call.
+class Machine : public PtrInterface {
+ public:
+   static constexpr TypeCode _code = TypeCode::machine;
+   static Type _Type;
+   struct Attr_ { enum : U16 { count_ = 0 }; };
+
+   Machine() = default;
+   Machine( const Machine& ) = delete;
+   Machine& operator=( const Machine& ) = delete;
+
+   virtual Type& fwkType() const { return _Type; }
+   /// Whether its reactors deliver (true at start).
+   bool hasNotificationActive() const { return hasNotificationActive_; }
+   virtual void hasNotificationActiveIs( bool on ) { hasNotificationActive_ = on; }
+
+ protected:
+   [[noreturn, gnu::cold]] void nullRefused( const char* attribute ) const;
+
+ private:
+   bool hasNotificationActive_ = true;
+};
+
+/// A machine's reactors to the entities of one collection, by key. `Reactor` is made from (entity, machine); `kelStart()` is called when it is in
+/// its place, `kelGone()` once before it goes with its entity.
+template< class K, class Reactor >
+using ReactorMap = HashMap< K, Ptr< Reactor > >;
+
+/// Makes `reactors` follow `source`, a collection of entities: a reactor for every key, in ascending order, none for a key that is gone.
+template< class Source, class Add, class Remove, class Reactors >
+void followAll( const Source& source, const Reactors& reactors, Add add, Remove remove ) {
+   std::vector< typename Source::Key > keys;
+   for( auto i = source.iterator(); i; ++i ) keys.push_back( i.key() );
+   std::sort( keys.begin(), keys.end() );
+   for( const auto& key : keys ) {
+      if( const auto* entity = source.find( key ) ) add( *entity );
+   }
+   for( auto i = reactors.iterator(); i; ++i ) {
+      if( !source.find( i.key() ) ) remove( i.key() );
+   }
+}
+
+/// Lets the reactor under `key` go, after its `kelGone()`. Does nothing when there is none.
+template< class K, class Reactor >
+void unfollowEntity( ReactorMap< K, Reactor >& reactors, const K& key ) {
+   Ptr< Reactor > reactor;
+   if( !reactors.erase( key, &reactor ) ) return;
+   reactor->kelGone();
+   reactor->deactivate();
+}
+
+/// The reactor to `entity` under `key`: the one that watches it already, or a new one, started, in place of one to another entity.
+template< class K, class Reactor, class Watched, class Owner >
+Ptr< Reactor > followEntity( ReactorMap< K, Reactor >& reactors, const K& key, const Ptr< const Watched >& entity, Owner* owner ) {
+   if( const auto* current = reactors.find( key ) ) {
+      if( ( *current )->notifier() == entity ) return *current;
+      unfollowEntity( reactors, key );
+   }
+   Ptr< Reactor > made( new Reactor( entity, owner ) );
+   made->hasNotificationActiveIs( owner->hasNotificationActive() );
+   reactors.insert( key, made );
+   made->kelStart();
+   return made;
+}
+
+/// The row of a machine's reactors to entities of type `Watched`.
+template< class Map, class Watched >
+constexpr Attr reactorMapAttr( const char* name, std::size_t offset ) {
+   Attr row = ptrAttr< Watched >( name, AttrKind::reactorMap, offset, 0 );
+   row.keyType = &typeOf< typename Map::Key >();
+   return row;
+}
+
+}

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <exception>
+#include <kel/Ptr.h>
+#include <kel/Type.h>
+
+namespace [[gnu::visibility("default")]] Kel {
+
+class Entity;
+
+/// One change of an entity, as the runtime hands it to a notifiee's `dispatch`.
+struct Change {
+   U16 attr;                    ///< the attribute's index
+   const void* key = nullptr;   ///< the key that changed; null for a scalar and for a collection as a whole
+};
+
+/// Base of every reactor to an entity. Generated `NotifieeConst` classes derive from it, users derive from those and override
+/// `on<Attr>` callbacks. A reactor attached to an entity is called synchronously, in order of attachment, until it is detached, goes, or
+/// loses its last reference outside the entity's own list. It does not keep the entity alive: when that goes, `onZombie()` is called and
+/// `notifier()` reads null from then on.
+class NotifieeBase : public PtrInterface {
+ public:
+   /// The code that `onException` is called with for an exception out of a callback.
+   static constexpr U32 callbackException = 260;
+
+   ~NotifieeBase() override;
+   NotifieeBase( const NotifieeBase& ) = delete;
+   NotifieeBase& operator=( const NotifieeBase& ) = delete;
+
+   /// Attaches it to `entity`, behind those that are attached already. A null entity leaves it unattached. Throws `InternalException`
+   /// "entity reactor is already active" when it is attached.
+   void activate( const Entity* entity );
+   /// Takes it off its entity; a callback that is running goes on to its end. Does nothing when it is not attached.
+   void deactivate();
+
+   /// Whether callbacks are delivered (true at start).
+   bool hasNotificationActive() const { return notificationActive_; }
+   void hasNotificationActiveIs( bool on ) { notificationActive_ = on; }
+
+   /// How many exceptions out of callbacks the default handler has seen.
+   U32 exceptionCount() const { return exceptions_; }
+
+   /// Runs the typed callbacks of one change. Called by the runtime; the generated override switches on the attribute.
+   virtual void dispatch( const Change& change );
+
+ protected:
+   NotifieeBase() = default;
+
+   const Entity* notifierEntity() const { return notifier_; }
+
+   /// The entity is being removed from its collection, or goes; it can still be read. Called once.
+   virtual void onZombie() {}
+
+   /// A callback has thrown. The default traces at level 0 with the entity, the attribute and the text, and counts. What a handler throws in
+   /// turn is dropped.
+   virtual void onException( U32 code, const Change& change, std::exception_ptr exception );
+
+ private:
+   friend class Entity;
+   friend struct NotifieeList;
+
+   const Entity* notifier_ = nullptr;
+   bool notificationActive_ = true;
+   U32 exceptions_ = 0;
+};
+
+}

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <kel/Hash.h>
+#include <kel/LogStream.h>
+#include <kel/Text.h>
+#include <kel/Type.h>
+
+namespace [[gnu::visibility("default")]] Kel {
+
+/// Base of every value type: copied, compared by its attributes, never virtual. It is empty, and a class of its own for each type, so
+/// that values nest without padding.
+template< class T >
+class Value {
+ public:
+   static Type& _fwkType() { return T::_Type; }
+   Type& fwkType() const { return T::_Type; }
+   friend auto operator<=>( const Value&, const Value& ) = default;
+
+ protected:
+   Value() = default;
+};
+
+/// A type that is or derives from a value type, or an enumeration of ours.
+template< class T >
+concept ValueType = std::is_base_of_v< Value< T >, T >;
+template< class T >
+concept EnumType = std::is_enum_v< T > && requires { kelTypeOf( static_cast< const T* >( nullptr ) ); };
+
+/// The same text as `valueToStrep`.
+template< ValueType T >
+std::ostream& operator<<( std::ostream& out, const T& value ) {
+   TextOut text;
+   print( T::_Type, &value, text );
+   return out << text.view();
+}
+
+/// The bare name of the enumerator.
+template< EnumType E >
+std::ostream& operator<<( std::ostream& out, E value ) {
+   return out << stringValue( value ).view();
+}
+
+/// Writes the value to an attribute log.
+template< class T >
+   requires( ValueType< T > || EnumType< T > )
+LogOut& operator<<( LogOut& out, const T& value ) {
+   write( typeOf< T >(), &value, out );
+   return out;
+}
+
+}
