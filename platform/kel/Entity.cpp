@@ -43,7 +43,12 @@ struct NotifieeList {
    /// Calls `visit` for each live reactor; returns false when the list has gone with its entity.
    template< class Visit >
    bool walk( Visit visit );
-   void settle() {
+   [[gnu::cold]] void dropDead( std::size_t i ) {
+      open = true;
+      places[ i ]->notifier_ = nullptr;
+      const Ptr< NotifieeBase > dead = std::move( places[ i ] );
+   }
+   [[gnu::cold]] void settle() {
       if( open ) {
          std::erase_if( places, []( const auto& p ) { return !p; } );
          open = false;
@@ -58,23 +63,19 @@ template< class Visit >
 bool NotifieeList::walk( Visit visit ) {
    ++walks;
    const std::size_t end = places.size();
-   for( std::size_t i = 0; i < end && !orphaned; ++i ) {
+   for( std::size_t i = 0; i < end; ++i ) {
       NotifieeBase* reactor = places[ i ].ptr();
-      if( !reactor ) continue;
-      if( reactor->referenceCount() == 1 ) {
-         open = true;
-         reactor->notifier_ = nullptr;
-         const Ptr< NotifieeBase > dead = std::move( places[ i ] );
-         continue;
-      }
-      visit( *reactor );
+      if( !reactor ) [[unlikely]] continue;
+      if( reactor->referenceCount() == 1 ) [[unlikely]] dropDead( i );
+      else visit( *reactor );
+      if( orphaned ) [[unlikely]] break;
    }
    if( --walks ) return !orphaned;
-   if( orphaned ) {
+   if( orphaned ) [[unlikely]] {
       delete this;
       return false;
    }
-   if( open || !buried.empty() ) settle();
+   if( open || !buried.empty() ) [[unlikely]] settle();
    return true;
 }
 
@@ -85,6 +86,7 @@ NotifieeBase::~NotifieeBase() {
 void NotifieeBase::activate( const Entity* entity ) {
    if( notifier_ ) throw InternalException( "entity reactor is already active" );
    if( !entity ) return;
+   if( watchedType_ && !entity->fwkType().derivesFrom( *watchedType_ ) ) throw FrameworkException( "Entity is the wrong type" );
    notifier_ = entity;
    if( !entity->notifiees_ ) entity->notifiees_ = new NotifieeList;
    entity->notifiees_->places.emplace_back( this );
@@ -124,11 +126,12 @@ void NotifieeBase::onException( U32 code, const Change& change, std::exception_p
    }
 }
 
-void Entity::notify( const Change& change ) const {
-   notifiees_->walk( [ &change ]( NotifieeBase& reactor ) {
-      if( !reactor.notificationActive_ ) return;
+void Entity::notify( const Change& change, NotifieeBase::Callback callback ) const {
+   notifiees_->walk( [ &change, callback ]( NotifieeBase& reactor ) {
+      if( !reactor.notificationActive_ ) [[unlikely]] return;
       try {
-         reactor.dispatch( change );
+         if( callback && change.attr < reactor.knownAttrs_ ) ( reactor.*callback )();
+         else reactor.dispatch( change );
       } catch( ... ) {
          try {
             reactor.onException( NotifieeBase::callbackException, change, std::current_exception() );

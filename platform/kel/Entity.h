@@ -99,18 +99,19 @@ class Entity : public PtrInterface {
 
    // --- what generated mutators call -------------------------------------------------------------------------------------------------
 
-   template< class T >
-   void set( U16 attr, T& slot, const T& value ) {
+   /// `callback`, the attribute's own in its reactors, saves each of them the way through `dispatch`.
+   template< class T, class Notifiee = NotifieeBase >
+   void set( U16 attr, T& slot, const std::type_identity_t< T >& value, void ( Notifiee::*callback )() = nullptr ) {
       if( slot == value ) return;
       slot = value;
-      changed( attr );
+      changed( attr, static_cast< NotifieeBase::Callback >( callback ) );
    }
 
    /// A reference that may not be null.
-   template< class T >
-   void setRef( U16 attr, Ptr< T >& slot, const Ptr< T >& value ) {
+   template< class T, class Notifiee = NotifieeBase >
+   void setRef( U16 attr, Ptr< T >& slot, const Ptr< T >& value, void ( Notifiee::*callback )() = nullptr ) {
       if( !value ) nullRefused( attr );
-      set( attr, slot, value );
+      set( attr, slot, value, callback );
    }
 
    template< class Map, class K, class V >
@@ -124,7 +125,9 @@ class Entity : public PtrInterface {
       auto [ slot, isNew ] = map.insert( key, value );
       if( !isNew ) {
          if( *slot == value ) return value;
-         *slot = value;
+         // What the old value held may change this very map when it goes, so it goes last.
+         V old( value );
+         std::swap( *slot, old );
       }
       changedKey( attr, &key );
       return value;
@@ -218,10 +221,10 @@ class Entity : public PtrInterface {
       changedKey( attr, &index );
    }
 
-   void changed( U16 attr ) {
+   void changed( U16 attr, NotifieeBase::Callback callback = nullptr ) {
       ++changes_;
       if( log_ ) [[unlikely]] logAttr( attr );
-      if( notifiees_ ) notify( Change{ attr } );
+      if( notifiees_ ) notify( Change{ attr }, callback );
    }
    void changedKey( U16 attr, const void* key ) {
       ++changes_;
@@ -248,7 +251,7 @@ class Entity : public PtrInterface {
    }
    void release( Entity* child );
    void sameParameters( std::span< const void* const > parameters ) const;
-   void notify( const Change& change ) const;
+   void notify( const Change& change, NotifieeBase::Callback callback = nullptr ) const;
    void logAttr( U16 attr ) const;
    void logKey( U16 attr, const void* key ) const;
 

@@ -25,8 +25,22 @@ class Machine : public PtrInterface {
 
  protected:
    [[noreturn, gnu::cold]] void nullRefused( const char* attribute ) const;
+   /// A machine that is created again under its key must get the constructor parameter that it was made with.
+   template< class T >
+   static void sameParameter( const char* attribute, const T& current, const T& wanted ) {
+      if( !( current == wanted ) ) reinstantiated( attribute, parameterText( wanted ), parameterText( current ) );
+   }
 
  private:
+   template< class T >
+   static std::string parameterText( const T& value ) { return valueToStrep( value ).str(); }
+   template< class T >
+   static std::string parameterText( const Ptr< T >& value ) {
+      if constexpr( std::is_base_of_v< Entity, T > ) return value ? value->fullName().str() : "null";
+      else return value ? "a machine" : "null";
+   }
+   [[noreturn, gnu::cold]] static void reinstantiated( const char* attribute, const std::string& wanted, const std::string& current );
+
    bool hasNotificationActive_ = true;
 };
 
@@ -70,6 +84,15 @@ Ptr< Reactor > followEntity( ReactorMap< K, Reactor >& reactors, const K& key, c
    reactors.insert( key, made );
    made->kelStart();
    return made;
+}
+
+/// The row of a machine's own collection of values. It is described, but not changed through reflection.
+template< class Map >
+constexpr Attr machineMapAttr( const char* name, std::size_t offset ) {
+   Attr row = attr< typename Map::Value >( name, offset );
+   row.kind = AttrKind::reactorMap;
+   row.keyType = &typeOf< typename Map::Key >();
+   return row;
 }
 
 /// The row of a machine's reactors to entities of type `Watched`.

@@ -28,7 +28,7 @@ class NotifieeBase : public PtrInterface {
    NotifieeBase& operator=( const NotifieeBase& ) = delete;
 
    /// Attaches it to `entity`, behind those that are attached already. A null entity leaves it unattached. Throws `InternalException`
-   /// "entity reactor is already active" when it is attached.
+   /// "entity reactor is already active" when it is attached, `FrameworkException` "Entity is the wrong type" for one of another type.
    void activate( const Entity* entity );
    /// Takes it off its entity; a callback that is running goes on to its end. Does nothing when it is not attached.
    void deactivate();
@@ -40,13 +40,21 @@ class NotifieeBase : public PtrInterface {
    /// How many exceptions out of callbacks the default handler has seen.
    U32 exceptionCount() const { return exceptions_; }
 
-   /// Runs the typed callbacks of one change. Called by the runtime; the generated override switches on the attribute.
+   /// Runs the typed callbacks of one change. The generated override switches on the attribute. A typed setter calls the callback of a
+   /// scalar itself instead.
    virtual void dispatch( const Change& change );
+   /// The typed callback of a scalar attribute, `&NotifieeConst::on<Attr>`, as the runtime calls it.
+   using Callback = void ( NotifieeBase::* )();
 
  protected:
    NotifieeBase() = default;
 
    const Entity* notifierEntity() const { return notifier_; }
+   /// Told by every generated class: the type of the entities that it watches, whose attributes it has callbacks for.
+   void watchedTypeIs( const Type& type ) {
+      watchedType_ = &type;
+      knownAttrs_ = type.attrCount();
+   }
 
    /// The entity is being removed from its collection, or goes; it can still be read. Called once.
    virtual void onZombie() {}
@@ -60,6 +68,8 @@ class NotifieeBase : public PtrInterface {
    friend struct NotifieeList;
 
    const Entity* notifier_ = nullptr;
+   const Type* watchedType_ = nullptr;
+   U16 knownAttrs_ = 0;   ///< attributes below this index have their callbacks in this class or a base; a reactor to a base type knows fewer
    bool notificationActive_ = true;
    U32 exceptions_ = 0;
 };

@@ -89,6 +89,12 @@ Ptr< T > dynamicCast( const Ptr< U >& p ) noexcept {
    return Ptr< T >( dynamic_cast< T* >( p.ptr() ) );
 }
 
+/// The pointer as another type of its hierarchy. REQUIRES: the object is one, or the pointer is null.
+template< class T, class U >
+Ptr< T > staticCast( const Ptr< U >& p ) noexcept {
+   return Ptr< T >( static_cast< T* >( p.ptr() ) );
+}
+
 template< class T, class... Args >
 Ptr< T > makePtr( Args&&... args ) {
    return Ptr< T >( new T( std::forward< Args >( args )... ) );

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <iostream>
+#include <kel/Dir.h>
+#include <kel/Machine.h>
+#include <kel/Seqno32.h>
 #include <mutex>
 #include <unordered_map>
 
@@ -16,7 +19,16 @@ struct Names {
 };
 
 Names& names() {
-   static Names* all = new Names;   // outlives every library's clean-up
+   // It outlives every library's clean-up. The framework's own types are there from the start.
+   static Names* all = [] {
+      auto* made = new Names;
+      for( Type* type : { &BuiltIn::boolean, &BuiltIn::u8, &BuiltIn::u16, &BuiltIn::u32, &BuiltIn::u64, &BuiltIn::s8, &BuiltIn::s16, &BuiltIn::s32,
+                          &BuiltIn::s64, &BuiltIn::f64, &BuiltIn::seconds, &BuiltIn::string8, &BuiltIn::name, &Entity::_Type, &Dir::_Type,
+                          &Machine::_Type, &Oru::Seqno32::_Type } ) {
+         made->types.emplace( type->qualifiedName(), type );
+      }
+      return made;
+   }();
    return *all;
 }
 

@@ -20,6 +20,8 @@ class PtrInterface;
 class TextOut;
 class Type;
 template< class T >
+class GenericIfOf;
+template< class T >
 class Ptr;
 
 /// A position in text that is parsed.

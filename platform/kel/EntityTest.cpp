@@ -1,0 +1,260 @@
+#include "FacetsTest.h"
+
+#include <functional>
+#include <kel/Dir.h>
+#include <kel/Path.h>
+#include <vector>
+
+// Notification from mutators: silence on no change, order, re-entrancy of every kind, failing callbacks, and what collections say.
+
+namespace Facets {
+
+Kel::U32 Tree::doubled() const { return number() * 2; }
+void Tree::reset( Kel::U32 to ) { numberIs( to ); }
+
+}
+
+namespace {
+
+using namespace Facets;
+using testing::ElementsAre;
+using Kel::Ptr;
+
+/// Writes down what it hears, and may do something about it.
+struct Listener : Tree::NotifieeConst {
+   Listener( const Ptr< const Tree >& tree, std::string n, std::vector< std::string >& l ) : NotifieeConst( tree ), label( std::move( n ) ), log( l ) {}
+   using NotifieeConst::onKeyed;
+   using NotifieeConst::onPairs;
+   using NotifieeConst::onRecent;
+   void say( const std::string& what ) {
+      log.push_back( label + " " + what );
+      if( then ) std::exchange( then, nullptr )();
+   }
+   void onNumber() override { say( "number" ); }
+   void onHushed() { say( "hushed" ); }
+   void onPairs() override { say( "pairs" ); }
+   void onPairs( const Vid& key ) override { say( "pairs " + std::to_string( key.value() ) ); }
+   void onPairskelImmediate() override { say( "immediate" ); }
+   void onKeyed( const Vid& key ) override { say( "keyed " + std::to_string( key.value() ) ); }
+   void onRecent( const Kel::U32& index ) override { say( "recent " + std::to_string( index ) ); }
+   void onZombie() override { say( "zombie" ); }
+   void onException( Kel::U32 code, const Kel::Change& change, std::exception_ptr e ) override {
+      log.push_back( label + " exception " + std::to_string( code ) );
+      if( throwsAgain ) throw std::runtime_error( "again" );
+      NotifieeConst::onException( code, change, e );
+   }
+   std::string label;
+   std::vector< std::string >& log;
+   std::function< void() > then;
+   bool throwsAgain = false;
+};
+
+struct EntityTest : testing::Test {
+   Ptr< Listener > listen( const char* name ) { return Kel::makePtr< Listener >( tree, name, log ); }
+   std::vector< std::string > take() { return std::exchange( log, {} ); }
+   std::vector< std::string > log;
+   Ptr< Tree > tree = treeFactory( "tree" );
+};
+
+TEST_F( EntityTest, SettersAreSilentOnNoChangeAndCountOnceOnChange ) {
+   const auto a = listen( "a" );
+   const Kel::U32 before = tree->changeCount();
+   tree->numberIs( 7 );
+   tree->pairsDel( 9 );
+   EXPECT_EQ( tree->changeCount(), before );
+   EXPECT_THAT( take(), ElementsAre() );
+   tree->numberIs( 8 );
+   EXPECT_EQ( tree->changeCount(), before + 1 );
+   EXPECT_THAT( take(), ElementsAre( "a number" ) );
+   tree->hushedIs( 1 );
+   EXPECT_EQ( tree->changeCount(), before + 2 );
+   EXPECT_THAT( take(), ElementsAre() );
+   // A NaN equals nothing, itself included.
+   tree->realIs( std::numeric_limits< double >::quiet_NaN() );
+   tree->realIs( std::numeric_limits< double >::quiet_NaN() );
+   EXPECT_EQ( tree->changeCount(), before + 4 );
+}
+
+TEST_F( EntityTest, CollectionsAnnounceKeysInAllForms ) {
+   const auto a = listen( "a" );
+   tree->pairsIs( 3, Pair( 1, 2 ) );
+   tree->pairsIs( 3, Pair( 1, 2 ) );
+   EXPECT_THAT( take(), ElementsAre( "a immediate", "a pairs 3" ) );
+   tree->pairsNotify( 5 );
+   tree->pairsNotifyCollection();
+   EXPECT_THAT( take(), ElementsAre( "a immediate", "a pairs 5", "a immediate", "a pairs" ) );
+   EXPECT_EQ( tree->pairsDel( 3 ), Pair( 1, 2 ) );
+   EXPECT_EQ( tree->pairsDel( 3 ), Pair() );
+   EXPECT_THAT( take(), ElementsAre( "a immediate", "a pairs 3" ) );
+   for( Kel::U16 v = 1; v < 5; ++v ) tree->pairsIs( v, Pair( v, v ) );
+   auto second = tree->pairsIter();
+   const Vid key = ( ++second ).key();
+   EXPECT_EQ( tree->pairsDel( second ).outer(), key );
+   EXPECT_EQ( tree->pairs( key ), Pair() );
+   take();
+   tree->pairsDelAll();
+   EXPECT_EQ( take().size(), 6u );
+   EXPECT_FALSE( tree->pairsIter() );
+}
+
+TEST_F( EntityTest, QueuesAppendAtTheTailAndGiveTheHead ) {
+   const auto a = listen( "a" );
+   tree->recentEnq( 10 );
+   tree->recentEnq( 20 );
+   EXPECT_EQ( tree->recentDeq(), 10u );
+   EXPECT_EQ( tree->recent( 1 ), 20u );
+   EXPECT_EQ( tree->recentDeq(), 20u );
+   EXPECT_EQ( tree->recentDeq(), 0u );
+   EXPECT_THAT( take(), ElementsAre( "a recent 0", "a recent 1", "a recent 0", "a recent 1" ) );
+}
+
+// A walk sees the reactors that were there when it began, less those that go before their turn.
+TEST_F( EntityTest, WalkIsASnapshotWithoutTheDead ) {
+   auto a = listen( "a" ), b = listen( "b" ), c = listen( "c" ), d = listen( "d" );
+   Ptr< Listener > late;
+   a->then = [ & ] {
+      b->deactivate();
+      c = nullptr;
+      late = listen( "late" );
+   };
+   tree->numberIs( 1 );
+   EXPECT_THAT( take(), ElementsAre( "a number", "d number" ) );
+   EXPECT_EQ( tree->notifieeCount(), 3u );
+   tree->numberIs( 2 );
+   EXPECT_THAT( take(), ElementsAre( "a number", "d number", "late number" ) );
+}
+
+TEST_F( EntityTest, ReactorMayDropItselfTheOthersAndTheEntityWhileItRuns ) {
+   auto a = listen( "a" ), b = listen( "b" );
+   a->then = [ & ] {
+      a->deactivate();
+      a = nullptr;   // the walk keeps it until its callback has returned
+   };
+   tree->numberIs( 1 );
+   EXPECT_THAT( take(), ElementsAre( "a number", "b number" ) );
+   auto c = listen( "c" );
+   b->then = [ & ] { tree = nullptr; };
+   tree.ptr()->numberIs( 2 );
+   EXPECT_THAT( take(), ElementsAre( "b number", "b zombie", "c zombie" ) );
+   EXPECT_FALSE( b->notifier() );
+}
+
+TEST_F( EntityTest, NestedChangeIsAnnouncedToAllBeforeTheOuterGoesOn ) {
+   const auto a = listen( "a" ), b = listen( "b" );
+   a->then = [ & ] { tree->pairsIs( 1, Pair() ); };
+   tree->numberIs( 1 );
+   EXPECT_THAT( take(), ElementsAre( "a number", "a immediate", "a pairs 1", "b immediate", "b pairs 1", "b number" ) );
+}
+
+TEST_F( EntityTest, ThrowingCallbackDoesNotStopTheWalkNorDoesItsHandler ) {
+   const auto a = listen( "a" ), b = listen( "b" ), c = listen( "c" );
+   a->then = [] { throw Kel::RangeException( "first" ); };
+   b->then = [] { throw 7; };
+   b->throwsAgain = true;
+   tree->numberIs( 1 );
+   EXPECT_THAT( take(), ElementsAre( "a number", "a exception 260", "b number", "b exception 260", "c number" ) );
+   EXPECT_EQ( a->exceptionCount(), 1u );
+   EXPECT_EQ( tree->number(), 1u );
+}
+
+TEST_F( EntityTest, ReactorActivatesOnceAndCanBeQuiet ) {
+   const auto a = listen( "a" );
+   EXPECT_EQ( thrown< Kel::InternalException >( [ & ] { a->activate( tree.ptr() ); } ), "entity reactor is already active" );
+   a->hasNotificationActiveIs( false );
+   tree->numberIs( 1 );
+   a->hasNotificationActiveIs( true );
+   tree->numberIs( 2 );
+   EXPECT_THAT( take(), ElementsAre( "a number" ) );
+   const Ptr< Listener > none = Kel::makePtr< Listener >( nullptr, "none", log );
+   EXPECT_FALSE( none->notifier() );
+}
+
+TEST_F( EntityTest, ChildrenAreNamedByTheirKeyAndKeptByTheirParameters ) {
+   const auto leaf = tree->leafIs( "oak", 1, 2 );
+   leaf->modeIs( 5 );
+   EXPECT_EQ( tree->newLeaf( "oak", 1, 9 ), leaf );
+   EXPECT_EQ( leaf->mode(), 5u );
+   EXPECT_EQ( thrown< Kel::NameInUseException >( [ & ] { tree->leafIs( "oak", 3, 2 ); } ),
+              "Reinstantiating the entity with name oak where constructor parameter attribute _nonce has a different value of 3 than the current "
+              "value of 1 not allowed" );
+   EXPECT_EQ( leaf->fullName(), "tree/oak" );
+   const auto keyed = tree->keyedIs( 12 );
+   EXPECT_EQ( keyed->name(), "12" );
+   EXPECT_EQ( keyed->parent(), tree.ptr() );
+   EXPECT_EQ( Kel::entityAtPath( tree, "/12" ), keyed );
+   EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { Kel::entityAtPath< Leaf >( tree, "12" ); } ), "Entity is the wrong type" );
+   const auto a = listen( "a" );
+   EXPECT_EQ( tree->keyedDel( 12 ), keyed );
+   EXPECT_TRUE( keyed->isZombie() );
+   EXPECT_EQ( keyed->parent(), nullptr );
+   EXPECT_THAT( take(), ElementsAre( "a keyed 12" ) );
+   const auto spare = tree->spareIs( "spare" );
+   EXPECT_EQ( tree->spareIs( "other" ), spare );
+   EXPECT_EQ( tree->spareDel(), spare );
+   EXPECT_FALSE( tree->spare() );
+}
+
+TEST_F( EntityTest, NullReferencesAreRefusedWhereTheyMustBe ) {
+   const auto leaf = tree->leafIs( "oak", 1, 2 );
+   tree->requiredIs( leaf );
+   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { tree->requiredIs( nullptr ); } ),
+              "null _required parameter to mutator for Facets::Tree::required not allowed" );
+   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { tree->linkedIs( 4, nullptr ); } ),
+              "null _linked parameter to mutator for Facets::Tree::linked not allowed" );
+   EXPECT_EQ( tree->required(), leaf );
+   tree->favouriteIs( leaf );
+   tree->favouriteIs( nullptr );
+   EXPECT_FALSE( tree->favourite() );
+   EXPECT_EQ( thrown< Kel::RangeException >( [] { Kel::ValidPtr< Leaf > p( nullptr ); } ), "null ValidPtr" );
+}
+
+TEST_F( EntityTest, StoreThenCheckKeepsTheRefusedValueUnannounced ) {
+   const Kel::U32 before = tree->changeCount();
+   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { tree->limitIs( 101 ); } ), "Tree::limit > Tree::limitMax not allowed" );
+   EXPECT_EQ( tree->limit(), 101 );
+   EXPECT_EQ( tree->changeCount(), before );
+   tree->limitIs( 100 );
+   EXPECT_EQ( tree->changeCount(), before + 1 );
+}
+
+TEST_F( EntityTest, DerivedAttributesAndConstantsRead ) {
+   tree->pairIs( Pair( 4, 5 ) );
+   EXPECT_EQ( tree->outer(), Vid( 4 ) );
+   EXPECT_EQ( tree->doubled(), 14u );
+   EXPECT_EQ( tree->limitMax(), 100 );
+   EXPECT_EQ( tree->greeting(), "hello" );
+   const auto bush = bushFactory( "bush" );
+   EXPECT_EQ( bush->number(), 7u );
+   EXPECT_EQ( bush->berries(), 3u );
+   struct Watch : Bush::NotifieeConst {
+      using NotifieeConst::NotifieeConst;
+      void onNumber() override { ++numbers; }
+      void onBerries() override { ++berries; }
+      int numbers = 0, berries = 0;
+   };
+   const auto watch = Kel::makePtr< Watch >( bush );
+   bush->numberIs( 1 );
+   bush->berriesIs( 1 );
+   EXPECT_EQ( watch->numbers, 1 );
+   EXPECT_EQ( watch->berries, 1 );
+}
+
+TEST( DirTest, ReplacedEntryGoesThenComes ) {
+   struct Watch : Kel::Dir::NotifieeConst {
+      using NotifieeConst::NotifieeConst;
+      using NotifieeConst::onEntry;
+      void onEntry( const Kel::Name& n ) override { seen.push_back( n.str() + ( notifier()->entry( n ) ? " there" : " gone" ) ); }
+      std::vector< std::string > seen;
+   };
+   const auto dir = Kel::dirFactory( "dir" );
+   const auto watch = Kel::makePtr< Watch >( dir );
+   dir->entryIs( branchFactory( "a" ) );
+   dir->entryIs( "a", treeFactory( "a" ) );
+   EXPECT_THAT( watch->seen, ElementsAre( "a there", "a gone", "a there" ) );
+   EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { dir->entry< Branch >( "a" ); } ), "Entity is the wrong type" );
+   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { dir->entryIs( "b", nullptr ); } ),
+              "null _entry parameter to mutator for Kel::Dir::entry not allowed" );
+   EXPECT_EQ( dir->entry< Tree >( "a" )->fullName(), "dir/a" );
+}
+
+}
