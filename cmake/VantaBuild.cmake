@@ -1,5 +1,7 @@
 # Settings and functions that every room's CMakeLists.txt uses.
 
+cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH VANTA_ROOT)
+
 option(VANTA_M32 "Build for 32-bit x86 (programs that need further packages are left out)" OFF)
 option(VANTA_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
 
@@ -25,6 +27,7 @@ add_compile_options(-Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -We
 if(VANTA_M32)
    # x87 registers would change a NaN's bits and compare unrounded doubles.
    add_compile_options(-m32 -msse2 -mfpmath=sse)
+   add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
    add_link_options(-m32)
 endif()
 if(VANTA_SANITIZE)
@@ -47,7 +50,7 @@ function(vanta_library name)
    add_library(${name} SHARED ${arg_SOURCES})
    add_library(${name}::${name} ALIAS ${name})
    set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/platform>
+   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${VANTA_ROOT}/platform>
                                              $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
    target_compile_features(${name} PUBLIC cxx_std_20)
    target_link_libraries(${name} PUBLIC ${arg_LINKS})
@@ -59,16 +62,19 @@ function(vanta_install_library name description links)
    install(TARGETS ${name} EXPORT ${name}Targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
    install(EXPORT ${name}Targets NAMESPACE ${name}:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Vanta)
    cmake_path(GET CMAKE_CURRENT_SOURCE_DIR PARENT_PATH parent)
-   if(parent STREQUAL "${CMAKE_SOURCE_DIR}/platform")
+   if(parent STREQUAL "${VANTA_ROOT}/platform")
       install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
               FILES_MATCHING PATTERN "*.h" PATTERN "*Test*.h" EXCLUDE PATTERN "test*" EXCLUDE)
    endif()
 
    string(TOLOWER ${name} lower)
+   # Of what it links with, the libraries of this project are its requirements for pkg-config too.
+   get_property(known GLOBAL PROPERTY VANTA_LIBRARIES)
    set(requires "")
    foreach(link ${links})
-      if(link MATCHES "^([A-Za-z]+)::\\1$")
-         string(TOLOWER ${CMAKE_MATCH_1} required)
+      string(REGEX REPLACE "^.*::" "" link "${link}")
+      if(link IN_LIST known)
+         string(TOLOWER ${link} required)
          list(APPEND requires ${required})
       endif()
    endforeach()
@@ -80,7 +86,7 @@ function(vanta_install_library name description links)
    endif()
    file(RELATIVE_PATH pcPrefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
    string(REGEX REPLACE "/$" "" pcPrefix "${pcPrefix}")
-   configure_file(${CMAKE_SOURCE_DIR}/packaging/library.pc.in ${CMAKE_BINARY_DIR}/pkgconfig/${lower}.pc @ONLY)
+   configure_file(${VANTA_ROOT}/packaging/library.pc.in ${CMAKE_BINARY_DIR}/pkgconfig/${lower}.pc @ONLY)
    install(FILES ${CMAKE_BINARY_DIR}/pkgconfig/${lower}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
    set_property(GLOBAL APPEND PROPERTY VANTA_LIBRARIES ${name})
 endfunction()
@@ -100,6 +106,9 @@ function(vanta_test name)
       return()
    endif()
    cmake_parse_arguments(arg "" "" "SOURCES;LINKS" ${ARGN})
+   if(NOT arg_SOURCES)
+      return()
+   endif()
    add_executable(${name} EXCLUDE_FROM_ALL ${arg_SOURCES})
    target_link_libraries(${name} PRIVATE ${arg_LINKS} vanta_gtest_main)
    add_dependencies(tests ${name})
@@ -124,24 +133,21 @@ function(vanta_use_googletest)
    target_link_libraries(vanta_gtest_main PUBLIC Threads::Threads)
 endfunction()
 
-# Installs what makes find_package(Vanta) work: every library's targets, kelc and the function kel_module. Called once, after
-# all rooms.
+# Installs what makes find_package(Vanta) work, so that others can build agents and compile definitions of their own: every
+# library's targets, kelc, the function kel_module and the definitions to import. Called once, after all rooms.
 function(vanta_install_package)
    include(CMakePackageConfigHelpers)
    set(destination ${CMAKE_INSTALL_LIBDIR}/cmake/Vanta)
+   set(definitions ${CMAKE_INSTALL_DATADIR}/kel)
    get_property(libraries GLOBAL PROPERTY VANTA_LIBRARIES)
-   configure_package_config_file(${CMAKE_SOURCE_DIR}/packaging/VantaConfig.cmake.in ${CMAKE_BINARY_DIR}/VantaConfig.cmake
-                                 INSTALL_DESTINATION ${destination})
+   configure_package_config_file(${VANTA_ROOT}/packaging/VantaConfig.cmake.in ${CMAKE_BINARY_DIR}/VantaConfig.cmake
+                                 INSTALL_DESTINATION ${destination} PATH_VARS CMAKE_INSTALL_BINDIR definitions)
    write_basic_package_version_file(${CMAKE_BINARY_DIR}/VantaConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-   install(FILES ${CMAKE_BINARY_DIR}/VantaConfig.cmake ${CMAKE_BINARY_DIR}/VantaConfigVersion.cmake DESTINATION ${destination})
-   if(EXISTS ${CMAKE_SOURCE_DIR}/cmake/KelModule.cmake)
-      install(FILES ${CMAKE_SOURCE_DIR}/cmake/KelModule.cmake DESTINATION ${destination})
-   endif()
-   if(TARGET kelc)
-      install(TARGETS kelc EXPORT KelcTargets RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-      install(EXPORT KelcTargets NAMESPACE Vanta:: DESTINATION ${destination})
-   endif()
-   if(EXISTS ${CMAKE_SOURCE_DIR}/docs)
-      install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
-   endif()
+   install(FILES ${CMAKE_BINARY_DIR}/VantaConfig.cmake ${CMAKE_BINARY_DIR}/VantaConfigVersion.cmake
+                 ${VANTA_ROOT}/cmake/KelModule.cmake DESTINATION ${destination})
+   install(TARGETS kelc RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+   # Each library installs the definitions of its modules; these two are of types written by hand.
+   install(FILES ${VANTA_ROOT}/platform/kel/Kel.kel DESTINATION ${definitions}/kel)
+   install(FILES ${VANTA_ROOT}/platform/quor/Quor.kel DESTINATION ${definitions}/quor)
+   install(DIRECTORY ${VANTA_ROOT}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 endfunction()
