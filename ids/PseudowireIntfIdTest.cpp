@@ -1,0 +1,134 @@
+#include "IdsTest.h"
+
+#include <Vanta/PseudowireIntfId.h>
+#include <Vanta/VantaIntfId.h>
+#include <gtest/gtest.h>
+#include <random>
+#include <sstream>
+
+namespace Quor {
+namespace {
+
+using Kel::U32;
+using Kel::U64;
+
+constexpr char vlanRefused[] = "VlanIdOrAny::value < 1 or > 4095 not allowed";
+
+constexpr IntfId pseudowire( U32 index, U32 high ) { return { 0x76000000 | index, high }; }
+
+TEST( PseudowireIntfId, BuildAndTakeApart ) {
+   constexpr Kel::U16 edges[] = { 1, 2, 4094, 4095 };
+   std::mt19937 random( 1 );
+   for( int i = 0; i < 2000; ++i ) {
+      const IntfId parent( static_cast< U32 >( random() ), static_cast< U32 >( random() ) );
+      const auto vlan = static_cast< Kel::U16 >( i < 4 ? edges[ i ] : 1 + random() % 4095 );
+      const IntfId id = PseudowireIntfId::intfIdFromIntfIdVlan( parent, vlan );
+      ASSERT_EQ( id, IntfId( ( parent.low() & 0x1ffffff ) | 0x76000000, U32( vlan ) << 8 | parent.low() >> 25 ) );
+      ASSERT_TRUE( PseudowireIntfId::isPseudowireIntfId( id ) );
+      ASSERT_EQ( PseudowireIntfId::vlanId( id ).value(), vlan );
+      ASSERT_EQ( PseudowireIntfId::connectorId( id ), part( parent, 1 ) );
+      ASSERT_EQ( PseudowireIntfId::connectorType( id ), typeId( parent ) );
+      ASSERT_EQ( PseudowireIntfId::parentIntfId( id ), IntfId( parent.low(), 0 ) );
+      ASSERT_EQ( PseudowireIntfId::isPortPseudowireIntfId( id ), vlan == 4095 );
+      ASSERT_EQ( PseudowireIntfId::portIntfIdFromIntfId( parent ), PseudowireIntfId::intfIdFromIntfIdVlan( parent, 4095 ) );
+   }
+}
+
+TEST( PseudowireIntfId, NumberOverlaps ) {
+   struct {
+      U32 index, high;
+      U64 number;
+   } const rows[] = {
+      { 1, 4095 << 8, 0xfff000 },                          // the connector id's bit 0 is the VLAN's bit 8
+      { 1, 0xff << 8 | 7, 0x1ff007 },
+      { 2, 1 << 8 | 8, 0x201008 },
+      { 0x1ffffff, 4095 << 8 | 0xff, 0x1ffffffff0ff },
+      { 0, 0xffffffff, 0xffffff0ff },                      // the whole part above bit 8, unchecked
+   };
+   for( const auto& row : rows ) EXPECT_EQ( PseudowireIntfId::pseudowireIntfId( pseudowire( row.index, row.high ) ), row.number );
+}
+
+TEST( PseudowireIntfId, TheVlanIsJudgedOnAllItsBits ) {
+   for( U32 vlan : { 0u, 4096u, 65535u, 65536u, 65537u, 0x10fffu, 0xffffffu } ) {
+      const IntfId id = pseudowire( 3 << 6, vlan << 8 );
+      EXPECT_EQ( refusal( [ & ] { PseudowireIntfId::vlanId( id ); } ), vlanRefused ) << vlan;
+      EXPECT_EQ( refusal( [ & ] { PseudowireIntfId::isPortPseudowireIntfId( id ); } ), vlanRefused ) << vlan;
+      EXPECT_EQ( refusal( [ & ] { PseudowireIntfId::parentIntfId( id ); } ), vlanRefused ) << vlan;
+      EXPECT_EQ( PseudowireIntfId::connectorId( id ), 3u << 6 );
+      EXPECT_EQ( PseudowireIntfId::connectorType( id ), 0 );
+   }
+   // A connector type has eight bits and a kind only seven: the eighth falls off the parent.
+   EXPECT_EQ( PseudowireIntfId::connectorType( pseudowire( 1, 1 << 8 | 0x87 ) ), 0x87 );
+   EXPECT_EQ( PseudowireIntfId::parentIntfId( pseudowire( 1, 1 << 8 | 0x87 ) ), IntfId( 7u << 25 | 1, 0 ) );
+}
+
+TEST( PseudowireIntfId, Names ) {
+   const IntfId id = PseudowireIntfId::intfIdFromIntfIdVlan( IntfId( "Ethernet3.7" ), 100 );
+   EXPECT_EQ( id.stringValue(), "Pseudowire-Ethernet3.100" );
+   EXPECT_EQ( PseudowireIntfId::localIntfIdFromString( "Pseudowire-Ethernet3.100" ), id );
+   EXPECT_EQ( PseudowireIntfId::localIntfIdFromString( "Pseudowire-Port-Channel7" ), PseudowireIntfId::portIntfIdFromIntfId( IntfId( "Port-Channel7" ) ) );
+   EXPECT_EQ( PseudowireIntfId::localIntfIdFromString( pseudowire( 0, 0 ).stringValue() ), pseudowire( 0, 0 ) );
+   EXPECT_EQ( refusal( [] { PseudowireIntfId::localIntfIdFromString( "Ethernet3" ); } ),
+              "interface name 'Ethernet3' is no pseudowire's: expected a name like Pseudowire-Ethernet3.100" );
+   for( const char* bad : { "", "Pseudowire-Ethernet3.0", "Pseudowire-Ethernet3.4095", "Pseudowire-Etherne3" } ) {
+      EXPECT_NE( refusal( [ & ] { PseudowireIntfId::localIntfIdFromString( bad ); } ).find( "'" + std::string( bad ) + "'" ), std::string::npos ) << bad;
+   }
+}
+
+/// A value type that is an identifier: it has the identifier's text, order, hash and log.
+template< class T >
+class WrappedIntfId : public testing::Test {};
+using Wrappers = testing::Types< CpuIntfId, PortChannelIntfId, PeerEthIntfId, PeerPortChannelIntfId, SubIntfId, PseudowireIntfId >;
+TYPED_TEST_SUITE( WrappedIntfId, Wrappers );
+
+TYPED_TEST( WrappedIntfId, HasTheFacetsOfItsIdentifier ) {
+   static_assert( sizeof( TypeParam ) == 8 && alignof( TypeParam ) == 4 );
+   EXPECT_EQ( TypeParam().value(), IntfId() );
+   const char* const names[] = { "", "Ethernet3/2.100", "Cpu", "Port-Channel7.5", "PeerEthernet3", "Pseudowire-Ethernet3.100", "Pseudowire-Ethernet3",
+                                 "Intf-00000000760000c0", "Intf-ffffffffffffffff" };
+   TypeParam last;
+   for( const char* name : names ) {
+      const TypeParam id{ Kel::String8( name ) };
+      const std::string text = "'" + std::string( name ) + "'";
+      EXPECT_EQ( id.value(), IntfId( name ) );
+      EXPECT_EQ( Quor::valueToStrep( id ).str(), text );
+      EXPECT_EQ( Kel::strepToValue< TypeParam >( text ), id );
+      std::ostringstream out;
+      out << id;
+      EXPECT_EQ( out.str(), text );
+      EXPECT_EQ( id.hash(), id.value().hash() );
+      EXPECT_EQ( id < last, id.value() < last.value() );
+      EXPECT_EQ( id == last, id.value() == last.value() );
+      const std::string log = logged( id );
+      Kel::LogOut words;
+      words.u32( id.value().low() );
+      words.u32( id.value().high() );
+      EXPECT_EQ( log, std::string( reinterpret_cast< const char* >( words.bytes().data() ), words.size() ) );
+      Kel::LogIn in( { reinterpret_cast< const Kel::U8* >( log.data() ), log.size() } );
+      EXPECT_EQ( TypeParam( in ), id );
+      last = id;
+   }
+   EXPECT_NE( refusal( [] { TypeParam( Kel::String8( "Etherne3" ) ); } ), "nothing" );
+   const std::string sequence = "'Ethernet3', 7";
+   const char* from = sequence.data();
+   EXPECT_EQ( TypeParam::sequenceToValue( from, from + sequence.size() ).value(), IntfId( "Ethernet3" ) );
+   EXPECT_EQ( from, sequence.data() + 11 );
+   for( const char* bad : { "Ethernet3", "'Ethernet3", "'Ethernet3x'", "'Ethernet0'", "", "'Ethernet3' x" } )
+      EXPECT_NE( refusal( [ & ] { Kel::strepToValue< TypeParam >( bad ); } ), "nothing" ) << bad;
+}
+
+TEST( PseudowireIntfIdDeathTest, AnotherKindStopsTheProcess ) {
+   const IntfId ethernet( "Ethernet3" );
+   const auto text = []( const char* function ) {
+      return "PseudowireIntfId: " + std::string( function ) + ": assertion \"isPseudowireIntfId\\( intfId \\)\" failed";
+   };
+   EXPECT_DEATH( PseudowireIntfId::parentIntfId( ethernet ), text( "parentIntfId" ) );
+   EXPECT_DEATH( PseudowireIntfId::vlanId( ethernet ), text( "vlanId" ) );
+   EXPECT_DEATH( PseudowireIntfId::isPortPseudowireIntfId( ethernet ), text( "isPortPseudowireIntfId" ) );
+   EXPECT_DEATH( PseudowireIntfId::connectorId( ethernet ), text( "connectorId" ) );
+   EXPECT_DEATH( PseudowireIntfId::connectorType( IntfId() ), text( "connectorType" ) );
+   EXPECT_DEATH( PseudowireIntfId::pseudowireIntfId( ethernet ), text( "pseudowireIntfId" ) );
+}
+
+}
+}
