@@ -1,0 +1,106 @@
+#include "Options.h"
+
+#include "TestSupport.h"
+
+namespace Fdbd {
+
+using namespace Test;
+
+namespace {
+
+Options parsed( std::vector< std::string > words ) {
+   words.insert( words.begin(), "vanta-fdbd" );
+   std::vector< char* > argv;
+   for( std::string& w : words ) argv.push_back( w.data() );
+   argv.push_back( nullptr );
+   return parseOptions( static_cast< int >( words.size() ), argv.data() );
+}
+
+}
+
+TEST( Options, Defaults ) {
+   const Options o = parsed( { "--bridge", "br0" } );
+   EXPECT_EQ( o.table, "fdb" );
+   EXPECT_EQ( o.learning.nativeVlan, 1 );
+   EXPECT_EQ( o.learning.agingTime, 300 * nanosPerSecond );
+   EXPECT_EQ( o.learning.capacity, 1'048'576u );
+   EXPECT_EQ( o.pace, Pace::real );
+   EXPECT_FALSE( o.statistics || o.json || o.print || o.exitAtEnd );
+}
+
+TEST( Options, SourcesAndTheirPorts ) {
+   const Options o = parsed( { "--capture", "a.pcap", "--interface", "eth0", "--capture=b=c.pcap=Port-Channel7", "--bridge", "br=0", "--capture",
+                               "c.pcap", "--interface", "eth1=Et3/2" } );
+   const std::vector< std::pair< std::string, std::string > > expected = { { "a.pcap", "Ethernet1" }, { "eth0", "" }, { "b=c.pcap", "Port-Channel7" },
+                                                                          { "br=0", "" },  { "c.pcap", "Ethernet3" }, { "eth1", "Ethernet3/2" } };
+   ASSERT_EQ( o.sources.size(), expected.size() );
+   for( std::size_t i = 0; i < expected.size(); ++i ) {
+      EXPECT_EQ( o.sources[ i ].name, expected[ i ].first );
+      EXPECT_EQ( o.sources[ i ].port.stringValue().str(), expected[ i ].second );
+   }
+}
+
+TEST( Options, StatisticsMayHaveAnIntervalOfItsOwn ) {
+   const std::vector< std::string > br = { "--bridge", "b" };
+   const auto with = [ & ]( std::vector< std::string > words ) {
+      words.insert( words.end(), br.begin(), br.end() );
+      return parsed( words );
+   };
+   EXPECT_EQ( with( { "--statistics" } ).statisticsInterval, 0 );
+   EXPECT_EQ( with( { "--statistics=0.5" } ).statisticsInterval, nanosPerSecond / 2 );
+   EXPECT_EQ( with( { "--statistics", "2" } ).statisticsInterval, 2 * nanosPerSecond );
+   EXPECT_TRUE( with( { "--statistics", "2" } ).statistics );
+}
+
+TEST( Options, EachMistakeIsNamed ) {
+   struct {
+      std::vector< std::string > words;
+      const char* text;
+   } const cases[] = {
+      { {}, "nothing to learn from: give at least one --capture, --interface or --bridge" },
+      { { "--frob" }, "'--frob': no such option, or the beginning of more than one" },
+      { { "-x" }, "-x: no such option" },
+      { { "--p", "max" }, "'--p': no such option, or the beginning of more than one" },
+      { { "--bridge" }, "--bridge: needs a value" },
+      { { "--json=1" }, "'--json=1': the option takes no value" },
+      { { "a.pcap" }, "'a.pcap': not an option; put --capture, --interface or --bridge before it" },
+      { { "--native-vlan", "0" }, "--native-vlan '0': give a whole number from 1 to 4094" },
+      { { "--native-vlan", "4095" }, "--native-vlan '4095': give a whole number from 1 to 4094" },
+      { { "--native-vlan", "1x" }, "--native-vlan '1x': give a whole number from 1 to 4094" },
+      { { "--capacity", "-1" }, "--capacity '-1': give a whole number from 1 to 268435456" },
+      { { "--capacity", "99999999999999999999" }, "--capacity '99999999999999999999': give a whole number from 1 to 268435456" },
+      { { "--aging-time", "nan" }, "--aging-time 'nan': give seconds, from 0 to 1000000" },
+      { { "--aging-time", "1e7" }, "--aging-time '1e7': give seconds, from 0 to 1000000" },
+      { { "--aging-time", "1e-10" }, "--aging-time '1e-10': give seconds, from 0 to 1000000" },
+      { { "--statistics=0" }, "--statistics '0': give seconds, more than 0 to 1000000" },
+      { { "--pace", "fast" }, "--pace 'fast': give 'real' or 'max'" },
+      { { "--table", "../x" }, "--table '../x': give a name of 1 to 100 characters without '/' that does not begin with '.'" },
+      { { "--capture", "" }, "--capture '': no name; give a file" },
+      { { "--interface", "=Ethernet1" }, "--interface '=Ethernet1': no name; give a device" },
+      { { "--interface", "eth0=" }, "--interface 'eth0=': no port behind '='; give one like Ethernet3 or Port-Channel7, or leave '=' out" },
+      { { "--interface", "eth0", "--interface", "eth0=Et4" }, "--interface 'eth0': given twice; name each source once" },
+      { { "--capture", "a", "--capture", "b=Ethernet1" },
+        "--capture 'b': its port Ethernet1 is that of --capture 'a' already; give one of them another port with =PORT" },
+      { { "--bridge", "b", "--exit-at-end" }, "--exit-at-end: there is no --capture that could end" },
+   };
+   for( const auto& c : cases ) {
+      try {
+         parsed( c.words );
+         ADD_FAILURE() << "accepted, expected: " << c.text;
+      } catch( const UsageError& e ) {
+         EXPECT_STREQ( e.what(), c.text );
+      }
+   }
+}
+
+TEST( Options, BadPortIsQuoted ) {
+   try {
+      parsed( { "--interface", "eth0=Ethernt3" } );
+      FAIL();
+   } catch( const UsageError& e ) {
+      EXPECT_NE( std::string( e.what() ).find( "--interface 'eth0=Ethernt3': " ), std::string::npos ) << e.what();
+      EXPECT_NE( std::string( e.what() ).find( "Ethernt3", 30 ), std::string::npos ) << e.what();
+   }
+}
+
+}

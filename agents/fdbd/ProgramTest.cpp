@@ -1,0 +1,197 @@
+#include "TestSupport.h"
+#include <Vanta/PlexoBridging.h>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+// The program as a person runs it, and its table as another process reads it.
+
+namespace Fdbd {
+
+using namespace Test;
+
+namespace {
+
+struct Result {
+   int code;
+   std::string text;
+};
+
+std::string captureFile( const std::string& name ) { return FDBD_CAPTURES "/" + name; }
+
+const std::string demoCaptures =
+   " --capture " + captureFile( "port1.pcap" ) + " --capture " + captureFile( "port2.pcap" ) + " --capture " + captureFile( "port3.pcapng" ) + " ";
+
+class Program : public ::testing::Test {
+ protected:
+   void SetUp() override {
+      char name[] = "/tmp/fdbd-test-XXXXXX";
+      directory = mkdtemp( name );
+      setenv( "PLEXO_DIR", directory.c_str(), 1 );
+   }
+   void TearDown() override {
+      if( pid > 0 ) kill( pid, SIGKILL ), waitpid( pid, nullptr, 0 );
+      EXPECT_EQ( std::system( ( "rm -rf " + directory ).c_str() ), 0 );
+   }
+
+   /// Runs it to its end, 20 seconds at most; everything that it writes.
+   static Result run( const std::string& arguments ) {
+      Result out;
+      std::FILE* pipe = popen( ( "timeout 20 " FDBD_PROGRAM " " + arguments + " 2>&1" ).c_str(), "r" );
+      char buffer[ 4096 ];
+      while( std::fgets( buffer, sizeof buffer, pipe ) ) out.text += buffer;
+      out.code = WEXITSTATUS( pclose( pipe ) );
+      return out;
+   }
+   void start( const std::string& arguments ) {
+      pid = fork();
+      if( pid == 0 ) {
+         execl( "/bin/sh", "sh", "-c", ( "exec " FDBD_PROGRAM " " + arguments + " 2> " + directory + "/stderr" ).c_str(), nullptr );
+         _exit( 127 );
+      }
+   }
+   /// Stops it, and returns its exit code.
+   int stop( int signal ) {
+      kill( pid, signal );
+      int status = 0;
+      waitpid( pid, &status, 0 );
+      pid = 0;
+      return WIFEXITED( status ) ? WEXITSTATUS( status ) : -1;
+   }
+   /// The table's records, as `MirrorSink::lines` writes them.
+   static std::vector< std::string > table( const std::string& name = "fdb" ) {
+      const auto status = Plexo::Bridging::statusFactory( "reader" );
+      status->plexoFdbStatusControl().setUp( { .name = name, .mode = Plexo::TableMode::reader } );
+      MirrorSink all;
+      for( auto i = status->plexoFdbStatusIterConst(); i; ++i ) {
+         const auto& record = i.value();
+         all.hosts[ HostId( record.key().fid().value(), record.key().addr() ) ].port = record.intf();
+      }
+      return all.lines();
+   }
+   static bool untilTable( const std::vector< std::string >& expected ) {
+      for( int i = 0; i < 500 && table() != expected; ++i ) std::this_thread::sleep_for( std::chrono::milliseconds( 10 ) );
+      return table() == expected;
+   }
+   std::string file( const std::string& name, const std::string& content ) const {
+      std::ofstream( directory + "/" + name, std::ios::binary ) << content;
+      return directory + "/" + name;
+   }
+   static std::string contentOf( const std::string& path ) {
+      std::ifstream in( path, std::ios::binary );
+      return { std::istreambuf_iterator< char >( in ), {} };
+   }
+
+   std::string directory;
+   pid_t pid = 0;
+};
+
+/// What the kernel's own tool said at the end of the recording; the port pN became EthernetN.
+std::vector< std::string > kernelView() {
+   const std::string text = [] {
+      std::ifstream in( captureFile( "expected.json" ) );
+      return std::string( std::istreambuf_iterator< char >( in ), {} );
+   }();
+   MirrorSink all;
+   const std::regex entry( R"re("mac":"([0-9a-f:]+)","ifname":"p(\d)","vlan":(\d+))re" );
+   for( std::sregex_iterator i( text.begin(), text.end(), entry ); i != std::sregex_iterator(); ++i )
+      all.hosts[ HostId( static_cast< Vlan >( std::stoi( ( *i )[ 3 ] ) ), Quor::EthAddr( ( *i )[ 1 ].str() ) ) ].port = port( std::stoi( ( *i )[ 2 ] ) );
+   return all.lines();
+}
+
+}
+
+TEST_F( Program, RecordedTrafficGivesTheTableThatTheKernelHad ) {
+   ASSERT_EQ( kernelView().size(), 7u );
+   const Result result = run( demoCaptures + "--pace max --exit-at-end --statistics --json" );
+   EXPECT_EQ( result.code, 0 ) << result.text;
+   EXPECT_EQ( table(), kernelView() );
+   EXPECT_NE( result.text.find( "\"hosts\":7,\"learned\":7,\"moved\":1," ), std::string::npos ) << result.text;
+}
+
+TEST_F( Program, LaterRunRemovesWhatIsNoMore ) {
+   EXPECT_EQ( run( demoCaptures + "--pace max --exit-at-end" ).code, 0 );
+   EXPECT_EQ( run( "--capture " + captureFile( "port1.pcap" ) + "=Port-Channel7 --native-vlan 9 --pace max --exit-at-end" ).code, 0 );
+   EXPECT_EQ( table(), ( std::vector< std::string >{ "9 02:00:00:00:00:01 Port-Channel7", "10 02:00:00:00:00:02 Port-Channel7" } ) );
+}
+
+TEST_F( Program, StaysUntilItIsStoppedAndLeavesItsTable ) {
+   for( const int signal : { SIGTERM, SIGINT } ) {
+      start( demoCaptures + "--pace max --statistics" );
+      EXPECT_TRUE( untilTable( kernelView() ) );
+      EXPECT_EQ( stop( signal ), 0 );
+      EXPECT_EQ( table(), kernelView() );
+      const std::string lines = contentOf( directory + "/stderr" );
+      EXPECT_EQ( std::count( lines.begin(), lines.end(), '\n' ), 1 ) << lines;
+      EXPECT_EQ( lines.rfind( "vanta-fdbd: hosts 7, learned 7, moved 1, ", 0 ), 0u ) << lines;
+   }
+}
+
+TEST_F( Program, HostsAgeAfterTheCaptureHasEnded ) {
+   start( demoCaptures + "--pace max --aging-time 1" );
+   EXPECT_TRUE( untilTable( { "10 02:00:00:00:00:02 Ethernet3", "10 02:00:00:00:00:04 Ethernet2", "20 02:00:00:00:00:05 Ethernet2", "20 02:00:00:00:00:06 Ethernet3" } ) );
+   EXPECT_TRUE( untilTable( {} ) );
+   EXPECT_EQ( stop( SIGTERM ), 0 );
+}
+
+TEST_F( Program, EachFatalErrorIsOneLineAndLeavesTheTable ) {
+   EXPECT_EQ( run( demoCaptures + "--pace max --exit-at-end" ).code, 0 );
+   start( "--capture " + captureFile( "port1.pcap" ) + " --table taken --pace max" );
+   while( table( "taken" ).empty() ) std::this_thread::sleep_for( std::chrono::milliseconds( 10 ) );
+   const std::string notes = file( "notes", "no capture" );
+   struct {
+      std::string arguments;
+      int code;
+      std::string text;
+   } const cases[] = {
+      { "", 2, "nothing to learn from: give at least one --capture, --interface or --bridge (see 'vanta-fdbd --help')" },
+      { "--bridge b --trace 'X/a'", 2, "--trace 'X/a': " },
+      { "--bridge nosuch", 1, "bridge 'nosuch': No such device; " },
+      { "--capture " + notes, 1, "capture '" + notes + "': not a pcap or pcapng file that can be read" },
+      { demoCaptures + "--table taken", 1, "has a writer already (process " + std::to_string( pid ) + ")" },
+      { demoCaptures + "--capacity 6 --pace max --exit-at-end", 1, "6" },
+   };
+   for( const auto& c : cases ) {
+      const Result result = run( c.arguments );
+      EXPECT_EQ( result.code, c.code ) << c.arguments;
+      EXPECT_EQ( result.text.rfind( "vanta-fdbd: ", 0 ), 0u ) << result.text;
+      EXPECT_NE( result.text.find( c.text ), std::string::npos ) << result.text;
+      EXPECT_EQ( std::count( result.text.begin(), result.text.end(), '\n' ), 1 ) << result.text;
+      EXPECT_EQ( table(), kernelView() ) << c.arguments;
+   }
+   setenv( "PLEXO_DIR", notes.c_str(), 1 );
+   const Result result = run( demoCaptures );
+   EXPECT_EQ( result.code, 1 );
+   EXPECT_EQ( std::count( result.text.begin(), result.text.end(), '\n' ), 1 ) << result.text;
+}
+
+TEST_F( Program, DamagedCaptureKeepsWhatCameBeforeAndIsToldByTheExitCode ) {
+   const std::string whole = contentOf( captureFile( "port2.pcap" ) );
+   const std::string cut = file( "cut.pcap", whole.substr( 0, whole.size() - 1 ) );
+   const Result result = run( "--capture " + captureFile( "port1.pcap" ) + " --capture " + cut + " --pace max --exit-at-end" );
+   EXPECT_EQ( result.code, 1 );
+   EXPECT_NE( result.text.find( "vanta-fdbd: capture '" + cut + "': damaged after frame 9, before byte " ), std::string::npos ) << result.text;
+   EXPECT_EQ( table().size(), 6u );
+   // With another that can be used, one that can't be opened is only told.
+   EXPECT_EQ( run( demoCaptures + "--capture nosuch --pace max --exit-at-end" ).code, 1 );
+   EXPECT_EQ( table(), kernelView() );
+}
+
+TEST_F( Program, PrintsInsteadOfPublishing ) {
+   const Result result = run( "--capture " + captureFile( "port1.pcap" ) + " --print --pace max --exit-at-end" );
+   EXPECT_EQ( result.code, 0 );
+   EXPECT_EQ( result.text, "{\"event\":\"learned\",\"vlan\":1,\"address\":\"02:00:00:00:00:01\",\"port\":\"Ethernet1\",\"moves\":0,\"lastMoveTime\":0,\"kind\":\"learned\"}\n"
+                           "{\"event\":\"learned\",\"vlan\":10,\"address\":\"02:00:00:00:00:02\",\"port\":\"Ethernet1\",\"moves\":0,\"lastMoveTime\":0,\"kind\":\"learned\"}\n" );
+   EXPECT_TRUE( table().empty() );
+   const Result closed = run( demoCaptures + "--print --pace max 2>&1 > /dev/full" );
+   EXPECT_EQ( closed.code, 1 );
+   EXPECT_EQ( closed.text, "vanta-fdbd: standard output can't be written; keep its reader running\n" );
+}
+
+}

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "FdbLearner.h"
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <initializer_list>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Fdbd::Test {
+
+using Bytes = std::vector< std::uint8_t >;
+
+inline Quor::EthAddr mac( std::uint64_t n ) { return Quor::EthAddr::fromNumber( 0x020000000000 | n ); }
+inline Quor::IntfId port( int n ) { return Quor::IntfId( "Ethernet" + std::to_string( n ) ); }
+
+/// A frame from `source`, tagged with each of `tags` ({TPID, TCI}), padded to 60 bytes.
+inline Bytes frameFrom( const Quor::EthAddr& source, std::initializer_list< std::pair< int, int > > tags = {} ) {
+   Bytes out( 12, 0xff );
+   std::copy( source.bytes().begin(), source.bytes().end(), out.begin() + 6 );
+   const auto word = [ & ]( int w ) {
+      out.push_back( static_cast< std::uint8_t >( w >> 8 ) );
+      out.push_back( static_cast< std::uint8_t >( w ) );
+   };
+   for( const auto& [ tpid, tci ] : tags ) word( tpid ), word( tci );
+   word( 0x0806 );
+   out.resize( 60 );
+   return out;
+}
+
+/// The forwarding database as its readers see it. A host that is announced as gone without having been there, or announced again
+/// without a change, is a failure.
+class MirrorSink final : public HostSink {
+ public:
+   void learned( HostId id, const Host& host ) override {
+      const auto [ at, isNew ] = hosts.try_emplace( id, host );
+      EXPECT_TRUE( isNew || at->second != host ) << "announced without a change";
+      at->second = host;
+   }
+   void gone( HostId id ) override { EXPECT_EQ( hosts.erase( id ), 1u ) << "gone without having been there"; }
+   /// "vlan address port" of each host, sorted.
+   std::vector< std::string > lines() const {
+      std::vector< std::string > out;
+      for( const auto& [ id, host ] : hosts )
+         out.push_back( std::to_string( id.fid() ) + " " + id.address().stringValue().str() + " " + host.port.stringValue().str() );
+      return out;
+   }
+
+   std::map< HostId, Host > hosts;
+};
+
+/// A learner with its sink and the lines that it and its sources reported.
+struct Bench {
+   explicit Bench( FdbLearner::Settings settings = {} ) : learner( settings, sink, reporter() ) {}
+   Reporter reporter() {
+      return [ this ]( const std::string& line ) { reports.push_back( line ); };
+   }
+   bool reported( const std::string& part ) const {
+      for( const std::string& line : reports )
+         if( line.find( part ) != std::string::npos ) return true;
+      return false;
+   }
+
+   MirrorSink sink;
+   std::vector< std::string > reports;
+   FdbLearner learner;
+};
+
+}

@@ -1,0 +1,65 @@
+#include "Agent.h"
+#include "PrintSink.h"
+#include "Publisher.h"
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+#include <kel/Exception.h>
+#include <kel/Trace.h>
+
+// The order matters: the sources are opened before the table, so that a command line that nothing can come of leaves the table of an
+// earlier run as it is; and what bridges have already is known before the table is brought in step.
+
+namespace Fdbd {
+
+namespace {
+
+void line( const std::string& text ) { std::fprintf( stderr, "vanta-fdbd: %s\n", text.c_str() ); }
+
+void traceAs( const std::string& setting ) try {
+   if( !setting.empty() ) Kel::traceSettingIs( setting );
+} catch( const Kel::Exception& e ) {
+   throw UsageError( "--trace '" + setting + "': " + e.what() );
+}
+
+int learn( const Options& options, HostSink& sink, const std::function< void() >& open ) {
+   Kel::Activity activity;
+   const Kel::SignalWatch signals( activity, { SIGTERM, SIGINT }, [ & ]( int ) { activity.stop(); } );
+   const auto statistics = [ & ]( const std::string& text ) {
+      if( options.json ) std::fprintf( stderr, "%s\n", text.c_str() );
+      else line( text );
+   };
+   Agent agent( activity, options, sink, line, statistics );
+   if( !agent.usable() ) return 1;
+   open();
+   return agent.run();
+}
+
+int run( int argc, char** argv ) {
+   const Options options = parseOptions( argc, argv );
+   if( options.action == Options::Action::help ) return std::fputs( helpText, stdout ) < 0;
+   if( options.action == Options::Action::version ) return std::puts( "vanta-fdbd " VANTA_VERSION ) < 0;
+   traceAs( options.trace );
+   // A reader of our lines that goes away is no reason to stop learning.
+   std::signal( SIGPIPE, SIG_IGN );
+   if( options.print ) {
+      PrintSink sink( std::cout );
+      return learn( options, sink, [] {} );
+   }
+   Publisher sink;
+   return learn( options, sink, [ & ] { sink.open( options.table, options.learning.capacity ); } );
+}
+
+}
+
+}
+
+int main( int argc, char** argv ) try {
+   return Fdbd::run( argc, argv );
+} catch( const Fdbd::UsageError& e ) {
+   Fdbd::line( std::string( e.what() ) + " (see 'vanta-fdbd --help')" );
+   return 2;
+} catch( const std::exception& e ) {
+   Fdbd::line( e.what() );
+   return 1;
+}

@@ -1,0 +1,271 @@
+#include "VantaTest.h"
+
+#include <Vanta/FdbStatusSm.h>
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <thread>
+
+// The table's writer, the command and this test are three processes.
+
+namespace Tool {
+namespace {
+
+/// A process that owns the forwarding database and does what it is told, one order at a time.
+class Writer {
+ public:
+   Writer() {
+      int orders[ 2 ], answers[ 2 ];
+      if( pipe2( orders, O_CLOEXEC ) || pipe2( answers, O_CLOEXEC ) ) std::abort();
+      pid_ = fork();
+      if( pid_ == 0 ) obey( orders[ 0 ], answers[ 1 ] );
+      close( orders[ 0 ] );
+      close( answers[ 1 ] );
+      to_ = orders[ 1 ];
+      from_ = answers[ 0 ];
+      answer();
+   }
+   ~Writer() { kill(); }
+
+   void learn( int vlan, const std::string& address, const std::string& port, int moves = 0 ) {
+      order( "l " + std::to_string( vlan ) + " " + address + " " + port + " " + std::to_string( moves ) );
+   }
+   void withdraw( int vlan, const std::string& address ) { order( "w " + std::to_string( vlan ) + " " + address + " Cpu 0" ); }
+   /// In the middle of whatever it does.
+   void kill() {
+      if( pid_ <= 0 ) return;
+      ::kill( pid_, SIGKILL );
+      waitpid( pid_, nullptr, 0 );
+      close( to_ );
+      close( from_ );
+      pid_ = 0;
+   }
+
+ private:
+   void order( const std::string& text ) {
+      const std::string line = text + "\n";
+      ASSERT_EQ( write( to_, line.data(), line.size() ), ssize_t( line.size() ) );
+      answer();
+   }
+   void answer() {
+      char byte = 0;
+      ASSERT_EQ( read( from_, &byte, 1 ), 1 ) << "the writer has died";
+   }
+
+   [[noreturn]] static void obey( int orders, int answers ) {
+      const auto table = Plexo::Bridging::statusFactory( "table" );
+      table->plexoFdbStatusControl().setUp( { .name = "fdb", .mode = Plexo::TableMode::writer, .initialRecords = 16 } );
+      const auto status = Bridging::statusFactory( "status" );
+      const auto machine = Bridging::writerFdbStatusSmFactory( status, table );
+      FILE* in = fdopen( orders, "r" );
+      char what, address[ 32 ], port[ 32 ];
+      int moves, vlan;
+      while( write( answers, "", 1 ) == 1 && std::fscanf( in, " %c %d %31s %31s %d", &what, &vlan, address, port, &moves ) == 5 ) {
+         const auto fdb = status->fdbStatusIs( Kel::U16( vlan ) );
+         const Quor::EthAddr mac{ std::string_view( address ) };
+         if( what == 'w' ) fdb->learnedHostDel( mac );
+         else fdb->learnedHostIs( { mac, Quor::IntfId( std::string_view( port ) ), Kel::U32( moves ), moves * 1000000000.5,
+                                    Bridging::EntryType::learnedDynamicMac } );
+      }
+      _exit( 0 );
+   }
+
+   pid_t pid_ = 0;
+   int to_ = -1, from_ = -1;
+};
+
+/// `vanta fdb watch --json` in the background.
+class Watcher {
+ public:
+   Watcher( std::string file, const std::string& arguments = "" ) : file_( std::move( file ) ) {
+      pid_ = fork();
+      if( pid_ != 0 ) return;
+      const std::string line = "exec '" VANTA_PROGRAM "' fdb watch --json " + arguments + " >'" + file_ + "' 2>/dev/null";
+      execl( "/bin/sh", "sh", "-c", line.c_str(), nullptr );
+      _exit( 127 );
+   }
+   ~Watcher() { end( SIGKILL ); }
+
+   /// Waits until the output has `text`; false after ten seconds.
+   bool says( const std::string& text ) {
+      for( int i = 0; i < 1000; ++i ) {
+         if( contentOf( file_ ).find( text ) != std::string::npos ) return true;
+         std::this_thread::sleep_for( std::chrono::milliseconds( 10 ) );
+      }
+      return false;
+   }
+   /// Its exit code after this signal, or its own end for 0.
+   int end( int signal ) {
+      if( pid_ <= 0 ) return -1;
+      if( signal ) kill( pid_, signal );
+      int status = 0;
+      waitpid( pid_, &status, 0 );
+      pid_ = 0;
+      return WIFEXITED( status ) ? WEXITSTATUS( status ) : 128 + WTERMSIG( status );
+   }
+   std::string output() const { return contentOf( file_ ); }
+
+ private:
+   std::string file_;
+   pid_t pid_;
+};
+
+class Fdb : public VantaCommand {
+ protected:
+   std::string watched( const std::string& name = "watch" ) const { return directory_ + "/" + name; }
+
+   static std::string host( const char* address, const char* port, int moves = 0 ) {
+      return std::string( "{\"event\":\"host\",\"vlan\":10,\"address\":\"" ) + address + "\",\"port\":\"" + port +
+             "\",\"moves\":" + std::to_string( moves ) + ",\"lastMoveTime\":" + ( moves ? "1000000000.5" : "0.0" ) +
+             ",\"type\":\"learnedDynamicMac\"}\n";
+   }
+};
+
+constexpr const char* a = "02:00:00:00:00:0a";
+constexpr const char* b = "02:00:00:00:00:0b";
+
+TEST_F( Fdb, ShowsHostsInOrderOfVlanAndAddress ) {
+   Writer writer;
+   writer.learn( 20, a, "Ethernet3/2" );
+   writer.learn( 10, b, "Port-Channel7", 1 );
+   writer.learn( 10, a, "Ethernet12" );
+   const Outcome text = run( "fdb show" );
+   EXPECT_EQ( text.out, "VLAN  ADDRESS            PORT           MOVES  LAST MOVE            TYPE\n"
+                        "  10  02:00:00:00:00:0a  Ethernet12         0  -                    learnedDynamicMac\n"
+                        "  10  02:00:00:00:00:0b  Port-Channel7      1  2001-09-09 01:46:40  learnedDynamicMac\n"
+                        "  20  02:00:00:00:00:0a  Ethernet3/2        0  -                    learnedDynamicMac\n"
+                        "3 hosts\n" );
+   EXPECT_EQ( text.err, "" );
+   const Outcome json = run( "fdb show --json --vlan 10 --port Po7" );
+   EXPECT_EQ( json.out, "{\"table\":\"fdb\",\"state\":\"live\",\"hosts\":[{\"vlan\":10,\"address\":\"02:00:00:00:00:0b\",\"port\":\"Port-Channel7\","
+                        "\"moves\":1,\"lastMoveTime\":1000000000.5,\"type\":\"learnedDynamicMac\"}]}\n" );
+}
+
+TEST_F( Fdb, ExitCodesOfShow ) {
+   struct Case {
+      const char* arguments;
+      int code;
+      const char* err;
+   };
+   Writer writer;
+   writer.learn( 10, a, "Ethernet1" );
+   const Case cases[] = {
+      { "--address 0200.0000.000A", 0, "" },
+      { "--address 02:00:00:00:00:0c", 1, "vanta fdb show: no host in table 'fdb' in DIR matches\n" },
+      { "--vlan 11", 1, "vanta fdb show: no host in table 'fdb' in DIR matches\n" },
+      { "--port Ethernet2 --json", 1, "" },
+      { "--table other", 3, "vanta fdb show: there is no table 'other' in DIR; is its writer (vanta-fdbd) running? 'vanta tables' lists the tables\n" },
+      { "--port Nothing", 2, "vanta fdb show: --port: interface name 'Nothing' is not valid: expected a name like Ethernet3, "
+                             "Ethernet3/2.100, Port-Channel7, Vlan10 or Cpu; see 'vanta fdb show --help'\n" },
+   };
+   for( const Case& c : cases ) {
+      Outcome result = run( std::string( "fdb show " ) + c.arguments );
+      if( const auto at = result.err.find( directory_ ); at != std::string::npos ) result.err.replace( at, directory_.size(), "DIR" );
+      EXPECT_EQ( result.err, c.err ) << c.arguments;
+      EXPECT_EQ( result.code, c.code ) << c.arguments;
+   }
+   writer.kill();
+   const Outcome stale = run( "fdb show" );
+   EXPECT_EQ( stale.code, 0 );
+   EXPECT_NE( stale.out.find( "1 host\n" ), std::string::npos );
+   EXPECT_EQ( stale.err, "vanta fdb show: the writer of table 'fdb' in " + directory_ + " is gone; these are its last records\n" );
+}
+
+TEST_F( Fdb, AFileThatIsNoTableIsRefusedWithItsReason ) {
+   std::ofstream( directory_ + "/fdb.plexo" ) << "something else";
+   const Outcome show = run( "fdb show" );
+   EXPECT_EQ( show.code, 3 );
+   EXPECT_NE( show.err.find( "can't be used" ), std::string::npos ) << show.err;
+   const auto tables = parsed( run( "tables --json" ).out );
+   ASSERT_EQ( tables.Size(), 1u );
+   EXPECT_STREQ( tables[ 0 ][ "state" ].GetString(), "degraded" );
+   EXPECT_STRNE( tables[ 0 ][ "reason" ].GetString(), "" );
+}
+
+TEST_F( Fdb, TablesTellsWhetherTheWriterLives ) {
+   const Outcome none = run( "tables" );
+   EXPECT_EQ( none.code, 1 );
+   EXPECT_EQ( none.err, "vanta tables: there is no table in " + directory_ + "\n" );
+   EXPECT_EQ( run( "tables --json" ).out, "[]\n" );
+
+   Writer writer;
+   writer.learn( 10, a, "Ethernet1" );
+   writer.learn( 10, b, "Ethernet1" );
+   const auto live = parsed( run( "tables --json" ).out );
+   EXPECT_STREQ( live[ 0 ][ "name" ].GetString(), "fdb" );
+   EXPECT_STREQ( live[ 0 ][ "state" ].GetString(), "live" );
+   EXPECT_TRUE( live[ 0 ][ "writerAlive" ].GetBool() );
+   EXPECT_EQ( live[ 0 ][ "records" ].GetInt(), 2 );
+   writer.kill();
+   const auto stale = parsed( run( "tables --json" ).out );
+   EXPECT_STREQ( stale[ 0 ][ "state" ].GetString(), "stale" );
+   EXPECT_FALSE( stale[ 0 ][ "writerAlive" ].GetBool() );
+}
+
+TEST_F( Fdb, WatchTellsTheTableThenTheMarkerThenTheChanges ) {
+   Writer writer;
+   writer.learn( 10, a, "Ethernet1" );
+   Watcher watcher( watched() );
+   ASSERT_TRUE( watcher.says( "\"sync\"" ) );
+   writer.learn( 10, b, "Ethernet2" );
+   writer.learn( 10, a, "Ethernet2", 1 );
+   ASSERT_TRUE( watcher.says( "\"moves\":1" ) );
+   writer.withdraw( 10, a );
+   ASSERT_TRUE( watcher.says( "\"gone\"" ) );
+   EXPECT_EQ( watcher.end( SIGINT ), 0 );
+   EXPECT_EQ( watcher.output(), "{\"event\":\"state\",\"state\":\"live\",\"reason\":\"\"}\n" + host( a, "Ethernet1" ) +
+                                   "{\"event\":\"sync\",\"hosts\":1}\n" + host( b, "Ethernet2" ) + host( a, "Ethernet2", 1 ) +
+                                   "{\"event\":\"gone\",\"vlan\":10,\"address\":\"02:00:00:00:00:0a\",\"port\":\"Ethernet2\"}\n" );
+}
+
+TEST_F( Fdb, WatchOutlivesItsWriterAndTellsWhatTheNextOneChanged ) {
+   Watcher watcher( watched() );
+   ASSERT_TRUE( watcher.says( "connecting" ) );
+   {
+      Writer writer;
+      ASSERT_TRUE( watcher.says( "\"sync\"" ) );
+      writer.learn( 10, a, "Ethernet1" );
+      writer.learn( 10, b, "Ethernet2" );
+      ASSERT_TRUE( watcher.says( host( b, "Ethernet2" ) ) );
+   }
+   ASSERT_TRUE( watcher.says( "stale" ) );
+   const std::size_t before = watcher.output().size();
+   Writer next; // it knows nothing, so the hosts of the first one go
+   next.learn( 10, b, "Ethernet3", 1 );
+   ASSERT_TRUE( watcher.says( host( b, "Ethernet3", 1 ) ) );
+   ASSERT_TRUE( watcher.says( "\"gone\",\"vlan\":10,\"address\":\"02:00:00:00:00:0a\"" ) );
+   EXPECT_EQ( watcher.output().substr( before ).find( "sync" ), std::string::npos );
+   EXPECT_EQ( watcher.end( SIGTERM ), 0 );
+}
+
+TEST_F( Fdb, WatchEndsAsItIsAsked ) {
+   EXPECT_EQ( run( "fdb watch --timeout 0.1" ).code, 3 );
+   Watcher early( watched() );
+   ASSERT_TRUE( early.says( "connecting" ) );
+   EXPECT_EQ( early.end( SIGINT ), 3 );
+
+   Writer writer;
+   writer.learn( 10, a, "Ethernet1" );
+   EXPECT_EQ( run( "fdb watch --until-sync" ).code, 0 );
+   EXPECT_EQ( run( "fdb watch --timeout 0.1" ).code, 0 );
+   EXPECT_EQ( run( "fdb watch --timeout 0.1 --count 1" ).code, 1 );
+   Watcher counting( watched( "counting" ), "--count 2 --vlan 10" );
+   ASSERT_TRUE( counting.says( "sync" ) );
+   writer.learn( 10, a, "Ethernet2", 1 );
+   writer.learn( 11, a, "Ethernet2" ); // not one that is watched
+   ASSERT_TRUE( counting.says( "\"moves\":1" ) );
+   writer.withdraw( 10, a );
+   EXPECT_EQ( counting.end( 0 ), 0 );
+}
+
+TEST_F( Fdb, WatchEndsWhenNobodyReadsItAnyMore ) {
+   Writer writer;
+   writer.learn( 10, a, "Ethernet1" );
+   // Nothing changes after the first line, so only the closed pipe can end it.
+   const Outcome result = run( "fdb watch --timeout 60", "| head -n 1", "timeout 20" );
+   EXPECT_NE( result.out.find( "Ethernet1" ), std::string::npos );
+   EXPECT_EQ( result.code, 0 );
+}
+
+}
+}
