@@ -194,7 +194,8 @@ void AttrLogProxy::update( LogIn& in ) {
          if( !name.empty() ) entity_.newOptionalAt( attr, name );
       } else if( row.kind == AttrKind::ref ) {
          const Ptr< Entity > reference = readReference( entity_, row, in );
-         entity_.attrIs( attr, &reference );
+         // One that may not be null is so only until it is set for the first time.
+         if( reference || !row.has( KelAttrIntrospectionFlags::nonNull ) ) entity_.attrIs( attr, &reference );
       } else {
          OwnedValueIf value( *row.type, nullptr, false );
          read( *row.type, value.storage(), in );

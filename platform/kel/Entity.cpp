@@ -32,7 +32,7 @@ struct NotifieeList {
    bool open = false;       ///< there are nulls to close up
    bool orphaned = false;   ///< the entity has gone; the walk frees the list
 
-   void bury( std::size_t i ) {
+   [[gnu::cold]] void bury( std::size_t i ) {
       Ptr< NotifieeBase > reactor = std::move( places[ i ] );
       places[ i ] = nullptr;
       open = true;
@@ -40,13 +40,24 @@ struct NotifieeList {
       if( walks ) buried.push_back( std::move( reactor ) );
    }
 
+   /// The entity goes in the middle of a walk, which then finds nobody left.
+   [[gnu::cold]] void orphan() {
+      orphaned = true;
+      for( std::size_t i = 0; i < places.size(); ++i ) {
+         if( places[ i ] ) bury( i );
+      }
+   }
+
    /// Calls `visit` for each live reactor; returns false when the list has gone with its entity.
    template< class Visit >
-   bool walk( Visit visit );
-   [[gnu::cold]] void dropDead( std::size_t i ) {
+   bool walk( bool silencedToo, Visit visit );
+   /// Drops a reactor that nobody else refers to.
+   [[gnu::cold, gnu::noinline]] bool dropDead( std::size_t i ) {
+      if( places[ i ]->referenceCount() > 1 ) return false;
       open = true;
       places[ i ]->notifier_ = nullptr;
       const Ptr< NotifieeBase > dead = std::move( places[ i ] );
+      return true;
    }
    [[gnu::cold]] void settle() {
       if( open ) {
@@ -60,15 +71,16 @@ struct NotifieeList {
 };
 
 template< class Visit >
-bool NotifieeList::walk( Visit visit ) {
+bool NotifieeList::walk( bool silencedToo, Visit visit ) {
    ++walks;
    const std::size_t end = places.size();
    for( std::size_t i = 0; i < end; ++i ) {
       NotifieeBase* reactor = places[ i ].ptr();
       if( !reactor ) [[unlikely]] continue;
-      if( reactor->referenceCount() == 1 ) [[unlikely]] dropDead( i );
-      else visit( *reactor );
-      if( orphaned ) [[unlikely]] break;
+      if( !reactor->isHeldAndActive() ) [[unlikely]] {
+         if( dropDead( i ) || !silencedToo ) continue;
+      }
+      visit( *reactor );
    }
    if( --walks ) return !orphaned;
    if( orphaned ) [[unlikely]] {
@@ -127,10 +139,11 @@ void NotifieeBase::onException( U32 code, const Change& change, std::exception_p
 }
 
 void Entity::notify( const Change& change, NotifieeBase::Callback callback ) const {
-   notifiees_->walk( [ &change, callback ]( NotifieeBase& reactor ) {
-      if( !reactor.notificationActive_ ) [[unlikely]] return;
+   // A reactor is given its typed callback straight away if its class has it.
+   const U32 attr = callback ? change.attr : ~U32( 0 );
+   notifiees_->walk( false, [ &change, callback, attr ]( NotifieeBase& reactor ) {
       try {
-         if( callback && change.attr < reactor.knownAttrs_ ) ( reactor.*callback )();
+         if( attr < reactor.knownAttrs_ ) ( reactor.*callback )();
          else reactor.dispatch( change );
       } catch( ... ) {
          try {
@@ -144,14 +157,14 @@ void Entity::notify( const Change& change, NotifieeBase::Callback callback ) con
 Entity::~Entity() {
    delete log_;
    if( !notifiees_ ) return;
+   if( notifiees_->walks ) {
+      notifiees_->orphan();
+      return;
+   }
    for( auto& reactor : notifiees_->places ) {
       if( reactor ) reactor->notifier_ = nullptr;
    }
-   if( notifiees_->walks ) {
-      notifiees_->orphaned = true;
-   } else {
-      delete notifiees_;
-   }
+   delete notifiees_;
 }
 
 void Entity::onZeroReferences() const noexcept {
@@ -193,7 +206,7 @@ void Entity::zombieIs() {
       }
    }
    if( notifiees_ ) {
-      notifiees_->walk( []( NotifieeBase& reactor ) {
+      notifiees_->walk( true, []( NotifieeBase& reactor ) {
          try {
             reactor.onZombie();
          } catch( ... ) {
@@ -285,7 +298,7 @@ void Entity::attrIs( U16 attr, const void* value ) {
 // A child's constructor takes its name first, when it has one of its own; that is the text of its key unless the key is the name.
 Ptr< Entity > Entity::newChildAt( U16 attr, std::span< const GenericIf* const > parameters ) {
    const Attr& row = fwkType().attr( attr );
-   const Type& type = *row.type;
+   const Type& type = kelChildType( attr );
    if( parameters.empty() ) throw RangeException( "no key given for a new " + std::string( type.qualifiedName() ) );
    const void* key = parameters[ 0 ]->checked( *row.keyType );
    const bool byName = type.info().takesName && row.keyType == &BuiltIn::name;

@@ -90,6 +90,9 @@ class Entity : public PtrInterface {
    Ptr< Entity > newOptionalAt( U16 attr, const Name& name );
    void delOptionalAt( U16 attr );
 
+   /// The type of the children that a collection creates: that of its row, or a narrower one that a derived entity says.
+   virtual Type& kelChildType( U16 attr ) const { return *fwkType().attr( attr ).type; }
+
    /// The child entity with this name under any of its collections, or null.
    virtual Ptr< Entity > child( const Name& name ) const;
 

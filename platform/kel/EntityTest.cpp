@@ -36,7 +36,7 @@ struct Listener : Tree::NotifieeConst {
    void onPairs( const Vid& key ) override { say( "pairs " + std::to_string( key.value() ) ); }
    void onPairskelImmediate() override { say( "immediate" ); }
    void onKeyed( const Vid& key ) override { say( "keyed " + std::to_string( key.value() ) ); }
-   void onRecent( const Kel::U32& index ) override { say( "recent " + std::to_string( index ) ); }
+   void onRecent( Kel::U32 index ) override { say( "recent " + std::to_string( index ) ); }
    void onZombie() override { say( "zombie" ); }
    void onException( Kel::U32 code, const Kel::Change& change, std::exception_ptr e ) override {
       log.push_back( label + " exception " + std::to_string( code ) );

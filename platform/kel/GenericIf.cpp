@@ -274,7 +274,7 @@ void GenericIf::collectionOp( const AttributeOp& op, const Attr& row, const Gene
 // The arguments are the child's constructor parameters in order, its key among them where it has one; a child that is keyed by a name has
 // that first.
 void GenericIf::create( const AttributeOp& op, const Attr& row, Ptr< GenericIf >* result ) {
-   if( row.kind != AttrKind::childMap || !row.type->info().make ) unsuitable( type_, row );
+   if( row.kind != AttrKind::childMap || !entity().kelChildType( op.attribute ).info().make ) unsuitable( type_, row );
    auto& owner = *static_cast< Entity* >( mutableObject() );
    giveEntity( result, owner.newChildAt( op.attribute, op.arguments ), false );
 }

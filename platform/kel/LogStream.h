@@ -15,6 +15,46 @@ namespace [[gnu::visibility("default")]] Kel {
 
 class Type;
 
+namespace Detail {
+
+// Each writes one number and returns its end.
+
+inline U8* put( U8* at, U8 v ) {
+   *at = v;
+   return at + 1;
+}
+inline U8* put( U8* at, U16 v ) {
+   const U16 bytes = __builtin_bswap16( v );
+   std::memcpy( at, &bytes, sizeof bytes );
+   return at + sizeof bytes;
+}
+inline U8* put( U8* at, double v ) {
+   const U64 bytes = __builtin_bswap64( std::bit_cast< U64 >( v ) );
+   std::memcpy( at, &bytes, sizeof bytes );
+   return at + sizeof bytes;
+}
+
+/// The prefix form; 9 bytes may be written over.
+inline U8* putPrefixed( U8* at, U64 v ) {
+   if( v < 0x80 ) return put( at, static_cast< U8 >( v ) );
+   if( v < 0x4000 ) return put( at, static_cast< U16 >( v | 0x8000 ) );
+   const unsigned bits = 64 - static_cast< unsigned >( std::countl_zero( v ) );
+   const unsigned extra = bits > 56 ? 8 : ( bits - 1 ) / 7;
+   if( extra == 8 ) *at++ = 0xff;
+   else v = ( v | U64( 0xff00 >> extra & 0xff ) << ( 8 * extra ) ) << ( 56 - 8 * extra );
+   v = __builtin_bswap64( v );
+   std::memcpy( at, &v, sizeof v );
+   return at + ( extra == 8 ? 8 : extra + 1 );
+}
+
+/// A signed number as an unsigned one that is small when it is near 0.
+constexpr U32 folded( S32 v ) { return static_cast< U32 >( v ) << 1 ^ static_cast< U32 >( v >> 31 ); }
+constexpr U64 folded( S64 v ) { return static_cast< U64 >( v ) << 1 ^ static_cast< U64 >( v >> 63 ); }
+constexpr S32 unfolded( U32 v ) { return static_cast< S32 >( v >> 1 ^ ( 0 - ( v & 1 ) ) ); }
+constexpr S64 unfolded( U64 v ) { return static_cast< S64 >( v >> 1 ^ ( 0 - ( v & 1 ) ) ); }
+
+}
+
 /// Where attribute-log bytes are written: a buffer that grows and can be used again after `clear()`.
 class LogOut {
  public:
@@ -33,27 +73,19 @@ class LogOut {
    }
    void u16( U16 v ) {
       room( 2 );
-      at_[ 0 ] = static_cast< U8 >( v >> 8 );
-      at_[ 1 ] = static_cast< U8 >( v );
-      at_ += 2;
+      at_ = Detail::put( at_, v );
    }
    /// A 32-bit number in its prefix form: as many leading one bits as bytes follow the first.
    void u32( U32 v ) { u64( v ); }
    void u64( U64 v ) {
       room( 9 );
-      if( v < 0x80 ) {
-         *at_++ = static_cast< U8 >( v );
-         return;
-      }
-      prefixed( v );
+      at_ = Detail::putPrefixed( at_, v );
    }
-   void s32( S32 v ) { u32( static_cast< U32 >( v ) << 1 ^ static_cast< U32 >( v >> 31 ) ); }
-   void s64( S64 v ) { u64( static_cast< U64 >( v ) << 1 ^ static_cast< U64 >( v >> 63 ) ); }
+   void s32( S32 v ) { u32( Detail::folded( v ) ); }
+   void s64( S64 v ) { u64( Detail::folded( v ) ); }
    void f64( double v ) {
       room( 8 );
-      const U64 bits = __builtin_bswap64( std::bit_cast< U64 >( v ) );
-      std::memcpy( at_, &bits, 8 );
-      at_ += 8;
+      at_ = Detail::put( at_, v );
    }
    void string( std::string_view v ) {
       u32( static_cast< U32 >( v.size() ) );
@@ -64,25 +96,18 @@ class LogOut {
       if( size ) std::memcpy( at_, data, size );
       at_ += size;
    }
+   /// Room for `size` bytes; `wrote` says how far they went.
+   U8* reserve( std::size_t size ) {
+      room( size );
+      return at_;
+   }
+   void wrote( U8* end ) { at_ = end; }
 
  private:
    void room( std::size_t size ) {
       if( static_cast< std::size_t >( end_ - at_ ) < size ) [[unlikely]] grow( size );
    }
    void grow( std::size_t size );
-   void prefixed( U64 v ) {
-      const unsigned bits = 64 - static_cast< unsigned >( std::countl_zero( v ) );
-      const unsigned extra = bits > 56 ? 8 : ( bits - 1 ) / 7;
-      if( extra < 8 ) {
-         const U64 word = __builtin_bswap64( ( v | ( ( U64( 0xff00 ) >> extra & 0xff ) << ( 8 * extra ) ) ) << ( 56 - 8 * extra ) );
-         std::memcpy( at_, &word, 8 );
-      } else {
-         *at_ = 0xff;
-         const U64 word = __builtin_bswap64( v );
-         std::memcpy( at_ + 1, &word, 8 );
-      }
-      at_ += extra + 1;
-   }
 
    std::unique_ptr< U8[] > begin_;
    U8* at_ = nullptr;
@@ -99,16 +124,21 @@ class LogIn {
    std::size_t left() const { return static_cast< std::size_t >( end_ - at_ ); }
    bool atEnd() const { return at_ == end_; }
 
-   bool boolean();
+   bool boolean() {
+      const U8 v = u8();
+      if( v > 1 ) [[unlikely]] noBoolean();
+      return v == 1;
+   }
    U8 u8() {
       need( 1 );
       return *at_++;
    }
    U16 u16() {
       need( 2 );
-      const auto v = static_cast< U16 >( at_[ 0 ] << 8 | at_[ 1 ] );
-      at_ += 2;
-      return v;
+      U16 bytes;
+      std::memcpy( &bytes, at_, sizeof bytes );
+      at_ += sizeof bytes;
+      return __builtin_bswap16( bytes );
    }
    U32 u32() {
       const U64 v = u64();
@@ -117,17 +147,11 @@ class LogIn {
    }
    U64 u64() {
       need( 1 );
-      if( *at_ < 0x80 ) [[likely]] return *at_++;
+      if( *at_ < 0x80 ) return *at_++;
       return prefixed();
    }
-   S32 s32() {
-      const U32 v = u32();
-      return static_cast< S32 >( v >> 1 ^ ( 0 - ( v & 1 ) ) );
-   }
-   S64 s64() {
-      const U64 v = u64();
-      return static_cast< S64 >( v >> 1 ^ ( 0 - ( v & 1 ) ) );
-   }
+   S32 s32() { return Detail::unfolded( u32() ); }
+   S64 s64() { return Detail::unfolded( u64() ); }
    double f64() {
       need( 8 );
       U64 bits;
@@ -152,15 +176,31 @@ class LogIn {
    }
    [[noreturn]] static void premature();
    [[noreturn]] static void tooWide();
-   U64 prefixed();
+   [[noreturn]] static void noBoolean();
+   // A number of n bytes has n bits of prefix and 7 n of its own, but for the longest, whose prefix is the whole first byte.
+   U64 prefixed() {
+      const unsigned size = static_cast< unsigned >( std::countl_one( *at_ ) ) + 1;
+      need( size );
+      U64 v = 0;
+      if( left() >= 8 && size <= 8 ) {
+         std::memcpy( &v, at_, sizeof v );
+         v = __builtin_bswap64( v ) << size >> ( 64 - 7 * size );
+      } else {
+         for( unsigned i = 0; i < size; ++i ) v = v << 8 | at_[ i ];
+         if( size < 9 ) v &= ~U64( 0 ) >> ( 64 - 7 * size );
+      }
+      at_ += size;
+      if( v >> 7 * ( size - 1 ) == 0 ) [[unlikely]] tooWide();
+      return v;
+   }
 
    const U8* at_;
    const U8* end_;
 };
 
-/// Writes a value of `type` by its rows.
+/// Writes a value of `type`.
 void write( const Type& type, const void* value, LogOut& out );
-/// Reads a value of `type` by its rows. Throws `RangeException` on bytes that are no such value; `value` may then be changed in part.
+/// Reads a value of `type`. Throws `RangeException` on bytes that are no such value; `value` may then be changed in part.
 void read( const Type& type, void* value, LogIn& in );
 
 }

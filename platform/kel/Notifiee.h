@@ -34,8 +34,8 @@ class NotifieeBase : public PtrInterface {
    void deactivate();
 
    /// Whether callbacks are delivered (true at start).
-   bool hasNotificationActive() const { return notificationActive_; }
-   void hasNotificationActiveIs( bool on ) { notificationActive_ = on; }
+   bool hasNotificationActive() const { return !references_.flag( silenced ); }
+   void hasNotificationActiveIs( bool on ) { references_.flagIs( silenced, !on ); }
 
    /// How many exceptions out of callbacks the default handler has seen.
    U32 exceptionCount() const { return exceptions_; }
@@ -67,10 +67,14 @@ class NotifieeBase : public PtrInterface {
    friend class Entity;
    friend struct NotifieeList;
 
+   /// A flag beside the reference count, so that a walk asks for both at once.
+   static constexpr unsigned silenced = 0;
+   /// Somebody besides the entity's list refers to it, and callbacks are to be delivered.
+   bool isHeldAndActive() const { return references_.isAboveAndPlain( 1 ); }
+
    const Entity* notifier_ = nullptr;
    const Type* watchedType_ = nullptr;
    U16 knownAttrs_ = 0;   ///< attributes below this index have their callbacks in this class or a base; a reactor to a base type knows fewer
-   bool notificationActive_ = true;
    U32 exceptions_ = 0;
 };
 

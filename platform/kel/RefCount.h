@@ -31,6 +31,11 @@ class RefCount {
    U32 count() const noexcept { return word_.load( std::memory_order_relaxed ) & countMask; }
    bool flag( unsigned n ) const noexcept { return ( word_.load( std::memory_order_relaxed ) >> ( flagShift + n ) ) & 1u; }
 
+   /// True when the count is above `least` and no flag is set.
+   bool isAboveAndPlain( U32 least ) const noexcept {
+      return word_.load( std::memory_order_relaxed ) - ( least + 1 ) < countMask - least;
+   }
+
    void flagIs( unsigned n, bool on ) noexcept {
       const U32 bit = 1u << ( flagShift + n );
       if( !Detail::threadSafePtrs ) {

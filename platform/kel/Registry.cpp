@@ -16,6 +16,7 @@ namespace {
 struct Names {
    std::mutex mutex;
    std::unordered_map< std::string_view, Type* > types;
+   std::vector< const Module* > modules;
 };
 
 Names& names() {
@@ -54,6 +55,18 @@ Type* TypeRegistry::type( std::string_view qualifiedName ) const {
    const std::lock_guard lock( names().mutex );
    const auto at = names().types.find( qualifiedName );
    return at == names().types.end() ? nullptr : at->second;
+}
+
+void TypeRegistry::add( Module& module ) {
+   const std::lock_guard lock( names().mutex );
+   names().modules.push_back( &module );
+}
+
+const Module* TypeRegistry::module( std::string_view name ) const {
+   const std::lock_guard lock( names().mutex );
+   const auto& all = names().modules;
+   const auto at = std::find_if( all.begin(), all.end(), [ name ]( const Module* m ) { return m->name == name; } );
+   return at == all.end() ? nullptr : *at;
 }
 
 std::vector< Type* > TypeRegistry::types() const {
@@ -172,6 +185,7 @@ void cacheHandles( Module& module ) {
 
 void initialiseModule( Module& module, void ( *kelInit )() ) {
    static const std::ios_base::Init streams;
+   TypeRegistry::instance().add( module );
    for( Type* type : module.types ) {
       type->typeNodeIs( type->info().qualifiedName );
       module.typesNamed = true;

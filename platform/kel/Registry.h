@@ -8,6 +8,8 @@
 
 namespace [[gnu::visibility("default")]] Kel {
 
+struct Module;
+
 /// All types of the process that have been given their names, by qualified name.
 class TypeRegistry {
  public:
@@ -20,10 +22,14 @@ class TypeRegistry {
    Ptr< Entity > newEntity( std::string_view qualifiedName, std::span< const GenericIf* const > parameters ) const;
    Ptr< Entity > newEntity( std::string_view qualifiedName, const Name& name ) const;
    std::vector< Type* > types() const;
+   /// The module with this name whose initialiser has begun, or null.
+   const Module* module( std::string_view name ) const;
 
  private:
    friend class Type;
+   friend void initialiseModule( Module& module, void ( *kelInit )() );
    void add( std::string_view name, Type& type );
+   void add( Module& module );
 };
 
 /// What one attribute of a type was described as.

@@ -4,6 +4,8 @@
 
 // What a module tells of its types, when, and how often. The order of these steps is one test because the process has only one registry.
 
+extern Kel::Module kelModuleFacets_;
+
 namespace {
 
 using Kel::IntrospectionReactor;
@@ -15,6 +17,8 @@ TEST( RegistryTest, ModuleNamesAndDescribesItsTypesOnce ) {
    EXPECT_EQ( registry.type( "U16" ), &Kel::BuiltIn::u16 );
    EXPECT_EQ( IntrospectionReactor::instance(), nullptr );
    Kel::initialiseModule( kelModuleFacets_, kelInitFacets );
+   EXPECT_EQ( registry.module( "Facets" ), &kelModuleFacets_ );
+   EXPECT_EQ( registry.module( "Faces" ), nullptr );
    EXPECT_TRUE( kelModuleFacets_.typesNamed && kelModuleFacets_.initialised );
    EXPECT_FALSE( kelModuleFacets_.described );
    EXPECT_EQ( registry.type( "Facets::Pair" ), &Facets::Pair::_Type );

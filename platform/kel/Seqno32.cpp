@@ -1,4 +1,5 @@
 #include <kel/GenericIf.h>
+#include <kel/LogValue.h>
 #include <kel/Seqno32.h>
 
 namespace Oru {

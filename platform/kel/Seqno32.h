@@ -42,6 +42,11 @@ class Seqno32 {
       return ahead < 0x80000000u ? std::partial_ordering::greater : std::partial_ordering::less;
    }
 
+   template< class Visit >
+   auto kelParts( Visit visit ) const {
+      return visit( Kel::part( &value_ ) );
+   }
+
    using GenericIf_ = Kel::GenericIfOf< Seqno32 >;
    static constexpr Kel::TypeCode _code = Kel::TypeCode::scalar;
    static Kel::Type _Type;

@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <kel/Plan.h>
 
 // One printer and one parser over the rows. Both recurse only from a value type into the types of its attributes, which are fixed when
 // the type is compiled, so no text makes them go deep. The parser reads forward, never back over more than the name it has just read:
 // its time is linear in the text.
+//
+// A composite is printed along its plan: texts that never change and plain attributes in turn. What stands there is mostly what was printed here, so
+// it is read along the plan too; at the first character that differs the parser goes back and begins anew by the grammar.
 
 namespace Kel {
 
@@ -73,20 +77,39 @@ void printDouble( double v, TextOut& out ) {
 
 void printAs( TypeCode code, const Type& type, const void* at, TextOut& out );
 
-void printComposite( const Type& type, const void* at, TextOut& out ) {
-   out.append( "Value('" );
-   out.append( type.qualifiedName() );
-   out.append( "', ** {" );
-   const char* separator = "'";
-   for( const Attr& row : type.ownAttrs() ) {
-      if( row.kind != AttrKind::scalar ) continue;
-      out.append( separator );
-      out.append( row.nameView() );
-      out.append( "': " );
-      printAs( row.code, *row.type, static_cast< const char* >( at ) + row.offset, out );
-      separator = ", '";
+// Numbers of up to four digits are put together without a branch.
+char* printNumber( char* to, U32 v ) {
+   if( v > 9999 ) return std::to_chars( to, to + 10, v ).ptr;
+   const U32 all = v / 1000 | v / 100 % 10 << 8 | v / 10 % 10 << 16 | v % 10 << 24;
+   const U32 digits = 1 + ( v > 9 ) + ( v > 99 ) + ( v > 999 );
+   const U32 text = ( all | 0x30303030 ) >> 8 * ( 4 - digits );
+   std::memcpy( to, &text, sizeof text );
+   return to + digits;
+}
+
+// In whole blocks: there is room behind `to`, and a plan's texts can be read on.
+char* copyText( char* to, std::string_view text ) {
+   for( std::size_t i = 0; i < text.size(); i += Plan::block ) std::memcpy( to + i, text.data() + i, Plan::block );
+   return to + text.size();
+}
+
+void printComposite( const Type& type, const void* value, TextOut& out ) {
+   const Plan& plan = type.plan();
+   char* to = out.reserve( plan.room );
+   for( const Plan::Step& step : plan.steps ) {
+      to = copyText( to, step.before );
+      const void* at = static_cast< const char* >( value ) + step.offset;
+      switch( step.code ) {
+      case TypeCode::u8: to = printNumber( to, get< U8 >( at ) ); break;
+      case TypeCode::u16: to = printNumber( to, get< U16 >( at ) ); break;
+      case TypeCode::u32: to = printNumber( to, get< U32 >( at ) ); break;
+      default:
+         out.wrote( to );
+         printAs( step.code, *step.printed, at, out );
+         to = out.reserve( plan.room );
+      }
    }
-   out.append( "})" );
+   out.wrote( copyText( to, plan.end ) );
 }
 
 void printAs( TypeCode code, const Type& type, const void* at, TextOut& out ) {
@@ -149,6 +172,8 @@ class Parser {
    void token( const Type& type, std::string_view token );
    bool quoted( const Type& type, std::string_view& text );
    std::string unescaped( const Type& type, std::string_view text ) const;
+   bool sameText( std::string_view text );
+   bool canonical( const Type& type, void* into );
    void composite( const Type& type, void* into );
    void attribute( const Type& type, void* into );
    U64 digits( const Type& type, bool& negative, bool& tooWide );
@@ -236,10 +261,13 @@ U64 Parser::digits( const Type& type, bool& negative, bool& tooWide ) {
    TextIter i = at_ + negative;
    if( i == to_ ) premature( outermost_ );
    if( *i < '0' || *i > '9' ) expected( type, "a number" );
+   const auto digit = [ & ] { return static_cast< unsigned >( *i - '0' ); };
    U64 v = 0;
+   // 19 digits always fit.
+   for( const TextIter end = i + std::min< std::ptrdiff_t >( to_ - i, 19 ); i != end && digit() <= 9; ++i ) v = v * 10 + digit();
    tooWide = false;
-   for( ; i != to_ && *i >= '0' && *i <= '9'; ++i ) {
-      tooWide = __builtin_mul_overflow( v, U64( 10 ), &v ) | __builtin_add_overflow( v, U64( *i - '0' ), &v ) | tooWide;
+   for( ; i != to_ && digit() <= 9; ++i ) {
+      tooWide = __builtin_mul_overflow( v, U64( 10 ), &v ) | __builtin_add_overflow( v, U64( digit() ), &v ) | tooWide;
    }
    at_ = i;
    return v;
@@ -403,7 +431,39 @@ void Parser::attribute( const Type& type, void* into ) {
    }
 }
 
+// Goes behind `text` if it stands here. A few words are compared faster than by a call.
+bool Parser::sameText( std::string_view text ) {
+   if( static_cast< std::size_t >( to_ - at_ ) < text.size() ) return false;
+   std::size_t i = 0;
+   U64 differences = 0;
+   for( ; i + sizeof( U64 ) <= text.size(); i += sizeof( U64 ) ) differences |= get< U64 >( at_ + i ) ^ get< U64 >( text.data() + i );
+   for( ; i < text.size(); ++i ) differences |= static_cast< U64 >( at_[ i ] ^ text[ i ] );
+   if( differences ) return false;
+   at_ += text.size();
+   return true;
+}
+
+// Reads what `print` writes. False for everything else, faults among it; the grammar tells them, and reads again what was right.
+bool Parser::canonical( const Type& type, void* into ) {
+   const Plan& plan = type.plan();
+   const TextIter start = at_;
+   try {
+      for( const Plan::Step& step : plan.steps ) {
+         if( !sameText( step.before ) ) return at_ = start, false;
+         // The one attribute of a scalar type is all there is of it.
+         void* at = static_cast< char* >( into ) + step.offset;
+         if( step.code == TypeCode::u16 ) number( step.code, *step.type, at, &step.type->info().bounds );
+         else value( step.type->code(), *step.type, at );
+      }
+      if( sameText( plan.end ) ) return true;
+   } catch( const RangeException& ) {
+   }
+   at_ = start;
+   return false;
+}
+
 void Parser::composite( const Type& type, void* into ) {
+   if( canonical( type, into ) ) return;
    token( type, "Value" );
    token( type, "(" );
    std::string_view name;

@@ -134,7 +134,9 @@ TEST( TextTest, HostileTextIsRefusedOrReadsBack ) {
       }
       try {
          const auto value = Kel::strepToValue< Everything >( text );
-         if( value == value ) ASSERT_EQ( Kel::strepToValue< Everything >( Kel::valueToStrep( value ) ), value );
+         // A NaN equals nothing.
+         if( value != value ) continue;
+         ASSERT_EQ( Kel::strepToValue< Everything >( Kel::valueToStrep( value ) ), value );
       } catch( const Kel::RangeException& ) {
       }
    }

@@ -2,6 +2,7 @@
 
 #include <kel/Exception.h>
 #include <kel/GenericIf.h>
+#include <kel/LogValue.h>
 #include <kel/Registry.h>
 
 namespace Kel {

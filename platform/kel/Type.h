@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <kel/Types.h>
 #include <kel/Name.h>
 #include <new>
@@ -18,6 +19,7 @@ class LogIn;
 class LogOut;
 class PtrInterface;
 class TextOut;
+struct Plan;
 class Type;
 template< class T >
 class GenericIfOf;
@@ -89,17 +91,17 @@ struct ValueOps {
    void ( *destroy )( void* at ) noexcept;
    bool ( *equal )( const void* a, const void* b );
    U32 ( *hash )( const void* v );   ///< null for a type without a hash
-};
-
-/// Text and log of a value type whose class is written by hand. `print` writes the display form, which the framework puts
-/// between single quotes, and returns its end; `parse` reads it from inside the quotes and says whether it could.
-struct ExternalOps {
-   std::size_t maxText;
-   char* ( *print )( const void* v, char* to );
-   bool ( *parse )( void* v, TextIter& from, TextIter to );
    void ( *write )( const void* v, LogOut& out );
    void ( *read )( void* v, LogIn& in );
 };
+
+/// One stored attribute of a value: where it stands, which may be at any alignment.
+template< class T >
+struct Part {
+   void* at;
+};
+template< class T >
+Part< T > part( const T* at ) { return { const_cast< void* >( static_cast< const void* >( at ) ) }; }
 
 /// The names of an enumeration, ascending by number.
 struct Enumerator {
@@ -115,6 +117,7 @@ struct Bounds {
 };
 
 struct CollectionOps;
+struct ExternalOps;
 
 /// One attribute of a type: a constant row.
 struct Attr {
@@ -139,6 +142,17 @@ struct Attr {
 
    constexpr std::string_view nameView() const { return { name, nameSize }; }
    constexpr bool has( U32 flag ) const { return ( flags & flag ) != 0; }
+};
+
+/// Text and log of a value type whose class is written by hand. `print` writes the display form, which the framework puts
+/// between single quotes, and returns its end; `parse` reads it from inside the quotes and says whether it could.
+struct ExternalOps {
+   std::size_t maxText;
+   char* ( *print )( const void* v, char* to );
+   bool ( *parse )( void* v, TextIter& from, TextIter to );
+   /// Null for a class that tells its parts (LogValue.h).
+   void ( *write )( const void* v, LogOut& out );
+   void ( *read )( void* v, LogIn& in );
 };
 
 /// What a type object is made of; kelc writes one per type.
@@ -191,6 +205,12 @@ class Type {
    /// The attribute's index, or -1.
    S32 attributeId( std::string_view name ) const noexcept;
 
+   /// What text form goes through for a value of this type.
+   const Plan& plan() const {
+      const Plan* made = plan_.load( std::memory_order_acquire );
+      return made ? *made : makePlan();
+   }
+
    /// Gives the type object its qualified name in the type registry, where it can be found from then on.
    void typeNodeIs( const char* qualifiedName );
    /// True once it can be found by name.
@@ -204,7 +224,10 @@ class Type {
    Ptr< GenericIf > genericIf( const String8& text, bool isConst );
 
  private:
+   const Plan& makePlan() const;
+
    TypeInfo info_;
+   mutable std::atomic< const Plan* > plan_ = nullptr;
    bool named_ = false;
 };
 
@@ -272,7 +295,10 @@ constexpr ValueOps makeValueOps() {
             []() -> U32 ( * )( const void* ) {
                if constexpr( Hashable< T > ) return &hashValue< T >;
                else return nullptr;
-            }() };
+            }(),
+            // Found where they are made, in LogValue.h.
+            []( const void* v, LogOut& out ) { logWrite( out, part( static_cast< const T* >( v ) ) ); },
+            []( void* v, LogIn& in ) { logRead( in, part( static_cast< const T* >( v ) ) ); } };
 }
 
 }

@@ -3,7 +3,7 @@
 #include <compare>
 #include <cstddef>
 #include <kel/Hash.h>
-#include <kel/LogStream.h>
+#include <kel/LogValue.h>
 #include <kel/Text.h>
 #include <kel/Type.h>
 
@@ -16,7 +16,15 @@ class Value {
  public:
    static Type& _fwkType() { return T::_Type; }
    Type& fwkType() const { return T::_Type; }
-   friend auto operator<=>( const Value&, const Value& ) = default;
+
+   // For the defaulted comparisons of `T` alone: as templates they take no `T` for its base, or a value without an order would compile
+   // with `<` and call all its instances equal.
+   template< class U >
+      requires std::is_same_v< U, Value >
+   friend constexpr std::strong_ordering operator<=>( const U&, const U& ) { return std::strong_ordering::equal; }
+   template< class U >
+      requires std::is_same_v< U, Value >
+   friend constexpr bool operator==( const U&, const U& ) { return true; }
 
  protected:
    Value() = default;
@@ -46,7 +54,7 @@ std::ostream& operator<<( std::ostream& out, E value ) {
 template< class T >
    requires( ValueType< T > || EnumType< T > )
 LogOut& operator<<( LogOut& out, const T& value ) {
-   write( typeOf< T >(), &value, out );
+   logWrite( out, part( &value ) );
    return out;
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iosfwd>
 #include <kel/Hash.h>
+#include <kel/LogValue.h>
 #include <kel/String8.h>
 #include <kel/Type.h>
 #include <kel/Types.h>
@@ -61,6 +62,12 @@ class EthAddr {
    static bool parse( const char*& from, const char* to, EthAddr& out ) noexcept;
    /// The display form, without quotes.
    Kel::String8 stringValue() const;
+
+   /// In the attribute log: its six bytes, in their order on the wire.
+   template< class Visit >
+   auto kelParts( Visit visit ) const {
+      return visit( Kel::part( &bytes_ ) );
+   }
 
    friend constexpr bool operator==( const EthAddr& a, const EthAddr& b ) {
       return ( ( a.low() ^ b.low() ) | static_cast< Kel::U32 >( a.high() ^ b.high() ) ) == 0;

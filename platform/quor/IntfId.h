@@ -5,6 +5,7 @@
 #include <iosfwd>
 #include <kel/Assert.h>
 #include <kel/Hash.h>
+#include <kel/LogValue.h>
 #include <kel/String8.h>
 #include <kel/Type.h>
 #include <kel/Types.h>
@@ -62,6 +63,12 @@ class IntfId {
    Kel::String8 stringValue() const;
    Kel::String8 shortName() const;
 
+   /// In the attribute log: the low word, then the high one.
+   template< class Visit >
+   auto kelParts( Visit visit ) const {
+      return visit( Kel::part( &low_ ), Kel::part( &high_ ) );
+   }
+
    friend constexpr bool operator==( const IntfId&, const IntfId& ) = default;
    /// By the low word, then the high one: kinds stand together, and sub-interfaces follow their parent.
    friend constexpr std::strong_ordering operator<=>( const IntfId&, const IntfId& ) = default;
@@ -92,7 +99,7 @@ class GenericIntfId {
    static constexpr Kel::U32 typeId( IntfId intfId ) { return intfId.low() >> typeIdShift; }
    /// The top 4 bits of the high word; what they say is the port channel's affair.
    static constexpr Kel::U32 subType( IntfId intfId ) { return intfId.high() >> 28; }
-   /// Part 0 is the whole high word, part 1 the 25-bit index. There is no other part.
+   /// With n = 0 the whole high word, with n = 1 the 25-bit index; asserts that n is one of these.
    static constexpr Kel::U32 part( IntfId intfId, unsigned n ) {
       KEL_ASSERT( "IntfId", n <= 1 );
       return n == 0 ? intfId.high() : intfId.low() & indexMask;

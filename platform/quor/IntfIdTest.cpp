@@ -80,14 +80,17 @@ TEST( IntfId, NamesBothWays ) {
 
 TEST( IntfId, RefusesWhatIsNoName ) {
    const char* const bad[] = {
-      "Ethernet", "Ethernet0", "Ethernet03", "Ethernet3/", "Ethernet3/0", "Ethernet3/02", "Ethernet0/3/2", "Ethernet3/2/", "Ethernet1/3/2/4", "Ethernet16384",
-      "Ethernet3/64", "Ethernet32/1/1", "Ethernet1/2/64", "Ethernet3.", "Ethernet3.0", "Ethernet3.01", "Ethernet3.4294967296", "Ethernet3.1.2", "Ethernet-3",
-      "Ethernet+3", "Ethernet 3", " Ethernet3", "Ethernet3 ", "ethernet3", "Eth3", "E3", "3", "/", ".", "-", "Ethernet18446744073709551619", "Ethernet3x",
-      "Ethernet3'", "Vlan", "Vlan0", "Vlan4095", "Vlan5000", "Vlan10.5", "Vlan010", "Cpu0", "Cpu.5", "Port-Channel", "Port-Channel33554432", "Port-Channel7.268435456",
-      "Port-Channel7.0", "Port-Channel07", "Port-Channel7/1", "PortChannel7", "Port7", "Pseudowire-", "Pseudowire-Ethernet3.4095", "Pseudowire-Ethernet3.0",
-      "Pseudowire-Ethernet0", "Pseudowire-Ethernet3.100.5", "Pseudowire-Recirculation1.5", "Pseudowire-Pseudowire-Ethernet3.5", "Pseudowire-Intf-0000000004000001",
-      "Intf-", "Intf-0000000000000000", "Intf-00000000000000c0", "Intf-000000000c000000", "Intf-00006400760000c0", "Intf-000000000C000001", "Intf-000000000c00001",
-      "Intf-000000000c0000001", "Intf-0x00000004000001" };
+      "Ethernet", "Ethernet0", "Ethernet03", "Ethernet3/", "Ethernet3/0", "Ethernet3/02", "Ethernet0/3/2", "Ethernet3/2/",
+      "Ethernet1/3/2/4", "Ethernet16384", "Ethernet3/64", "Ethernet32/1/1", "Ethernet1/2/64", "Ethernet3.", "Ethernet3.0",
+      "Ethernet3.01", "Ethernet3.4294967296", "Ethernet3.1.2", "Ethernet-3", "Ethernet+3", "Ethernet 3", " Ethernet3",
+      "Ethernet3 ", "ethernet3", "Eth3", "E3", "3", "/", ".", "-", "Ethernet18446744073709551619", "Ethernet3x", "Ethernet3'",
+      "Vlan", "Vlan0", "Vlan4095", "Vlan5000", "Vlan10.5", "Vlan010", "Cpu0", "Cpu.5", "Port-Channel", "Port-Channel33554432",
+      "Port-Channel7.268435456", "Port-Channel7.0", "Port-Channel07", "Port-Channel7/1", "PortChannel7", "Port7", "Pseudowire-",
+      "Pseudowire-Ethernet3.4095", "Pseudowire-Ethernet3.0", "Pseudowire-Ethernet0", "Pseudowire-Ethernet3.100.5",
+      "Pseudowire-Recirculation1.5", "Pseudowire-Pseudowire-Ethernet3.5", "Pseudowire-Intf-0000000004000001", "Intf-",
+      "Intf-0000000000000000", "Intf-00000000000000c0", "Intf-000000000c000000", "Intf-00006400760000c0",
+      "Intf-000000000C000001", "Intf-000000000c00001", "Intf-000000000c0000001", "Intf-0x00000004000001"
+   };
    for( const char* text : bad ) {
       try {
          const IntfId id{ std::string_view( text ) };
@@ -108,7 +111,8 @@ TEST( IntfId, SaysWhatWasExpected ) {
       { "Cpu1", "interface name 'Cpu1' is not valid: expected Cpu and then nothing" },
       { "Po7.0", "interface name 'Po7.0' is not valid: expected Port-Channel and then a number up to 33554431, perhaps with a sub-interface like .5, "
                  "up to 268435455" },
-      { "Pw-Et3.5000", "interface name 'Pw-Et3.5000' is not valid: expected an interface without a sub-interface, perhaps with a VLAN like .100, up to 4094" },
+      { "Pw-Et3.5000", "interface name 'Pw-Et3.5000' is not valid: expected an interface without a sub-interface, perhaps with a VLAN like "
+                       ".100, up to 4094" },
       { "Intf-5", "interface name 'Intf-5' is not valid: expected 16 hexadecimal digits" },
       { "Et\x01\xff\n", "interface name 'Et\\x01\\xff\\x0a' is not valid: expected Ethernet and then a port like 3" },
       { std::string( 1 << 20, 'x' ), "interface name '" + std::string( 64, 'x' ) + "...' is not valid" },
@@ -177,7 +181,8 @@ TEST( IntfId, ReadTextIsCanonical ) {
       // A pseudowire may mix: a full name with its parent's short one.
       const bool mixed = typeId( id ) == IntfTypeId::pseudowire && !name.starts_with( "Intf-" );
       const auto numbers = []( std::string_view text ) { return text.substr( std::min( text.size(), text.find_first_of( "0123456789." ) ) ); };
-      ASSERT_TRUE( name == id.stringValue() || name == id.shortName() || ( mixed && numbers( name ) == numbers( id.stringValue() ) ) ) << name << " " << id;
+      const Kel::String8 full = id.stringValue();
+      ASSERT_TRUE( name == full.view() || name == id.shortName().view() || ( mixed && numbers( name ) == numbers( full ) ) ) << name << " " << id;
    }
    EXPECT_GT( good, 100000 );
 }
@@ -213,7 +218,10 @@ TEST( IntfId, PartsHashAndOrder ) {
    EXPECT_DEATH( typeIdIs( id, 128 ), "t <= 127" );
    EXPECT_EQ( id.hash(), Kel::murmur3( &id, 8 ) );
    EXPECT_EQ( std::memcmp( &id, "\x01\0\0\x76\x07\x45\x06\xa0", 8 ), 0 );
-   const char* const ascending[] = { "", "Ethernet3", "Ethernet3.100", "Ethernet3/1", "Ethernet4", "Ethernet1/1/1", "Vlan10", "Cpu", "Port-Channel7", "PeerEthernet1" };
+   const char* const ascending[] = {
+      "", "Ethernet3", "Ethernet3.100", "Ethernet3/1", "Ethernet4", "Ethernet1/1/1", "Vlan10", "Cpu", "Port-Channel7",
+      "PeerEthernet1"
+   };
    for( std::size_t i = 1; i < std::size( ascending ); ++i ) EXPECT_LT( IntfId( ascending[ i - 1 ] ), IntfId( ascending[ i ] ) ) << ascending[ i ];
 }
 

@@ -11,7 +11,7 @@ namespace Quor {
 namespace {
 
 template< class T >
-constexpr Kel::ExternalOps externalOps( void ( *write )( const void*, Kel::LogOut& ), void ( *read )( void*, Kel::LogIn& ) ) {
+constexpr Kel::ExternalOps externalOps( void ( *write )( const void*, Kel::LogOut& ) = nullptr, void ( *read )( void*, Kel::LogIn& ) = nullptr ) {
    return { T::maxText, []( const void* v, char* to ) { return static_cast< const T* >( v )->print( to ); },
             []( void* v, Kel::TextIter& from, Kel::TextIter to ) { return T::parse( from, to, *static_cast< T* >( v ) ); }, write, read };
 }
@@ -26,23 +26,8 @@ constexpr Kel::TypeInfo externalType( const char* name, const Kel::ExternalOps& 
             .wrap = &Kel::makeGenericIf< T > };
 }
 
-// Six bytes, in their order on the wire.
-constexpr Kel::ExternalOps ethAddrOps = externalOps< EthAddr >(
-   []( const void* v, Kel::LogOut& out ) { out.raw( static_cast< const EthAddr* >( v )->bytes().data(), EthAddr::size ); },
-   []( void* v, Kel::LogIn& in ) {
-      *static_cast< EthAddr* >( v ) = EthAddr( std::span< const Kel::U8, EthAddr::size >( in.raw( EthAddr::size ), EthAddr::size ) );
-   } );
-
-// The low word, then the high one.
-constexpr Kel::ExternalOps intfIdOps = externalOps< IntfId >(
-   []( const void* v, Kel::LogOut& out ) {
-      out.u32( static_cast< const IntfId* >( v )->low() );
-      out.u32( static_cast< const IntfId* >( v )->high() );
-   },
-   []( void* v, Kel::LogIn& in ) {
-      const Kel::U32 low = in.u32();
-      *static_cast< IntfId* >( v ) = IntfId( low, in.u32() );
-   } );
+constexpr Kel::ExternalOps ethAddrOps = externalOps< EthAddr >();
+constexpr Kel::ExternalOps intfIdOps = externalOps< IntfId >();
 
 // The version, then as many bytes as its addresses have.
 constexpr Kel::ExternalOps ipAddrOps = externalOps< IpAddr >(
