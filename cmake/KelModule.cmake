@@ -134,7 +134,8 @@ function(kel_library name)
    target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/generated-includes>
                                              $<INSTALL_INTERFACE:include>)
    target_link_libraries(${name} PUBLIC ${arg_LINKS})
-   target_link_options(${name} PRIVATE -Wl,--no-undefined)
+   # The type registry refers to a library's types for the life of the process.
+   target_link_options(${name} PRIVATE -Wl,--no-undefined -Wl,-z,nodelete)
    foreach(module IN LISTS arg_MODULES)
       add_dependencies(${name} ${name}_${module}_definitions)
    endforeach()

@@ -115,6 +115,8 @@ class Live : public ::testing::Test {
       std::sort( out.begin(), out.end(), []( const std::string& a, const std::string& b ) {
          return std::pair( std::stoi( a ), a ) < std::pair( std::stoi( b ), b );
       } );
+      // A bridge with VLANs has an entry that a person sets once per VLAN and once without one, which is the native VLAN.
+      out.erase( std::unique( out.begin(), out.end() ), out.end() );
       return out;
    }
    static std::string nameOf( const std::string& device ) { return Ports().devicePort( static_cast< int >( if_nametoindex( device.c_str() ) ) ).stringValue().str(); }
@@ -191,7 +193,7 @@ TEST_F( Live, InterfaceCountsWhatTheKernelDropped ) {
 }
 
 TEST_F( Live, SourcesThatCantBeUsedSayWhy ) {
-   output( "ip link add t0 type ifb && ip tuntap add dev t1 mode tun" );
+   if( !succeeds( "ip tuntap add dev t1 mode tun" ) ) GTEST_SKIP() << "needs a tun device, to have one that is not Ethernet";
    struct {
       bool bridge;
       const char* name;

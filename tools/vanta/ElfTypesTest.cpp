@@ -61,7 +61,7 @@ using Image32 = Image< Elf32_Ehdr, Elf32_Shdr >;
 class ElfTypes : public testing::Test {
  protected:
    ElfTypes() {
-      char name[] = "/tmp/vanta-elf-XXXXXX";
+      char name[] = "/dev/shm/vanta-elf-XXXXXX";
       close( mkstemp( name ) );
       path_ = name;
    }

@@ -80,7 +80,7 @@ class Watcher {
    Watcher( std::string file, const std::string& arguments = "" ) : file_( std::move( file ) ) {
       pid_ = fork();
       if( pid_ != 0 ) return;
-      const std::string line = "exec '" VANTA_PROGRAM "' fdb watch --json " + arguments + " >'" + file_ + "' 2>/dev/null";
+      const std::string line = "exec '" + program() + "' fdb watch --json " + arguments + " >'" + file_ + "' 2>/dev/null";
       execl( "/bin/sh", "sh", "-c", line.c_str(), nullptr );
       _exit( 127 );
    }

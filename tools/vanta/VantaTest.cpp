@@ -47,7 +47,7 @@ TEST_F( Vanta, EveryCommandHasItsHelp ) {
 }
 
 TEST_F( Vanta, OutputThatCantBeWrittenEndsTheCommand ) {
-   const int status = std::system( ( "'" VANTA_PROGRAM "' types >/dev/full 2>'" + directory_ + "/err'" ).c_str() );
+   const int status = std::system( ( "'" + program() + "' types >/dev/full 2>'" + directory_ + "/err'" ).c_str() );
    EXPECT_EQ( exitCode( status ), 2 );
    EXPECT_EQ( contentOf( directory_ + "/err" ), "vanta: cannot write the output: No space left on device\n" );
    // A reader that stops early is no error, also where the signal for it is ignored.
@@ -67,9 +67,9 @@ TEST_F( Vanta, TypesOfItsOwnLibraryAsTextAndAsJson ) {
 }
 
 TEST_F( Vanta, TypesOfALibraryWithoutAny ) {
-   const Outcome result = run( "types '" VANTA_PROGRAM "'" );
+   const Outcome result = run( "types '" + program() + "'" );
    EXPECT_EQ( result.code, 1 );
-   EXPECT_EQ( result.err, "vanta types: '" VANTA_PROGRAM "' has no section .kel.type, so it declares no types\n" );
+   EXPECT_EQ( result.err, "vanta types: '" + program() + "' has no section .kel.type, so it declares no types\n" );
    EXPECT_EQ( run( "types " + directory_ + "/none" ).err,
               "vanta types: cannot read '" + directory_ + "/none': No such file or directory\n" );
 }
@@ -116,7 +116,7 @@ TEST_F( Vanta, TraceOfAProcessThatWasKilled ) {
 
 TEST_F( Vanta, CompletionOffersWhatTheHelpLists ) {
    const auto offers = [ & ]( const std::string& words, int at ) {
-      const std::string script = "PATH=\"$(dirname '" VANTA_PROGRAM "'):$PATH\"; . '" VANTA_COMPLETION "'; COMP_WORDS=( " + words +
+      const std::string script = "PATH=\"$(dirname '" + program() + "'):$PATH\"; . '" VANTA_COMPLETION "'; COMP_WORDS=( " + words +
                                  " ); COMP_CWORD=" + std::to_string( at ) + "; _vanta; echo \"${COMPREPLY[*]}\"";
       std::ofstream( directory_ + "/script" ) << script;
       const int status = std::system( ( "bash '" + directory_ + "/script' >'" + directory_ + "/out'" ).c_str() );

@@ -18,6 +18,12 @@ struct Outcome {
    std::string err;
 };
 
+/// The command under test; the environment may name another build's.
+inline std::string program() {
+   const char* named = std::getenv( "VANTA_PROGRAM" );
+   return named ? named : VANTA_PROGRAM;
+}
+
 inline std::string contentOf( const std::string& path ) {
    std::ostringstream text;
    text << std::ifstream( path, std::ios::binary ).rdbuf();
@@ -39,7 +45,7 @@ class VantaCommand : public testing::Test {
    /// `arguments` as a shell reads them; `before` and `after` stand around the command.
    Outcome run( const std::string& arguments, const std::string& after = "", const std::string& before = "" ) {
       const std::string out = directory_ + "/out", err = directory_ + "/err";
-      const std::string line = before + " '" VANTA_PROGRAM "' " + arguments + " 2>'" + err + "' " + after + " >'" + out + "'";
+      const std::string line = before + " '" + program() + "' " + arguments + " 2>'" + err + "' " + after + " >'" + out + "'";
       return { exitCode( std::system( line.c_str() ) ), contentOf( out ), contentOf( err ) };
    }
 
