@@ -72,7 +72,9 @@ std::string Error::str() const {
 }
 
 Error& Diagnostics::error( Span span, std::string text ) {
-   return errors_.emplace_back( span, std::move( text ) );
+   constexpr std::size_t limit = 20000;   // nobody reads so many; the input may be huge
+   if( errors_.size() < limit ) return errors_.emplace_back( span, std::move( text ) );
+   return errors_.back() = Error( span, std::move( text ) );
 }
 
 std::string Diagnostics::str( std::size_t limit ) const {

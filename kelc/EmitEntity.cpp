@@ -185,12 +185,17 @@ bool hasHandSetter( const Attr& attr ) {
    return !attr.max.empty();
 }
 
+// A setter names its callback, so that reactors need not look it up.
+std::string setArguments( const Member& m ) {
+   return m.index + ", " + m.slot + ", v" + ( notifies( m.attr ) ? ", &NotifieeConst::on" + m.upper : "" );
+}
+
 void scalarAccessors( Writer& w, const Member& m ) {
    w.line( heldReturn( m.attr ) + " " + m.foo + "() const { return " + m.slot + "; }" );
    if( !isWritable( m.attr ) ) return;
    const std::string setter = "void " + m.foo + "Is( " + heldParam( m.attr ) + " v )";
    const std::string set = m.shape.holding == Holding::ref && m.shape.nonnull ? "setRef( " : "set( ";
-   w.line( hasHandSetter( m.attr ) ? setter + ";" : setter + " { " + set + m.index + ", " + m.slot + ", v ); }" );
+   w.line( hasHandSetter( m.attr ) ? setter + ";" : setter + " { " + set + setArguments( m ) + " ); }" );
 }
 
 void accessors( Writer& w, const Decl& decl, const Attr& attr ) {
@@ -220,8 +225,8 @@ void notifieeClass( Writer& w, const Decl& decl ) {
    w.line( "class NotifieeConst : public " + baseClass( decl ) + "::NotifieeConst {" );
    w.line( " public:" );
    w.in();
-   w.line( "NotifieeConst() = default;" );
-   w.line( "explicit NotifieeConst( const " + pointer + "& notifier ) { activate( notifier.ptr() ); }" );
+   w.line( "NotifieeConst() { watchedTypeIs( " + decl.name.text + "::_Type ); }" );
+   w.line( "explicit NotifieeConst( const " + pointer + "& notifier ) : NotifieeConst() { activate( notifier.ptr() ); }" );
    w.line( pointer + " notifier() const { return static_cast< const " + decl.name.text + "* >( notifierEntity() ); }" );
    for( const Attr* attr : announced( decl ) ) {
       const Member m( *attr );
@@ -343,7 +348,7 @@ void limitedSetter( Writer& w, const Decl& decl, const Attr& attr ) {
    if( attr.storeThenCheck ) w.line( "   " + m.slot + " = v;" );
    w.line( "   throw ::Kel::RangeException( " + cppText( message ) + " );" );
    w.line( "}" );
-   w.line( "set( " + m.index + ", " + m.slot + ", v );" );
+   w.line( "set( " + setArguments( m ) + " );" );
    w.out();
    w.line( "}" );
 }
@@ -370,6 +375,15 @@ void dispatchBody( Writer& w, const Decl& decl ) {
    w.line( "}" );
 }
 
+// Reflection and the attribute log create children by their rows, which are the base's.
+void childTypes( Writer& w, const Decl& decl ) {
+   std::string choice;
+   for( const auto& attr : decl.attrs ) {
+      if( attr->role == Role::narrow ) choice += "attr == " + Member( *attr ).index + " ? " + typeObject( *attr->shape.element.decl ) + " : ";
+   }
+   if( !choice.empty() ) w.line( "::Kel::Type& kelChildType( ::Kel::U16 attr ) const override { return " + choice + baseClass( decl ) + "::kelChildType( attr ); }" );
+}
+
 }
 
 void entityClass( Writer& w, const Decl& decl ) {
@@ -388,6 +402,7 @@ void entityClass( Writer& w, const Decl& decl ) {
    w.line( ( parameters.size() == 1 ? "explicit " : "" ) + name + inParens( parameters ) + ";" );
    for( const auto& attr : decl.attrs ) accessors( w, decl, *attr );
    opMembers( w, decl.ops );
+   childTypes( w, decl );
    notifieeClass( w, decl );
    typeMembers( w, decl );
    bool isProtected = false;

@@ -91,6 +91,13 @@ void hash( Writer& w, const Decl& decl, const Strings& members ) {
    else if( decl.hash == HashRule::generated ) w.line( "::Kel::U32 hash() const { return ::Kel::hashOf( " + members.front() + " ); }" );
 }
 
+// What the attribute log is made of.
+void parts( Writer& w, const Strings& members ) {
+   Strings all;
+   for( const std::string& member : members ) all.push_back( "::Kel::part( &" + member + " )" );
+   w.line( "template< class Visit > auto kelParts( Visit visit ) const { return visit" + inParens( all ) + "; }" );
+}
+
 void scalarMembers( Writer& w, const Decl& decl ) {
    const std::string name = decl.name.text;
    const Decl& basis = *decl.basis.decl;
@@ -106,6 +113,7 @@ void scalarMembers( Writer& w, const Decl& decl ) {
    if( isText ) w.line( "operator const " + cppType( basis ) + "&() const { return value_; }" );
    comparisons( w, decl );
    hash( w, decl, { isWide( basis ) ? cppType( basis ) + "( value_ )" : "value_" } );
+   parts( w, { "value_" } );
 }
 
 void wrapperMembers( Writer& w, const Decl& decl ) {
@@ -120,16 +128,18 @@ void wrapperMembers( Writer& w, const Decl& decl ) {
    w.line( "operator " + cppType( basis ) + "() const { return value_; }" );
    comparisons( w, decl );
    hash( w, decl, { "value_" } );
+   parts( w, { "value_" } );
 }
 
 void compositeMembers( Writer& w, const Decl& decl ) {
    const std::string name = decl.name.text;
-   Strings parameters, inits, hashed;
+   Strings parameters, inits, hashed, members;
    for( const Attr* attr : fieldsOf( decl ) ) {
       const Decl& type = *attr->shape.element.decl;
       parameters.push_back( paramType( type ) + " " + attr->name.text );
       inits.push_back( attr->name.text + "_( " + attr->name.text + " )" );
       hashed.push_back( isWide( type ) ? cppType( type ) + "( " + attr->name.text + "_ )" : attr->name.text + "_" );
+      members.push_back( attr->name.text + "_" );
    }
    w.line( name + "() = default;" );
    w.line( ( parameters.size() == 1 ? "explicit " : "" ) + name + inParens( parameters ) + " : " + joined( inits ) + " {}" );
@@ -143,6 +153,7 @@ void compositeMembers( Writer& w, const Decl& decl ) {
    }
    comparisons( w, decl );
    hash( w, decl, hashed );
+   parts( w, members );
 }
 
 void valueFields( Writer& w, const Decl& decl ) {

@@ -1,7 +1,6 @@
 // What the compiler says when a definition is wrong. Each case is a definition and the whole report; the definitions begin on line 2.
 #include "TestTree.h"
 
-#include <regex>
 
 namespace Kelc {
 
@@ -13,13 +12,21 @@ struct Case {
    const char* report;
 };
 
+// Where the built-in types are declared is nobody's business here: "KEL" stands for the file, the line and the column.
+std::string withoutKelPlaces( const std::string& report ) {
+   std::istringstream lines( report );
+   std::string out;
+   for( std::string line; std::getline( lines, line ); out += line + '\n' ) {
+      if( line.find( "/kel/Kel.kel:" ) != std::string::npos ) line = "KEL" + line.substr( line.find( ": note: " ) );
+   }
+   return out;
+}
+
 class Errors : public TestTree, public testing::WithParamInterface< Case > {};
 
 TEST_P( Errors, AreReportedWithPlaceAndReason ) {
    const auto result = define( GetParam().definition );
-   std::string report = result.err;
-   report = std::regex_replace( report, std::regex( "[^\n]*/kel/Kel\\.kel:[0-9]+:[0-9]+" ), "KEL" );
-   EXPECT_EQ( report, GetParam().report );
+   EXPECT_EQ( withoutKelPlaces( result.err ), GetParam().report );
    EXPECT_EQ( result.status, *GetParam().report ? 1 : 0 );
 }
 

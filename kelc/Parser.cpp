@@ -116,12 +116,8 @@ void Parser::topLevel() {
    if( accept( "trace" ) ) return trace();
    sawDeclaration_ = true;
    if( accept( "namespace" ) ) {
-      const std::size_t first = at_;
       auto nameSpace = qualified( "the namespace's name" );
       if( nameSpace.starts_with( "::" ) ) nameSpace.erase( 0, 2 );
-      if( static_cast< int >( std::count( nameSpace.begin(), nameSpace.end(), ':' ) ) / 2 >= maxDepth ) {
-         diagnostics_.error( since( first ), "namespaces nest more than " + std::to_string( maxDepth ) + " deep" );
-      }
       expect( ";", "after the namespace's name" );
       nameSpace_ = nameSpace;
       return;

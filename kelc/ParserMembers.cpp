@@ -6,7 +6,10 @@ namespace Kelc {
 std::string Parser::qualified( const char* what ) {
    std::string out = accept( "::" ) ? "::" : "";
    out += name( what ).text;
-   while( accept( "::" ) ) out += "::" + name( "a name after ::" ).text;
+   for( int parts = 1; accept( "::" ); ++parts ) {
+      if( parts == maxDepth ) fail( "no more than " + std::to_string( maxDepth ) + " parts in a name" );
+      out += "::" + name( "a name after ::" ).text;
+   }
    return out;
 }
 

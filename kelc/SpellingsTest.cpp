@@ -273,6 +273,12 @@ TEST( Spellings, NarrowedCollectionIsOneMapForBothTypes ) {
    Outside::IntfConfig* found = nullptr;
    wide->doGetIntf( 6, &found );
    EXPECT_EQ( found, dir->intfConfig( 6 ).ptr() );
+   VlanIntfConfigDir::GenericIf_ generic( dir.ptr(), false );
+   const Kel::U32 seven = 7;
+   const Kel::OwnedValueIf key( Kel::BuiltIn::u32, &seven, false );
+   const Kel::GenericIf* arguments[] = { &key, &key };
+   generic.attributeOp( { .attribute = VlanIntfConfigDir::Attr_::intfConfig, .kind = Kel::AttributeOp::Kind::create, .arguments = arguments }, nullptr, nullptr );
+   EXPECT_TRUE( Kel::dynamicCast< VlanIntfConfig >( wide->intfConfig( 7 ) ) );
    EXPECT_EQ( dir->intfConfigDel( 6 )->genId(), 2u );
    EXPECT_EQ( wide->intfConfig( 6 ), nullptr );
 }
@@ -353,9 +359,13 @@ TEST( Spellings, ChildMachinesStartInTheirMapAndEndInIt ) {
    EXPECT_EQ( merger->pickedSm( 7 ), nullptr );
    vlan->sourceIs( "newer" );
    EXPECT_EQ( takeCalls(), "" );
+   // The machine ends its children; one that is held by somebody else reacts no more.
+   const auto held = merger->sourceSm( Ranked( "b", Level::low ) );
    merger = nullptr;
-   EXPECT_EQ( takeCalls(), "cleanup" );
+   EXPECT_EQ( takeCalls(), "cleanup sm-cleanup:b+" );
+   EXPECT_EQ( held->merger(), nullptr );
    config->intfConfigIs( 6, 1 );
+   EXPECT_EQ( takeCalls(), "" );
 }
 
 TEST( Spellings, MachineOnABaseByHand ) {

@@ -347,7 +347,7 @@ bool Reader::Impl::deliver( Clock::time_point until, const Dispatching& here ) {
       const ChangeFeed::Step now = step();
       if( here.destroyed || now == ChangeFeed::Step::none ) return false;
       if( observer_ && now == ChangeFeed::Step::key ) observer_->onKey( key_.data() );
-      if( observer_ && now == ChangeFeed::Step::collection ) observer_->onCollection();
+      else if( observer_ && now == ChangeFeed::Step::collection ) observer_->onCollection();
       if( here.destroyed ) return false;
       if( steps % stepsPerClock == 0 && Clock::now() >= until ) return feed_ && !feedFails_ && feed_->pending();
    }

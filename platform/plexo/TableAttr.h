@@ -120,7 +120,11 @@ class TableAttr final : public TableControl {
       const Key copy( key );
       Writer& table = writing();
       Record removed;
-      if( !findRecord( &copy, &removed ) || !table.erase( &copy ) ) return Record();
+      try {
+         if( !findRecord( &copy, &removed ) || !table.erase( &copy ) ) return Record();
+      } catch( const CorruptionException& e ) {
+         writeRefused( e );
+      }
       changed( copy );
       return removed;
    }
@@ -129,7 +133,11 @@ class TableAttr final : public TableControl {
    /// Erases every record, each as `del` does. Readers are woken once.
    void delAll() {
       const WriterBatch batch( writing() );
-      for( Iterator i = iterator(); i; ++i ) del( i );
+      try {
+         for( Iterator i = iterator(); i; ++i ) del( i );
+      } catch( const CorruptionException& e ) {
+         writeRefused( e );
+      }
    }
 
    static Key keyOf( const TableAttr& table, const Record& record ) {

@@ -162,6 +162,11 @@ Writer& TableControl::writing() const {
                              ( reader_ ? " of a reader" : " before it is set up as its table's writer" ) );
 }
 
+void TableControl::writeRefused( const CorruptionException& corruption ) const {
+   writing().corruptIs( corruption.what() );
+   throw AssertionException( std::string( "write to a corrupted table: " ) + corruption.what() );
+}
+
 bool TableControl::findRecord( const void* key, void* record ) const {
    const bool found = writer_ ? writer_->find( key, record ) : reader_ && reader_->find( key, record );
    if( found ) check( record );

@@ -75,6 +75,8 @@ class TableControl : private TableObserver {
    U16 attr() const noexcept { return attr_; }
    /// The writer. Throws `AssertionException` in the other modes.
    Writer& writing() const;
+   /// What a write does when it meets a corruption: marks the table and throws `AssertionException`.
+   [[noreturn]] void writeRefused( const CorruptionException& corruption ) const;
    bool findRecord( const void* key, void* record ) const;
    bool nextRecord( U32& at, void* record ) const;
    /// Zeroes the bytes of a record that belong to no attribute.

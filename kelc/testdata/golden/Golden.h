@@ -53,6 +53,7 @@ class VlanId : public ::Kel::Value< VlanId > {
    constexpr ::Kel::U16 value() const { return value_; }
    friend auto operator<=>( const VlanId&, const VlanId& ) = default;
    ::Kel::U32 hash() const { return ::Kel::hashOf( value_ ); }
+   template< class Visit > auto kelParts( Visit visit ) const { return visit( ::Kel::part( &value_ ) ); }
 
    using GenericIf_ = ::Kel::GenericIfOf< VlanId >;
    static constexpr ::Kel::TypeCode _code = ::Kel::TypeCode::scalar;
@@ -77,6 +78,7 @@ class Label : public ::Kel::Value< Label > {
    operator const ::Kel::String8&() const { return value_; }
    friend auto operator<=>( const Label&, const Label& ) = default;
    ::Kel::U32 hash() const { return ::Kel::hashOf( value_ ); }
+   template< class Visit > auto kelParts( Visit visit ) const { return visit( ::Kel::part( &value_ ) ); }
 
    using GenericIf_ = ::Kel::GenericIfOf< Label >;
    static constexpr ::Kel::TypeCode _code = ::Kel::TypeCode::scalar;
@@ -106,6 +108,7 @@ class Host : public ::Kel::Value< Host > {
    friend auto operator<=>( const Host&, const Host& ) = default;
    bool operator!() const { return *this == Host(); }
    ::Kel::U32 hash() const { return ::Kel::hashAll( vlan_, moves_, ::Kel::Seconds( lastMove_ ), state_ ); }
+   template< class Visit > auto kelParts( Visit visit ) const { return visit( ::Kel::part( &vlan_ ), ::Kel::part( &moves_ ), ::Kel::part( &lastMove_ ), ::Kel::part( &state_ ) ); }
 
    using GenericIf_ = ::Kel::GenericIfOf< Host >;
    static constexpr ::Kel::TypeCode _code = ::Kel::TypeCode::composite;
@@ -144,13 +147,13 @@ class HostDir : public ::Kel::Entity {
    HostMap_::ConstIterator hostIterConst() const { return host_.iterator(); }
    const HostMap_& hostMap_() const { return host_; }
    ::Kel::Seconds agingTime() const { return agingTime_; }
-   void agingTimeIs( ::Kel::Seconds v ) { set( Attr_::agingTime, agingTime_, v ); }
+   void agingTimeIs( ::Kel::Seconds v ) { set( Attr_::agingTime, agingTime_, v, &NotifieeConst::onAgingTime ); }
    bool good() const;
 
    class NotifieeConst : public ::Kel::Entity::NotifieeConst {
     public:
-      NotifieeConst() = default;
-      explicit NotifieeConst( const ::Kel::Ptr< const HostDir >& notifier ) { activate( notifier.ptr() ); }
+      NotifieeConst() { watchedTypeIs( HostDir::_Type ); }
+      explicit NotifieeConst( const ::Kel::Ptr< const HostDir >& notifier ) : NotifieeConst() { activate( notifier.ptr() ); }
       ::Kel::Ptr< const HostDir > notifier() const { return static_cast< const HostDir* >( notifierEntity() ); }
       virtual void onHost() {}
       virtual void onHost( const ::Bridging::VlanId& ) {}
@@ -194,13 +197,13 @@ class Status : public ::Kel::Entity {
    HostDirMap_::ConstIterator hostDirIterConst() const { return hostDir_.iterator(); }
    const HostDirMap_& hostDirMap_() const { return hostDir_; }
    const ::Bridging::Label& label() const { return label_; }
-   void labelIs( const ::Bridging::Label& v ) { set( Attr_::label, label_, v ); }
+   void labelIs( const ::Bridging::Label& v ) { set( Attr_::label, label_, v, &NotifieeConst::onLabel ); }
    ::Kel::Ptr< ::Bridging::HostDir > find( const ::Bridging::VlanId& vlan ) const;
 
    class NotifieeConst : public ::Kel::Entity::NotifieeConst {
     public:
-      NotifieeConst() = default;
-      explicit NotifieeConst( const ::Kel::Ptr< const Status >& notifier ) { activate( notifier.ptr() ); }
+      NotifieeConst() { watchedTypeIs( Status::_Type ); }
+      explicit NotifieeConst( const ::Kel::Ptr< const Status >& notifier ) : NotifieeConst() { activate( notifier.ptr() ); }
       ::Kel::Ptr< const Status > notifier() const { return static_cast< const Status* >( notifierEntity() ); }
       virtual void onHostDir() {}
       virtual void onHostDir( const ::Bridging::VlanId& ) {}
