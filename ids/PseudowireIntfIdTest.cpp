@@ -66,12 +66,14 @@ TEST( PseudowireIntfId, Names ) {
    const IntfId id = PseudowireIntfId::intfIdFromIntfIdVlan( IntfId( "Ethernet3.7" ), 100 );
    EXPECT_EQ( id.stringValue(), "Pseudowire-Ethernet3.100" );
    EXPECT_EQ( PseudowireIntfId::localIntfIdFromString( "Pseudowire-Ethernet3.100" ), id );
-   EXPECT_EQ( PseudowireIntfId::localIntfIdFromString( "Pseudowire-Port-Channel7" ), PseudowireIntfId::portIntfIdFromIntfId( IntfId( "Port-Channel7" ) ) );
+   const IntfId onPort = PseudowireIntfId::portIntfIdFromIntfId( IntfId( "Port-Channel7" ) );
+   EXPECT_EQ( PseudowireIntfId::localIntfIdFromString( "Pseudowire-Port-Channel7" ), onPort );
    EXPECT_EQ( PseudowireIntfId::localIntfIdFromString( pseudowire( 0, 0 ).stringValue() ), pseudowire( 0, 0 ) );
    EXPECT_EQ( refusal( [] { PseudowireIntfId::localIntfIdFromString( "Ethernet3" ); } ),
               "interface name 'Ethernet3' is no pseudowire's: expected a name like Pseudowire-Ethernet3.100" );
    for( const char* bad : { "", "Pseudowire-Ethernet3.0", "Pseudowire-Ethernet3.4095", "Pseudowire-Etherne3" } ) {
-      EXPECT_NE( refusal( [ & ] { PseudowireIntfId::localIntfIdFromString( bad ); } ).find( "'" + std::string( bad ) + "'" ), std::string::npos ) << bad;
+      const std::string text = refusal( [ & ] { PseudowireIntfId::localIntfIdFromString( bad ); } );
+      EXPECT_NE( text.find( "'" + std::string( bad ) + "'" ), std::string::npos ) << text;
    }
 }
 
@@ -84,8 +86,10 @@ TYPED_TEST_SUITE( WrappedIntfId, Wrappers );
 TYPED_TEST( WrappedIntfId, HasTheFacetsOfItsIdentifier ) {
    static_assert( sizeof( TypeParam ) == 8 && alignof( TypeParam ) == 4 );
    EXPECT_EQ( TypeParam().value(), IntfId() );
-   const char* const names[] = { "", "Ethernet3/2.100", "Cpu", "Port-Channel7.5", "PeerEthernet3", "Pseudowire-Ethernet3.100", "Pseudowire-Ethernet3",
-                                 "Intf-00000000760000c0", "Intf-ffffffffffffffff" };
+   const char* const names[] = {
+      "", "Ethernet3/2.100", "Cpu", "Port-Channel7.5", "PeerEthernet3", "Pseudowire-Ethernet3.100", "Pseudowire-Ethernet3",
+      "Intf-00000000760000c0", "Intf-ffffffffffffffff"
+   };
    TypeParam last;
    for( const char* name : names ) {
       const TypeParam id{ Kel::String8( name ) };

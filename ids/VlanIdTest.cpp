@@ -103,7 +103,8 @@ TEST( VlanXlateMapping, TextHashAndLog ) {
    std::memcpy( stream, parts, 8 );
    stream[ 8 ] = 1;
    EXPECT_EQ( mapping.hash(), Kel::murmur3( stream, 9 ) );
-   for( const VlanXlateMapping& other : { VlanXlateMapping( 0x103, 0x304, true ), { 0x102, 0x305, true }, { 0x102, 0x304, false } } ) EXPECT_NE( mapping, other );
+   const VlanXlateMapping others[] = { { 0x103, 0x304, true }, { 0x102, 0x305, true }, { 0x102, 0x304, false } };
+   for( const VlanXlateMapping& other : others ) EXPECT_NE( mapping, other );
    static_assert( !isOrdered< VlanXlateMapping > && isOrdered< VlanXlateKey > );
 }
 

@@ -46,6 +46,7 @@ class String8 {
    friend bool operator==( const String8& a, const String8& b ) noexcept { return a.rep_ == b.rep_ || a.view() == b.view(); }
    friend bool operator==( const String8& a, std::string_view b ) noexcept { return a.view() == b; }
    friend bool operator==( const String8& a, const char* b ) noexcept { return a.view() == b; }
+   friend bool operator==( const String8& a, const std::string& b ) noexcept { return a.view() == b; }
    /// Byte-wise, as unsigned characters.
    friend std::strong_ordering operator<=>( const String8& a, const String8& b ) noexcept { return a.view() <=> b.view(); }
    friend String8 operator+( const String8& a, std::string_view b ) { return String8( a.str().append( b ) ); }

@@ -312,10 +312,14 @@ inline constexpr ValueOps valueOps = Detail::makeValueOps< T >();
 
 /// The row of a stored attribute of type `T`.
 template< class T >
-constexpr Attr attr( const char* name, std::size_t offset, U32 flags = 0, Type* type = nullptr ) {
-   return { .name = name, .type = type ? type : Detail::TypeOf< T >::type(), .offset = static_cast< U32 >( offset ),
+constexpr Attr attr( const char* name, std::size_t offset, U32 flags, Type* type ) {
+   return { .name = name, .type = type, .offset = static_cast< U32 >( offset ),
             .nameSize = static_cast< U16 >( std::string_view( name ).size() ), .code = Detail::CodeOf< T >::code,
             .kind = AttrKind::scalar, .flags = static_cast< U8 >( KelAttrIntrospectionFlags( flags ).value() ) };
+}
+template< class T >
+constexpr Attr attr( const char* name, std::size_t offset, U32 flags = 0 ) {
+   return attr< T >( name, offset, flags, Detail::TypeOf< T >::type() );
 }
 
 /// A type-level constant: reads as its value and calls like an accessor, `VlanId::max` and `VlanId::max()` alike.
