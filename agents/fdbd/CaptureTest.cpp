@@ -99,11 +99,11 @@ const std::vector< Sent > oneHost = { { 1000 * s, frameFrom( mac( 1 ) ) } };
 
 TEST( Capture, BothFormatsAreMergedByTime ) {
    Player player;
-   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1003 * s + s / 2, frameFrom( mac( 2 ), { { 0x8100, 10 } } ) } } ), 1 );
+   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1003 * s + s / 2, frameFrom( mac( 2 ), { { 0x8100, 10 } } ) }, { 1006 * s, frameFrom( mac( 1 ) ) } } ), 1 );
    player.add( pcapngOf( { { 1002 * s, frameFrom( mac( 1 ) ) }, { 1004 * s + s / 4, frameFrom( mac( 2 ), { { 0x8100, 10 } } ) } } ), 2 );
    player.play();
    EXPECT_TRUE( player.source.ended() );
-   EXPECT_EQ( player.sink.hosts[ HostId( 1, mac( 1 ) ) ], ( Host{ port( 2 ), 1, 1002, HostKind::learned } ) );
+   EXPECT_EQ( player.sink.hosts[ HostId( 1, mac( 1 ) ) ], ( Host{ port( 1 ), 2, 1006, HostKind::learned } ) );
    EXPECT_EQ( player.sink.hosts[ HostId( 10, mac( 2 ) ) ], ( Host{ port( 2 ), 1, 1004.25, HostKind::learned } ) );
    EXPECT_EQ( player.source.damaged(), 0u );
    EXPECT_TRUE( player.reports.empty() );

@@ -305,4 +305,15 @@ TEST_F( Live, HostsOfABridgeThatDisappearsStay ) {
    EXPECT_EQ( bench.sink.lines(), std::vector< std::string >{ host( 1, 1, "p2" ) } );
 }
 
+TEST_F( Live, HostsStayThoughTheBridgeRemovesThemOneByOneBeforeItGoes ) {
+   addBridge();
+   follow( "br0", 1 << 25 );
+   send( "h1", 1, {}, 20000 );
+   ASSERT_TRUE( until( [ & ] { return bench.sink.hosts.size() == 20000; } ) );
+   // Its removals are read while the kernel is still at it.
+   output( "ip link del br0 > /dev/null &" );
+   EXPECT_TRUE( until( [ & ] { return source->descriptor() < 0; } ) );
+   EXPECT_EQ( bench.sink.hosts.size(), 20000u );
+}
+
 }

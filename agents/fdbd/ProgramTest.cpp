@@ -3,9 +3,6 @@
 #include <csignal>
 #include <cstdio>
 #include <fstream>
-#include <regex>
-#include <sstream>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -101,9 +98,13 @@ std::vector< std::string > kernelView() {
       return std::string( std::istreambuf_iterator< char >( in ), {} );
    }();
    MirrorSink all;
-   const std::regex entry( R"re("mac":"([0-9a-f:]+)","ifname":"p(\d)","vlan":(\d+))re" );
-   for( std::sregex_iterator i( text.begin(), text.end(), entry ); i != std::sregex_iterator(); ++i )
-      all.hosts[ HostId( static_cast< Vlan >( std::stoi( ( *i )[ 3 ] ) ), Quor::EthAddr( ( *i )[ 1 ].str() ) ) ].port = port( std::stoi( ( *i )[ 2 ] ) );
+   for( std::size_t at = text.find( '{' ); at != std::string::npos; at = text.find( '{', at + 1 ) ) {
+      char address[ 18 ];
+      int portNumber = 0, vlan = 0;
+      const int found = std::sscanf( text.c_str() + at, R"({"mac":"%17[0-9a-f:]","ifname":"p%d","vlan":%d)", address, &portNumber, &vlan );
+      EXPECT_EQ( found, 3 );
+      if( found == 3 ) all.hosts[ HostId( static_cast< Vlan >( vlan ), Quor::EthAddr( std::string_view( address ) ) ) ].port = port( portNumber );
+   }
    return all.lines();
 }
 
