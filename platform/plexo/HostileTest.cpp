@@ -83,7 +83,8 @@ TEST_F( HostileTest, RandomBytesInEveryRegion ) {
    Bytes bytes( file() );
    const U64 slab = bytes.get64( Format::At::slabOffset );
    const U64 index = bytes.get64( Format::At::indexOffset );
-   const std::pair< U64, U64 > regions[] = { { 0, 512 }, { Format::At::undo, 64 }, { Format::headerBytes, 1200 }, { slab, 7000 }, { index, 4096 } };
+   const std::pair< U64, U64 > regions[] = {
+      { 0, 512 }, { Format::At::undo, 64 }, { Format::headerBytes, 1200 }, { slab, 7000 }, { index, 4096 } };
    std::mt19937 random( 4711 );
    Quiet quiet;
    for( U32 round = 0; round < 1500; ++round ) {
@@ -131,14 +132,15 @@ TEST_F( HostileTest, TakeOverOfRandomBytes ) {
 TEST_F( HostileTest, FilesOfEveryLength ) {
    const auto full = std::filesystem::file_size( file() );
    Quiet quiet;
-   for( const std::uintmax_t size : { std::uintmax_t( 0 ), std::uintmax_t( 1 ), std::uintmax_t( 4095 ), std::uintmax_t( 4096 ), full / 2, full - 1 } ) {
+   for( const std::uintmax_t size : std::initializer_list< std::uintmax_t >{ 0, 1, 4095, 4096, full / 2, full - 1 } ) {
       Reader reader( hostLayout, "t" );
       reader.observerIs( &quiet );
       useFully( reader );
       std::filesystem::resize_file( file(), size );
       reader.dispatch();                                                // notices before it touches anything
       EXPECT_EQ( TableState::degraded, reader.state() );
-      EXPECT_NE( std::string::npos, reader.reason().find( size < 4096 ? "it is shorter than" : "where its header needs" ) ) << reader.reason();
+      const char* const why = size < 4096 ? "it is shorter than" : "where its header needs";
+      EXPECT_NE( std::string::npos, reader.reason().find( why ) ) << reader.reason();
       useFully( reader );
       Reader late( hostLayout, "t" );
       EXPECT_EQ( TableState::degraded, late.state() );

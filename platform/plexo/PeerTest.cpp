@@ -2,7 +2,7 @@
 #include <plexo/TestTable.h>
 
 // This program beside `plexo_peer` of the same word size and of the other one, each as writer and as reader. The other one's path
-// is given by the build (PLEXO_OTHER_PEER) or by the environment variable of that name.
+// is given by the build (PLEXO_OTHER_PEER), or its directory by the environment (VANTA_OTHER_BIN).
 namespace Plexo {
 
 namespace {
@@ -10,11 +10,11 @@ namespace {
 class PeerTest : public TableTest, public testing::WithParamInterface< bool > {
  protected:
    void SetUp() override {
-      const char* given = std::getenv( "PLEXO_OTHER_PEER" );
-      const std::string other = given ? given : PLEXO_OTHER_PEER;
+      const char* given = std::getenv( "VANTA_OTHER_BIN" );
+      const std::string other = given ? std::string( given ) + "/plexo_peer" : PLEXO_OTHER_PEER;
       peer = GetParam() ? other : PLEXO_PEER;
       if( peer.empty() || access( peer.c_str(), X_OK ) != 0 ) {
-         GTEST_SKIP() << "no plexo_peer of the other word size; name it in PLEXO_OTHER_PEER";
+         GTEST_SKIP() << "no plexo_peer of the other word size; name its directory in VANTA_OTHER_BIN";
       }
    }
    int run( const std::string& arguments ) const { return std::system( ( peer + " " + arguments ).c_str() ); }

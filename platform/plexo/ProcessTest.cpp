@@ -89,8 +89,11 @@ TEST_P( CrashTest, ReadersSeeBeforeOrAfter ) {
       const Contents seen = walk( follower.reader );
       ( seen == before ? befores : afters ) += 1;
       EXPECT_TRUE( seen == before || seen == after ) << crash.name << " after store " << stores;
-      for( const auto& [ key, port ] : after ) EXPECT_EQ( seen.contains( key ) ? long( seen.at( key ) ) : -1, portOf( follower.reader, key.second ) );
-      for( const auto& [ key, port ] : before ) EXPECT_EQ( seen.contains( key ) ? long( seen.at( key ) ) : -1, portOf( follower.reader, key.second ) );
+      for( const Contents* keys : { &before, &after } ) {
+         for( const auto& [ key, port ] : *keys ) {
+            EXPECT_EQ( seen.contains( key ) ? long( seen.at( key ) ) : -1, portOf( follower.reader, key.second ) );
+         }
+      }
       follower.drain();
       const auto writer = open();
       expectContents( *writer, seen );
@@ -256,9 +259,9 @@ TEST_F( ProcessTest, ChildOfForkHasNoPartInTheRole ) {
          }
          _exit( 0 );
       }
-      return 0;
+      return raise( SIGKILL );
    } );
-   EXPECT_EQ( 0, writer.wait() );
+   EXPECT_EQ( -SIGKILL, writer.wait() );
    EXPECT_TRUE( follower.waitFor( TableState::stale ) );
    died.give();
    checked.take();

@@ -59,8 +59,8 @@ class Reader {
    /// Null for none; stays the caller's. Every record is announced to a new observer.
    void observerIs( TableObserver* observer );
 
-   /// Copies the record with this key (which lies elsewhere than `record`); false when there is none (always, while there is no table). Throws
-   /// `CorruptionException`.
+   /// Copies the record with this key, which lies elsewhere than `record`; false when there is none (always, while there is no
+   /// table). Throws `CorruptionException`.
    bool find( const void* key, void* record ) const;
    /// `find` for `count` keys that stand one after another, with their memory latencies overlapped. `found[ i ]` tells whether
    /// record i is there. Returns how many are. Throws `CorruptionException`.

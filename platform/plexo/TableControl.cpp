@@ -92,7 +92,9 @@ void TableControl::refuseValue( const Bounded& field ) const {
 
 void TableControl::setUp( const TableSetup& setup ) {
    if( mode_ != TableMode::none ) throw Kel::InternalException( "table " + name_ + " is set up already; close it first" );
-   if( setup.initialRecords == 0 ) throw Kel::RangeException( "table " + setup.name + ": initial number of records is 0, must be at least 1" );
+   if( setup.initialRecords == 0 ) {
+      throw Kel::RangeException( "table " + setup.name + ": initial number of records is 0, must be at least 1" );
+   }
    describe();
    name_ = setup.name;
    try {

@@ -107,7 +107,7 @@ bool TableCore::locate( const KeyHash& hash, const void* key, Index::Place& plac
    return index( indexWord_ ).find(
       hash,
       [ & ]( U32 slot ) {
-         if( slot >= used_ ) corrupt( "slot number " + std::to_string( slot ) + " where " + std::to_string( used_ ) + " are in use" );
+         if( slot >= used_ ) badSlot( slot, used_ );
          return read( slot, scratch_.data() ).live &&
                 std::memcmp( scratch_.data() + geometry_.keyOffset, key, geometry_.keyBytes ) == 0;
       },
@@ -197,7 +197,8 @@ void TableCore::indexBuild( U32 arena ) {
    Index fresh( base, geometry_.arenaBuckets( arena ) );
    for( U32 slot = 0; slot < used_; ++slot ) {
       if( !read( slot, scratch_.data() ).live ) continue;
-      if( !fresh.insert( hashOf( scratch_.data() + geometry_.keyOffset ), slot ) ) corrupt( "it holds more records than its maximum" );
+      const KeyHash hash = hashOf( scratch_.data() + geometry_.keyOffset );
+      if( !fresh.insert( hash, slot ) ) corrupt( "it holds more records than its maximum" );
    }
    indexWord_ = ( ( indexWord_ >> 8 ) + 1 ) << 8 | arena;
    SharedStore::release32( base_ + At::indexWord, indexWord_ );
@@ -213,7 +214,9 @@ void TableCore::takeOver() {
    allocate_( 0, geometry_.slotOffset( allocatedSlots_ ) );
    undoInterrupted();
    slabScan();
-   if( live_ > geometry_.maxRecords ) corrupt( "it holds " + std::to_string( live_ ) + " records, its maximum is " + std::to_string( geometry_.maxRecords ) );
+   if( live_ > geometry_.maxRecords ) {
+      corrupt( "it holds " + std::to_string( live_ ) + " records, its maximum is " + std::to_string( geometry_.maxRecords ) );
+   }
    // Readers may still search the published arena, so the other one of a size is filled.
    const U32 fitting = geometry_.arenaFor( std::max( live_, geometry_.initialRecords ) );
    const U32 current = indexWord_ & 0xff;
@@ -242,7 +245,7 @@ void TableCore::slabScan() {
    resting_.clear();
    for( U32 slot = 0; slot < used_; ++slot ) {
       const U32 sequence = SharedLoad::word32( slotAt( slot ) );
-      if( sequence & Sequence::busy ) corrupt( "slot " + std::to_string( slot ) + " is being changed, yet the undo cell belongs to another" );
+      if( sequence & Sequence::busy ) undoOfAnother( slot );
       if( sequence & Sequence::live ) ++live_;
       else resting_.push_back( { 0, slot } );
    }

@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <plexo/TableFile.h>
 #include <sys/stat.h>
@@ -80,11 +81,12 @@ WrittenTable Opening::open() {
 
 Opening::Result Opening::create( WrittenTable& out ) {
    WrittenTable fresh = makeFresh();
-   const int linked = ::linkat( directory_.fd(), names_.fresh.c_str(), directory_.fd(), names_.table.c_str(), 0 );
-   const int error = errno;
-   ::unlinkat( directory_.fd(), names_.fresh.c_str(), 0 );
-   if( linked != 0 && error != EEXIST ) systemFailure( "cannot create the table", path_, error );
-   if( linked != 0 ) return Result::tryAgain;
+   if( ::renameat2( directory_.fd(), names_.fresh.c_str(), directory_.fd(), names_.table.c_str(), RENAME_NOREPLACE ) != 0 ) {
+      const int error = errno;
+      ::unlinkat( directory_.fd(), names_.fresh.c_str(), 0 );
+      if( error != EEXIST ) systemFailure( "cannot create the table", path_, error );
+      return Result::tryAgain;
+   }
    out = std::move( fresh );
    return Result::done;
 }
@@ -140,6 +142,7 @@ void Opening::replace( Mapping& old, const Header& header, bool carryOver, Writt
          carry( TableView( name_, old.base(), header.geometry, layout_, header.hashSeed ), fresh.core );
       } catch( const TableFullException& ) {
          ::unlinkat( directory_.fd(), names_.fresh.c_str(), 0 );
+         if( fresh.core.records() < geometry_.maxRecords ) throw;       // the file system is what is full
          throw Kel::RangeException( "table " + path_ + " holds more records than the maximum of " +
                                     std::to_string( geometry_.maxRecords ) + " that is asked for; raise it or remove the file" );
       }

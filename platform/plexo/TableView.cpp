@@ -30,9 +30,15 @@ void TableView::badHighWater( U32 mark ) const {
 
 void TableView::slotCheck( U32 slot ) const {
    if( slot < highWater_ ) [[likely]] return;
-   if( slot >= highWater() ) {
-      corrupt( "slot number " + std::to_string( slot ) + " where " + std::to_string( highWater_ ) + " are in use" );
-   }
+   if( slot >= highWater() ) badSlot( slot, highWater_ );
+}
+
+void TableView::badSlot( U32 slot, U32 used ) const {
+   corrupt( "slot number " + std::to_string( slot ) + " where " + std::to_string( used ) + " are in use" );
+}
+
+void TableView::undoOfAnother( U32 slot ) const {
+   corrupt( "slot " + std::to_string( slot ) + " is being changed, yet the undo cell belongs to another" );
 }
 
 Index TableView::index( U32 word ) const {
@@ -54,9 +60,7 @@ bool TableView::readUndo( U32 slot, U32 sequence, SlotState& state, void* out ) 
    SharedLoad::bytes( out, undo + Undo::record, geometry_.recordBytes );
    SharedLoad::fence();
    if( SharedLoad::word32( slotAt( slot ) ) != sequence ) return false;
-   if( owner != slot + 1 || ( before | Sequence::busy ) != sequence ) {
-      corrupt( "slot " + std::to_string( slot ) + " is being changed, yet the undo cell belongs to another" );
-   }
+   if( owner != slot + 1 || ( before | Sequence::busy ) != sequence ) undoOfAnother( slot );
    state.live = sequence & Sequence::live;
    return true;
 }

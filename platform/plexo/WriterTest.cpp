@@ -1,3 +1,5 @@
+#include <fstream>
+#include <plexo/Format.h>
 #include <plexo/Listing.h>
 #include <plexo/TestTable.h>
 #include <sys/stat.h>
@@ -97,6 +99,47 @@ TEST_F( WriterTest, ChurnsAtItsMaximumForEver ) {
    }
    EXPECT_EQ( 100u, writer.records() );
    EXPECT_EQ( 100u, walk( writer ).size() );
+}
+
+/// An erased slot keeps its key until its journal entry has left the ring, then the oldest is the first to be used again.
+TEST_F( WriterTest, ErasedSlotsRest ) {
+   Writer writer( hostLayout, "t", 100, 100 );                          // a ring of 1024
+   for( U32 i = 0; i < 10; ++i ) learn( writer, i, 1 );
+   const auto slotOf = [ & ]( U32 number ) {
+      Host host;
+      U32 at = 0;
+      while( writer.next( at, &host ) && host.number != number ) {
+      }
+      return at - 1;
+   };
+   forget( writer, 7 );
+   forget( writer, 3 );
+   for( U32 i = 0; i < 1021; ++i ) learn( writer, 5, i );
+   learn( writer, 50, 1 );
+   EXPECT_EQ( 10u, slotOf( 50 ) );
+   learn( writer, 51, 1 );
+   learn( writer, 52, 1 );
+   EXPECT_EQ( 7u, slotOf( 51 ) );
+   EXPECT_EQ( 3u, slotOf( 52 ) );
+}
+
+/// Counts and marks that insertions left in the index go with the records, so that churn never makes searches longer.
+TEST_F( WriterTest, RemovalLeavesNothingInTheIndex ) {
+   Writer writer( floodLayout, "t", 1000, 1000 );                       // one arena
+   for( U32 round = 0; round < 3; ++round ) {
+      for( U32 i = 0; i < 1000; ++i ) learn( writer, i * 7, i );
+      for( U32 i = 0; i < 1000; ++i ) forget( writer, ( i * 333 % 1000 ) * 7 );
+   }
+   std::ifstream in( file(), std::ios::binary );
+   const std::string bytes( std::istreambuf_iterator< char >( in ), {} );
+   U32 word;
+   U64 index;
+   std::memcpy( &word, bytes.data() + Format::At::indexWord, 4 );
+   std::memcpy( &index, bytes.data() + Format::At::indexOffset, 8 );
+   EXPECT_EQ( 0u, word & 0xff );
+   for( U32 bucket = 0; bucket < 128; ++bucket ) {
+      EXPECT_EQ( std::string( 16, '\0' ), bytes.substr( std::size_t( index ) + bucket * Format::bucketBytes + 48, 16 ) ) << bucket;
+   }
 }
 
 TEST_F( WriterTest, KeysOfOneHashCostLittle ) {
