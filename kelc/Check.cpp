@@ -1,5 +1,5 @@
-// Three passes over all declarations: resolve every type name; cut what must not be circular (bases, values) or too deep, so that the
-// questions of Model.h end; judge each declaration by the rules of its kind.
+// Three passes over all declarations: resolve every type name; cut what must not be circular (bases, values) or too deep, so
+// that the questions of Model.h end; judge each declaration by the rules of its kind.
 #include "Checker.h"
 
 #include "Names.h"
@@ -48,7 +48,8 @@ void Checker::resolve( TypeRef& type, const Decl& scope ) {
    if( type.decl ) return;
    if( !hidden.empty() ) {
       const auto first = type.text.substr( 0, type.text.find( "::" ) );
-      error( type.span, "unknown type " + type.text + ": inside " + scope.nameSpace + " the name " + first + " means " + hidden + "; write ::" + type.text );
+      error( type.span, "unknown type " + type.text + ": inside " + scope.nameSpace + " the name " + first + " means " +
+                           hidden + "; write ::" + type.text );
    } else {
       error( type.span, "unknown type " + type.text + suggestion( type.text, program_.typeNames() ) );
    }
@@ -96,7 +97,8 @@ void Checker::cutBases( Decl& decl ) {
    int depth = 0;
    for( const Decl* d = base; d; d = d->base.decl ) {
       if( d != &decl && ++depth <= maxTypeDepth ) continue;
-      error( decl.base.span, d == &decl ? decl.name.text + " derives from itself" : "more than " + std::to_string( maxTypeDepth ) + " bases" )
+      error( decl.base.span,
+             d == &decl ? decl.name.text + " derives from itself" : "more than " + std::to_string( maxTypeDepth ) + " bases" )
          .note( base->base.span, "through this base" );
       decl.base.decl = nullptr;
       return;
@@ -115,7 +117,8 @@ int Checker::valueDepth( Decl& decl, std::vector< const Attr* >& path ) {
       path.pop_back();
       if( inner >= 0 && inner < maxTypeDepth ) return void( depth = std::max( depth, inner + 1 ) );
       const bool circle = inner < 0;
-      Error& e = error( type.span, circle ? shown( &decl ) + " contains itself" : "values nest more than " + std::to_string( maxTypeDepth ) + " deep" );
+      Error& e = error( type.span, circle ? shown( &decl ) + " contains itself" :
+                                            "values nest more than " + std::to_string( maxTypeDepth ) + " deep" );
       if( circle && !path.empty() && path.back() ) e.note( path.back()->shape.element.span, "it is contained here" );
       type.decl = nullptr;
    };

@@ -28,7 +28,8 @@ void Checker::machineParameters( Decl& decl ) {
          error( param.span, param.text + " is given twice" );
       } else if( !attr ) {
          error( param.span, decl.name.text + " has no attribute " + param.text + suggestion( param.text, attrNames( decl ) ) );
-      } else if( attr->shape.collection != Collection::none || ( attr->role != Role::plain && attr->role != Role::watch && attr->role != Role::param ) ) {
+      } else if( attr->shape.collection != Collection::none ||
+                 ( attr->role != Role::plain && attr->role != Role::watch && attr->role != Role::param ) ) {
          error( param.span, param.text + " can't be a parameter: expected a value, a reference or one watched entity" )
             .note( attr->name.span, "it is declared here" );
       } else if( attr->owner == &decl ) {
@@ -47,11 +48,14 @@ void Checker::machineParameters( Decl& decl ) {
 
 void Checker::owner( Decl& decl, Attr& attr ) {
    const Decl* type = attr.shape.element.decl;
-   if( attr.shape.collection != Collection::none || attr.shape.holding != Holding::value ) error( attr.shape.span, "an owner is written owner NAME : MACHINE" );
-   else if( type && !type->isMachine() ) error( attr.shape.element.span, shown( type ) + " is no machine" ).note( type->name.span, "it is declared here" );
+   if( attr.shape.collection != Collection::none || attr.shape.holding != Holding::value )
+      error( attr.shape.span, "an owner is written owner NAME : MACHINE" );
+   else if( type && !type->isMachine() )
+      error( attr.shape.element.span, shown( type ) + " is no machine" ).note( type->name.span, "it is declared here" );
    for( const auto& other : decl.attrs ) {
       if( other.get() == &attr ) break;
-      if( other->role == Role::owner ) error( attr.name.span, decl.name.text + " has two owners" ).note( other->name.span, "the other one is declared here" );
+      if( other->role == Role::owner )
+         error( attr.name.span, decl.name.text + " has two owners" ).note( other->name.span, "the other one is declared here" );
    }
 }
 
@@ -72,17 +76,22 @@ void Checker::watchFrom( Decl& decl, Attr& attr ) {
    }
    const Ident& last = w.fromMember.empty() ? w.fromAttr : w.fromMember;
    if( !from ) {
-      error( last.span, holder->name.text + " has no attribute " + last.text + suggestion( last.text, attrNames( *holder ) ) ).note( holder->name.span, "it is declared here" );
+      error( last.span, holder->name.text + " has no attribute " + last.text + suggestion( last.text, attrNames( *holder ) ) )
+         .note( holder->name.span, "it is declared here" );
    } else if( s.collection == Collection::none ) {
       error( last.span, "from stands behind a map" );
    } else if( from->shape.collection != Collection::map || from->shape.holding == Holding::value ) {
       error( last.span, last.text + " is no collection of entities" ).note( from->name.span, "it is declared here" );
    } else if( from->shape.holding == Holding::ref && !from->shape.byAttr ) {
-      error( last.span, "reactors follow children, or references keyed by an attribute" ).note( from->name.span, last.text + " is declared here" );
+      error( last.span, "reactors follow children, or references keyed by an attribute" )
+         .note( from->name.span, last.text + " is declared here" );
    } else if( s.keyDecl && from->shape.keyDecl && s.keyDecl != from->shape.keyDecl ) {
-      error( s.key.span, attr.name.text + " is keyed by " + s.key.text + " but " + last.text + " by " + shown( from->shape.keyDecl ) ).note( from->name.span, last.text + " is declared here" );
+      error( s.key.span,
+             attr.name.text + " is keyed by " + s.key.text + " but " + last.text + " by " + shown( from->shape.keyDecl ) )
+         .note( from->name.span, last.text + " is declared here" );
    } else if( s.element.decl && from->shape.element.decl && !derivesFrom( *from->shape.element.decl, *s.element.decl ) ) {
-      error( s.element.span, last.text + " holds " + shown( from->shape.element.decl ) ).note( from->name.span, "it is declared here" );
+      error( s.element.span, last.text + " holds " + shown( from->shape.element.decl ) )
+         .note( from->name.span, "it is declared here" );
    } else {
       w.from = from;
    }
@@ -91,15 +100,18 @@ void Checker::watchFrom( Decl& decl, Attr& attr ) {
 void Checker::watch( Decl& decl, Attr& attr ) {
    const Decl* target = attr.shape.element.decl;
    Watch& w = *attr.watch;
-   if( attr.silent || attr.unlogged ) error( attr.name.span, "a machine's attributes are not logged, and reactors are always announced" );
+   if( attr.silent || attr.unlogged )
+      error( attr.name.span, "a machine's attributes are not logged, and reactors are always announced" );
    if( target && target->isValue() ) {
-      error( attr.shape.element.span, shown( target ) + " is a value; only entities are watched" ).note( target->name.span, "it is declared here" );
+      error( attr.shape.element.span, shown( target ) + " is a value; only entities are watched" )
+         .note( target->name.span, "it is declared here" );
       return;
    }
    if( attr.shape.collection != Collection::none ) keyType( attr );
    watchFrom( decl, attr );
    for( auto& inner : w.attrs ) {
-      if( inner->role != Role::plain || inner->shape.collection != Collection::none ) error( inner->name.span, "a reactor's own attributes are values and references" );
+      if( inner->role != Role::plain || inner->shape.collection != Collection::none )
+         error( inner->name.span, "a reactor's own attributes are values and references" );
       else stored( decl, *inner );
    }
    ops( decl, w.ops );
@@ -116,15 +128,19 @@ bool Checker::event( Decl& machine, const Attr* watching, Handler& h, const Decl
    if( !source ) return false;
    h.attr = findAttr( *source, h.event.text );
    if( !h.attr ) {
-      error( h.event.span, source->name.text + " has no attribute " + h.event.text + suggestion( h.event.text, attrNames( *source ) ) )
+      error( h.event.span,
+             source->name.text + " has no attribute " + h.event.text + suggestion( h.event.text, attrNames( *source ) ) )
          .note( source->name.span, "it is declared here" );
       return false;
    }
    const bool isCollection = h.attr->shape.isCollection();
    if( !notifies( *h.attr ) ) {
-      error( h.event.span, h.event.text + ( h.attr->silent ? " is silent: its changes are not announced" : " never changes by itself" ) ).note( h.attr->name.span, "it is declared here" );
+      error( h.event.span,
+             h.event.text + ( h.attr->silent ? " is silent: its changes are not announced" : " never changes by itself" ) )
+         .note( h.attr->name.span, "it is declared here" );
    } else if( h.argument && !isCollection ) {
-      error( h.argument->span, h.event.text + " is no collection, so it comes without a key" ).note( h.attr->name.span, "it is declared here" );
+      error( h.argument->span, h.event.text + " is no collection, so it comes without a key" )
+         .note( h.attr->name.span, "it is declared here" );
    } else {
       if( h.argument ) key = h.attr->shape.keyDecl;
       return true;
@@ -150,7 +166,8 @@ void Checker::handlerTarget( Decl& machine, const Attr* watching, Handler& h, co
    }
    if( !h.target ) h.target = findOp( machine, h.op.text, wanted );
    if( !h.target ) {
-      const std::string what = sameName ? h.op.text + ( wanted ? " takes no single key" : " needs a key" ) : "there is no operation " + h.op.text + suggestion( h.op.text, names );
+      const std::string what = sameName ? h.op.text + ( wanted ? " takes no single key" : " needs a key" ) :
+                                          "there is no operation " + h.op.text + suggestion( h.op.text, names );
       error( h.op.span, what ).note( sameName ? sameName->name.span : Span{}, "it is declared here" );
       return;
    }
@@ -158,7 +175,9 @@ void Checker::handlerTarget( Decl& machine, const Attr* watching, Handler& h, co
    if( !wanted || !key ) return;
    const Parameter& p = h.target->parameters[ 0 ];
    if( p.type.decl && p.type.decl != key ) {
-      error( h.argument->span, h.event.text + " comes with a key of type " + shown( key ) + " but " + h.op.text + " takes " + p.type.text ).note( p.name.span, "the parameter is declared here" );
+      error( h.argument->span,
+             h.event.text + " comes with a key of type " + shown( key ) + " but " + h.op.text + " takes " + p.type.text )
+         .note( p.name.span, "the parameter is declared here" );
    }
 }
 

@@ -57,8 +57,9 @@ void Checker::clashes( const Decl& decl ) {
          const auto [ at, isNew ] = seen.emplace( member, attr.get() );
          if( isNew ) continue;
          const bool same = at->second->name.text == attr->name.text;
-         error( attr->name.span, same ? attr->name.text + " is already declared"
-                                      : attr->name.text + " gives its class a member " + member + ", and so does " + at->second->name.text )
+         error( attr->name.span,
+                same ? attr->name.text + " is already declared" :
+                       attr->name.text + " gives its class a member " + member + ", and so does " + at->second->name.text )
             .note( at->second->name.span, same ? "it is declared here" : at->second->name.text + " is declared here" );
          break;
       }
@@ -66,7 +67,8 @@ void Checker::clashes( const Decl& decl ) {
    for( const Op& op : decl.ops ) {
       const auto at = seen.find( op.name.text );
       if( at == seen.end() ) continue;
-      error( op.name.span, "the operation has the name of a member that the attribute " + at->second->name.text + " gives its class" )
+      error( op.name.span,
+             "the operation has the name of a member that the attribute " + at->second->name.text + " gives its class" )
          .note( at->second->name.span, at->second->name.text + " is declared here" );
    }
 }
@@ -78,7 +80,8 @@ void Checker::opClashes( const Decl& decl, const std::vector< Op >& ops ) {
       const auto [ from, to ] = seen.equal_range( op.name.text );
       const auto twin = std::find_if( from, to, [ & ]( const auto& other ) { return sameParameters( *other.second, op ); } );
       if( twin != to ) {
-         error( op.name.span, op.name.text + " is already declared with the same parameters" ).note( twin->second->name.span, "it is declared here" );
+         error( op.name.span, op.name.text + " is already declared with the same parameters" )
+            .note( twin->second->name.span, "it is declared here" );
       }
       seen.emplace( op.name.text, &op );
       std::map< std::string_view, const Ident* > parameters;

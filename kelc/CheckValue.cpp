@@ -60,7 +60,8 @@ bool Checker::integerLiteral( const Decl& type, const Literal& literal ) {
    const bool low = min && less( numberOf( literal ), numberOf( *min ) );
    const bool high = max && less( numberOf( *max ), numberOf( literal ) );
    if( !low && !high ) return true;
-   error( literal.span, text( literal ) + " is not in " + ( min ? text( *min ) : "" ) + ".." + ( max ? text( *max ) : "" ) + ", the range of " + shown( &type ) )
+   error( literal.span, text( literal ) + " is not in " + ( min ? text( *min ) : "" ) + ".." + ( max ? text( *max ) : "" ) +
+                           ", the range of " + shown( &type ) )
       .note( type.name.span, shown( &type ) + " is declared here" );
    return false;
 }
@@ -69,7 +70,8 @@ bool Checker::listLiteral( const Decl& type, Literal& value, const Decl* scope )
    const auto fields = fieldsOf( type );
    if( value.kind != Literal::Kind::list ) return mismatch( value, type, "a list in braces" );
    if( value.items.size() > fields.size() ) {
-      error( value.items[ fields.size() ].span, shown( &type ) + " has only " + std::to_string( fields.size() ) + ( fields.size() == 1 ? " attribute" : " attributes" ) )
+      error( value.items[ fields.size() ].span, shown( &type ) + " has only " + std::to_string( fields.size() ) +
+                                                   ( fields.size() == 1 ? " attribute" : " attributes" ) )
          .note( type.name.span, "it is declared here" );
       return false;
    }
@@ -116,7 +118,8 @@ bool Checker::literal( const Decl& type, Literal& value, const Decl* scope ) {
    case LiteralForm::text:
       if( value.kind != Literal::Kind::text ) return mismatch( value, type, "a text between quotes" );
       if( type.range.isMax && value.text.size() > type.range.max.number ) {
-         error( value.span, "this text has " + std::to_string( value.text.size() ) + " bytes; " + shown( &type ) + " takes " + text( type.range.max ) )
+         error( value.span, "this text has " + std::to_string( value.text.size() ) + " bytes; " + shown( &type ) + " takes " +
+                               text( type.range.max ) )
             .note( type.range.max.span, "as is declared here" );
          return false;
       }
@@ -133,11 +136,13 @@ void Checker::scalarRange( Decl& decl, const Decl& basis ) {
    const bool isText = basis.literals == LiteralForm::text;
    const Span at = range.max.empty() ? range.min.span : range.max.span;
    if( isText != range.isMax ) {
-      error( at, isText ? "a string is bounded by its bytes: expected max N" : "max N bounds the bytes of a string: expected in MIN..MAX" );
+      error( at, isText ? "a string is bounded by its bytes: expected max N" :
+                          "max N bounds the bytes of a string: expected in MIN..MAX" );
    } else if( !isText && basis.literals != LiteralForm::integer ) {
       error( at, "only whole numbers have bounds; " + shown( &basis ) + " is none" ).note( basis.name.span, "it is declared here" );
    } else if( isText ) {
-      const bool good = range.max.kind == Literal::Kind::integer && !range.max.negative && range.max.number && range.max.number <= 0xffffffffu;
+      const bool good =
+         range.max.kind == Literal::Kind::integer && !range.max.negative && range.max.number && range.max.number <= 0xffffffffu;
       if( !good ) error( at, "expected a number of bytes from 1 to 4294967295" );
    } else {
       if( !range.min.empty() && !integerLiteral( basis, range.min ) ) return;
@@ -150,10 +155,12 @@ void Checker::scalarRange( Decl& decl, const Decl& basis ) {
 void Checker::scalar( Decl& decl ) {
    const Decl* basis = decl.basis.decl;
    if( !basis ) return;
-   const bool fits = basis->kind == Kind::externValue &&
-                     ( basis->literals == LiteralForm::integer || basis->literals == LiteralForm::real || basis->literals == LiteralForm::text );
+   const bool fits =
+      basis->kind == Kind::externValue && ( basis->literals == LiteralForm::integer || basis->literals == LiteralForm::real ||
+                                            basis->literals == LiteralForm::text );
    if( !fits ) {
-      error( decl.basis.span, shown( basis ) + " is neither a number nor a string: expected U8 to U64, S8 to S64, Seconds, String8 or Name" )
+      error( decl.basis.span,
+             shown( basis ) + " is neither a number nor a string: expected U8 to U64, S8 to S64, Seconds, String8 or Name" )
          .note( basis->name.span, "it is declared here" );
       return;
    }
@@ -172,7 +179,8 @@ void Checker::scalar( Decl& decl ) {
 void Checker::wrapper( Decl& decl ) {
    const Decl* basis = decl.basis.decl;
    if( !basis || basis->kind == Kind::externValue ) return;
-   error( decl.basis.span, shown( basis ) + " can't be wrapped: expected an extern value type" ).note( basis->name.span, "it is declared here" );
+   error( decl.basis.span, shown( basis ) + " can't be wrapped: expected an extern value type" )
+      .note( basis->name.span, "it is declared here" );
 }
 
 void Checker::composite( Decl& decl ) {
@@ -184,7 +192,8 @@ void Checker::composite( Decl& decl ) {
          error( attr->shape.element.span, decl.name.text + " is ordered but " + typed( *attr ) + " has no order" )
             .note( type->name.span, shown( type ) + " is declared here" );
       } else if( decl.hash == HashRule::generated && !isHashed( *type ) ) {
-         error( attr->shape.element.span, typed( *attr ) + " has no hash: declare " + decl.name.text + " with no hash or hash by hand" )
+         error( attr->shape.element.span,
+                typed( *attr ) + " has no hash: declare " + decl.name.text + " with no hash or hash by hand" )
             .note( type->name.span, shown( type ) + " is declared here" );
       }
    }
@@ -200,7 +209,8 @@ void Checker::enumeration( Decl& decl ) {
       if( !newName ) {
          error( e.name.span, e.name.text + " is already declared" ).note( byName->second->name.span, "it is declared here" );
       } else if( !newNumber ) {
-         error( e.name.span, e.name.text + " has the number " + std::to_string( e.value ) + ", as has " + byNumber->second->name.text )
+         error( e.name.span,
+                e.name.text + " has the number " + std::to_string( e.value ) + ", as has " + byNumber->second->name.text )
             .note( byNumber->second->name.span, byNumber->second->name.text + " is declared here" );
       }
    }
@@ -224,11 +234,14 @@ void Checker::valueMember( Decl& decl, Attr& attr ) {
    const bool plain = attr.role == Role::plain && attr.shape.collection == Collection::none && attr.shape.holding == Holding::value;
    const Decl* type = attr.shape.element.decl;
    if( !inComposite ) {
-      error( attr.name.span, decl.name.text + " holds one " + ( decl.kind == Kind::scalar ? "number or string" : "identifier" ) + "; only constants and operations stand in its braces" );
+      error( attr.name.span, decl.name.text + " holds one " +
+                                ( decl.kind == Kind::scalar ? "number or string" : "identifier" ) +
+                                "; only constants and operations stand in its braces" );
    } else if( !plain || attr.silent || attr.unlogged || !attr.max.empty() ) {
       error( attr.name.span, "an attribute of a value is written NAME : TYPE or NAME : TYPE = DEFAULT, nothing else" );
    } else if( type && !type->isValue() ) {
-      error( attr.shape.element.span, shown( type ) + " is no value, so it can't stand in one" ).note( type->name.span, "it is declared here" );
+      error( attr.shape.element.span, shown( type ) + " is no value, so it can't stand in one" )
+         .note( type->name.span, "it is declared here" );
    } else if( type && !attr.init.empty() ) {
       literal( *type, attr.init, &decl );
    }
@@ -242,12 +255,14 @@ void Checker::ops( const Decl& decl, const std::vector< Op >& ops ) {
          const Decl* type = p.type.decl;
          if( !type ) continue;
          if( p.isRef && type->isValue() ) error( p.type.span, shown( type ) + " is a value and is not passed by ref" );
-         if( !p.isRef && !p.isOut && !type->isValue() ) error( p.type.span, shown( type ) + " is passed by reference: write ref " + p.type.text );
+         if( !p.isRef && !p.isOut && !type->isValue() )
+            error( p.type.span, shown( type ) + " is passed by reference: write ref " + p.type.text );
       }
       const Decl* result = op.result.type.decl;
       if( result && result->isValue() == op.result.isRef ) {
-         error( op.result.type.span, op.result.isRef ? shown( result ) + " is a value and is not returned by ref"
-                                                     : shown( result ) + " is returned by reference: write ref " + op.result.type.text );
+         error( op.result.type.span, op.result.isRef ?
+                                        shown( result ) + " is a value and is not returned by ref" :
+                                        shown( result ) + " is returned by reference: write ref " + op.result.type.text );
       }
    }
 }

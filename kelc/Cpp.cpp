@@ -36,7 +36,8 @@ std::string localName( const Decl& decl ) {
 
 bool isPlainNumber( const Decl& decl ) {
    if( decl.kind == Kind::enumeration ) return true;
-   return decl.kind == Kind::externValue && ( decl.literals == LiteralForm::boolean || decl.literals == LiteralForm::integer || decl.literals == LiteralForm::real );
+   return decl.kind == Kind::externValue && ( decl.literals == LiteralForm::boolean || decl.literals == LiteralForm::integer ||
+                                              decl.literals == LiteralForm::real );
 }
 
 bool isWide( const Decl& decl ) {
@@ -85,13 +86,16 @@ std::string cppText( std::string_view text ) {
       const auto b = static_cast< unsigned char >( c );
       if( c == '"' || c == '\\' ) out += '\\', out += c;
       else if( b >= 0x20 && b < 0x7f && c != '?' ) out += c;   // no trigraphs
-      else out += { '\\', static_cast< char >( '0' + ( b >> 6 ) ), static_cast< char >( '0' + ( b >> 3 & 7 ) ), static_cast< char >( '0' + ( b & 7 ) ) };
+      else
+         out += { '\\', static_cast< char >( '0' + ( b >> 6 ) ), static_cast< char >( '0' + ( b >> 3 & 7 ) ),
+                  static_cast< char >( '0' + ( b & 7 ) ) };
    }
    return out + '"';
 }
 
 std::string cppNumber( const Literal& l ) {
-   if( !l.negative || !l.number ) return std::to_string( l.number ) + ( l.number > 0x7fffffffffffffffu ? "ull" : l.number > 0x7fffffffu ? "ll" : "" );
+   if( !l.negative || !l.number )
+      return std::to_string( l.number ) + ( l.number > 0x7fffffffffffffffu ? "ull" : l.number > 0x7fffffffu ? "ll" : "" );
    if( l.number == 0x8000000000000000u ) return "( -9223372036854775807ll - 1 )";
    return "-" + std::to_string( l.number ) + ( l.number > 0x7fffffffu ? "ll" : "" );
 }
@@ -104,15 +108,19 @@ std::string listExpression( const Decl& type, const Literal& l ) {
    for( std::size_t i = 0; i < fields.size(); ++i ) {
       const Decl& field = *fields[ i ]->shape.element.decl;
       const bool isGiven = i < l.items.size();
-      parts.push_back( isGiven ? expression( field, l.items[ i ] ) : fields[ i ]->init.empty() ? zero( field ) : expression( field, fields[ i ]->init ) );
+      parts.push_back( isGiven                   ? expression( field, l.items[ i ] ) :
+                       fields[ i ]->init.empty() ? zero( field ) :
+                                                   expression( field, fields[ i ]->init ) );
    }
    return cppType( type ) + inParens( parts );
 }
 
 std::string textExpression( const Decl& type, const Literal& l ) {
    const bool hasNul = l.text.find( '\0' ) != std::string::npos;
-   const std::string bytes = hasNul ? "::std::string_view( " + cppText( l.text ) + ", " + std::to_string( l.text.size() ) + " )" : cppText( l.text );
-   return type.kind == Kind::externValue ? cppType( type ) + "( " + bytes + " )" : cppType( type ) + "( ::Kel::String8( " + bytes + " ) )";
+   const std::string bytes =
+      hasNul ? "::std::string_view( " + cppText( l.text ) + ", " + std::to_string( l.text.size() ) + " )" : cppText( l.text );
+   return type.kind == Kind::externValue ? cppType( type ) + "( " + bytes + " )" :
+                                           cppType( type ) + "( ::Kel::String8( " + bytes + " ) )";
 }
 
 }

@@ -70,7 +70,8 @@ std::string describe( const Op& op ) {
    std::string out = op.name.text + '(';
    const char* separator = " ";
    for( const Parameter& p : op.parameters ) {
-      out += separator + std::string( p.isOut ? "out " : "" ) + p.name.text + " : " + ( p.isRef ? "ref " : "" ) + ( p.isConst ? "const " : "" ) + describe( p.type );
+      out += separator + std::string( p.isOut ? "out " : "" ) + p.name.text + " : " + ( p.isRef ? "ref " : "" ) +
+             ( p.isConst ? "const " : "" ) + describe( p.type );
       separator = ", ";
    }
    out += op.parameters.empty() ? ")" : " )";
@@ -109,7 +110,8 @@ const char* describe( Role role ) {
 }
 
 std::string typeText( const Attr& attr ) {
-   return attr.role == Role::derivedView && attr.shape.element.empty() ? attr.viewOf.text + "." + attr.viewMember.text : describe( attr.shape );
+   return attr.role == Role::derivedView && attr.shape.element.empty() ? attr.viewOf.text + "." + attr.viewMember.text :
+                                                                         describe( attr.shape );
 }
 
 }

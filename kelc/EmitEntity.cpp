@@ -15,7 +15,9 @@ using Strings = std::vector< std::string >;
 
 // Names that several functions need of one attribute.
 struct Member {
-   explicit Member( const Attr& a ) : attr( a ), shape( a.shape ), foo( a.name.text ), upper( upperFirst( foo ) ), slot( foo + "_" ), index( "Attr_::" + foo ) {
+   explicit Member( const Attr& a )
+       : attr( a ), shape( a.shape ), foo( a.name.text ), upper( upperFirst( foo ) ), slot( foo + "_" ),
+         index( "Attr_::" + foo ) {
       if( !shape.isCollection() ) return;
       key = cppType( *shape.keyDecl );
       keyParam = paramType( *shape.keyDecl );
@@ -79,7 +81,8 @@ std::string newChildCall( const Member& m, const Decl& child ) {
 // `newFoo( ... )` and `fooIs( ... )`. A virtual collection creates its children in one function that derived entities override.
 void childCreators( Writer& w, const Member& m ) {
    const Decl& child = *m.shape.element.decl;
-   const std::string type = heldType( m.attr ), parameters = inParens( childParameters( child ) ), arguments = inParens( childParameterNames( child ) );
+   const std::string type = heldType( m.attr ), parameters = inParens( childParameters( child ) ),
+                     arguments = inParens( childParameterNames( child ) );
    if( m.attr.isVirtual ) {
       w.line( type + " new" + m.upper + parameters + " { return kelNew" + m.upper + arguments + "; }" );
       w.line( "virtual " + type + " kelNew" + m.upper + parameters + " { return " + newChildCall( m, child ) + "; }" );
@@ -115,8 +118,9 @@ void queueSetters( Writer& w, const Member& m ) {
 }
 
 std::string absent( const Member& m ) {
-   return m.shape.holding == Holding::value ? zero( *m.shape.element.decl ) == "0" ? cppType( *m.shape.element.decl ) + "( 0 )" : zero( *m.shape.element.decl )
-                                            : heldType( m.attr ) + "()";
+   return m.shape.holding == Holding::value ?
+             zero( *m.shape.element.decl ) == "0" ? cppType( *m.shape.element.decl ) + "( 0 )" : zero( *m.shape.element.decl ) :
+             heldType( m.attr ) + "()";
 }
 
 void collection( Writer& w, const Member& m ) {
@@ -126,7 +130,7 @@ void collection( Writer& w, const Member& m ) {
    else if( m.shape.holding == Holding::child ) childCreators( w, m );
    else valueSetters( w, m );
    w.line( type + " " + foo + "Del( " + m.keyParam + " key ) { return delFrom( " + at + ", key ); }" );
-   w.line( type + " " + foo + "Del( " + m.map + "::Iterator& at ) { return delAt( " + at + ", at ); }" );
+   w.line( type + " " + foo + "Del( const " + m.map + "::ConstIterator& at ) { return delAt( " + at + ", at ); }" );
    w.line( "void " + foo + "DelAll() { delAll( " + at + " ); }" );
    w.line( "void " + foo + "Notify( " + m.keyParam + " key ) { attrNotify( " + m.index + ", &key ); }" );
    w.line( "void " + foo + "NotifyCollection() { attrNotify( " + m.index + " ); }" );
@@ -145,7 +149,7 @@ void table( Writer& w, const Member& m ) {
    w.line( type + "* " + foo + "Direct() { return " + slot + ".direct(); }" );
    w.line( type + " " + foo + "Commit( const " + type + "* v ) { return " + slot + ".commit( v ); }" );
    w.line( type + " " + foo + "Del( " + m.keyParam + " key ) { return " + slot + ".del( key ); }" );
-   w.line( type + " " + foo + "Del( " + m.map + "::Iterator& at ) { return " + slot + ".del( at ); }" );
+   w.line( type + " " + foo + "Del( const " + m.map + "::Iterator& at ) { return " + slot + ".del( at ); }" );
    w.line( "void " + foo + "DelAll() { " + slot + ".delAll(); }" );
    w.line( "void " + foo + "Notify( " + m.keyParam + " key ) { attrNotify( " + m.index + ", &key ); }" );
    w.line( "void " + foo + "NotifyCollection() { attrNotify( " + m.index + " ); }" );
@@ -159,7 +163,8 @@ void table( Writer& w, const Member& m ) {
 void optionalChild( Writer& w, const Member& m ) {
    const std::string type = heldType( m.attr ), name = nameType( *m.shape.element.decl );
    w.line( type + " " + m.foo + "() const { return " + m.slot + "; }" );
-   w.line( type + " new" + m.upper + "( const " + name + "& name ) { return newOptional( " + m.index + ", " + m.slot + ", name ); }" );
+   w.line( type + " new" + m.upper + "( const " + name + "& name ) { return newOptional( " + m.index + ", " + m.slot +
+           ", name ); }" );
    w.line( type + " " + m.foo + "Is( const " + name + "& name ) { return new" + m.upper + "( name ); }" );
    w.line( type + " " + m.foo + "Del() { return delOptional( " + m.index + ", " + m.slot + " ); }" );
 }
@@ -178,7 +183,8 @@ void narrowed( Writer& w, const Member& m, const Decl& decl ) {
    w.line( "using " + base + "::" + m.foo + "Del;" );
    Strings call{ m.index, "this->kel" + m.upper + "()", childKey( child ), comparedParameters( child ) };
    for( const auto& argument : childArguments( child ) ) call.push_back( argument );
-   w.line( wideType + " kelNew" + m.upper + parameters + " override { return newChild< " + cppType( child ) + " >" + inParens( call ) + "; }" );
+   w.line( wideType + " kelNew" + m.upper + parameters + " override { return newChild< " + cppType( child ) + " >" +
+           inParens( call ) + "; }" );
 }
 
 bool hasHandSetter( const Attr& attr ) {
@@ -202,7 +208,9 @@ void accessors( Writer& w, const Decl& decl, const Attr& attr ) {
    const Member m( attr );
    if( attr.role == Role::constant ) return constantMember( w, attr );
    w.doc( attr.doc );
-   if( attr.role == Role::derivedView ) w.line( heldReturn( attr ) + " " + m.foo + "() const { return " + attr.viewOf.text + "()." + attr.viewMember.text + "(); }" );
+   if( attr.role == Role::derivedView )
+      w.line( heldReturn( attr ) + " " + m.foo + "() const { return " + attr.viewOf.text + "()." + attr.viewMember.text +
+              "(); }" );
    else if( attr.role == Role::derivedByHand ) w.line( heldType( attr ) + " " + m.foo + "() const;" );
    else if( attr.role == Role::narrow ) narrowed( w, m, decl );
    else if( m.shape.collection == Collection::table ) table( w, m );
@@ -258,11 +266,13 @@ std::string constructorInit( const Decl& decl ) {
       base = constructorArguments( *b );
    } else {
       const Attr* key = keyOf( decl );
-      base.push_back( isNamed( decl ) ? nameType( decl ) == "::Kel::Name" ? "name" : "::Kel::Name( name )" : "::Kel::keyName( " + ( key ? key->name.text : "0" ) + " )" );
+      base.push_back( isNamed( decl ) ? nameType( decl ) == "::Kel::Name" ? "name" : "::Kel::Name( name )" :
+                                        "::Kel::keyName( " + ( key ? key->name.text : "0" ) + " )" );
    }
    inits.push_back( baseClass( decl ) + inParens( base ) );
    for( const auto& attr : decl.attrs ) {
-      if( attr->role == Role::key || attr->role == Role::param ) inits.push_back( attr->name.text + "_( " + attr->name.text + " )" );
+      if( attr->role == Role::key || attr->role == Role::param )
+         inits.push_back( attr->name.text + "_( " + attr->name.text + " )" );
    }
    return joined( inits );
 }
@@ -276,7 +286,9 @@ void entityMembers( Writer& w, const Decl& decl ) {
       const bool isValue = m.shape.holding == Holding::value && m.shape.collection == Collection::none;
       if( m.shape.collection == Collection::table ) w.line( m.map + " " + m.slot + "{ *this, " + m.index + " };" );
       else if( m.shape.isCollection() ) w.line( m.map + " " + m.slot + ";" );
-      else w.line( heldType( *attr ) + " " + m.slot + ( isValue && attr->role == Role::plain ? memberInit( type, attr->init ) : "" ) + ";" );
+      else
+         w.line( heldType( *attr ) + " " + m.slot +
+                 ( isValue && attr->role == Role::plain ? memberInit( type, attr->init ) : "" ) + ";" );
    }
 }
 
@@ -308,21 +320,30 @@ std::string keyIndex( const Member& m ) {
 
 Strings entityRow( const Decl& decl, const Attr& attr ) {
    const Member m( attr );
-   const std::string name = localName( decl ), quotedName = "( \"" + m.foo + "\", ", offset = "offsetof( " + name + ", " + m.slot + " ), " + hex( flags( decl, attr ) );
+   const std::string name = localName( decl ), quotedName = "( \"" + m.foo + "\", ",
+                     offset = "offsetof( " + name + ", " + m.slot + " ), " + hex( flags( decl, attr ) );
    if( attr.role == Role::constant ) return { constantRow( attr ) };
-   if( attr.role == Role::derivedView || attr.role == Role::derivedByHand ) return { "::Kel::derivedAttr< " + name + ", &" + name + "::" + m.foo + " >( \"" + m.foo + "\" )" };
+   if( attr.role == Role::derivedView || attr.role == Role::derivedByHand )
+      return { "::Kel::derivedAttr< " + name + ", &" + name + "::" + m.foo + " >( \"" + m.foo + "\" )" };
    const std::string element = cppType( *m.shape.element.decl );
    if( m.shape.collection == Collection::table ) {
       return { "::Plexo::tableAttr< " + name + "::" + m.map + " >" + quotedName + offset + keyIndex( m ) + " )",
                "::Plexo::controlAttr< " + name + "::" + m.map + " >( \"" + m.foo + "Control\" )" };
    }
-   if( m.shape.collection == Collection::optional ) return { "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::child, " + offset + " )" };
+   if( m.shape.collection == Collection::optional )
+      return { "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::child, " + offset + " )" };
    if( m.shape.isCollection() ) {
-      const char* kind = m.shape.collection == Collection::queue ? "queue" : m.shape.holding == Holding::child ? "childMap" : m.shape.holding == Holding::ref ? "refMap" : "map";
-      return { "::Kel::collectionAttr< " + m.map + " >" + quotedName + "::Kel::AttrKind::" + kind + ", " + offset + keyIndex( m ) + " )" };
+      const char* kind = m.shape.collection == Collection::queue ? "queue" :
+                         m.shape.holding == Holding::child       ? "childMap" :
+                         m.shape.holding == Holding::ref         ? "refMap" :
+                                                                   "map";
+      return { "::Kel::collectionAttr< " + m.map + " >" + quotedName + "::Kel::AttrKind::" + kind + ", " + offset +
+               keyIndex( m ) + " )" };
    }
-   if( m.shape.holding == Holding::ref ) return { "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::ref, " + offset + " )" };
-   const std::string row = "::Kel::attr< " + rowType( *m.shape.element.decl ) + " >" + quotedName + offset + rowExtra( *m.shape.element.decl ) + " )";
+   if( m.shape.holding == Holding::ref )
+      return { "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::ref, " + offset + " )" };
+   const std::string row = "::Kel::attr< " + rowType( *m.shape.element.decl ) + " >" + quotedName + offset +
+                           rowExtra( *m.shape.element.decl ) + " )";
    if( !hasHandSetter( attr ) ) return { row };
    return { "::Kel::withSetter< " + name + ", " + element + ", &" + name + "::" + m.foo + "Is >( " + row + " )" };
 }
@@ -330,16 +351,20 @@ Strings entityRow( const Decl& decl, const Attr& attr ) {
 // How a constructor reads its parameters from untyped pointers.
 std::string makeBody( const Decl& decl ) {
    Strings arguments;
-   auto take = [ & ]( const std::string& type ) { arguments.push_back( "*static_cast< const " + type + "* >( p[ " + std::to_string( arguments.size() ) + " ] )" ); };
+   auto take = [ & ]( const std::string& type ) {
+      arguments.push_back( "*static_cast< const " + type + "* >( p[ " + std::to_string( arguments.size() ) + " ] )" );
+   };
    if( isNamed( decl ) ) take( "::Kel::Name" );
    for( const Attr* attr : constructorParameters( decl ) ) take( heldType( *attr ) );
    const std::string name = localName( decl );
-   return "[]( const void* const* " + std::string( arguments.empty() ? "" : "p" ) + " ) { return ::Kel::Ptr< ::Kel::Entity >( new " + name + inParens( arguments ) + " ); }";
+   return "[]( const void* const* " + std::string( arguments.empty() ? "" : "p" ) +
+          " ) { return ::Kel::Ptr< ::Kel::Entity >( new " + name + inParens( arguments ) + " ); }";
 }
 
 void limitedSetter( Writer& w, const Decl& decl, const Attr& attr ) {
    const Member m( attr );
-   const std::string limit = attr.max.constant ? decl.name.text + "::" + attr.max.constant->name.text : std::to_string( attr.max.number );
+   const std::string limit =
+      attr.max.constant ? decl.name.text + "::" + attr.max.constant->name.text : std::to_string( attr.max.number );
    const std::string value = expression( *m.shape.element.decl, attr.max );
    const std::string message = decl.name.text + "::" + m.foo + " > " + limit + " not allowed";
    w.line( "void " + localName( decl ) + "::" + m.foo + "Is( " + heldParam( attr ) + " v ) {" );
@@ -367,7 +392,8 @@ void dispatchBody( Writer& w, const Decl& decl ) {
       }
       w.line( "case " + m.index + ":" );
       w.line( "   on" + m.upper + "kelImmediate();" );
-      w.line( "   return change.key ? on" + m.upper + "( *static_cast< const " + m.key + "* >( change.key ) ) : on" + m.upper + "();" );
+      w.line( "   return change.key ? on" + m.upper + "( *static_cast< const " + m.key + "* >( change.key ) ) : on" + m.upper +
+              "();" );
    }
    w.line( "default: return " + baseClass( decl ) + "::NotifieeConst::dispatch( change );" );
    w.line( "}" );
@@ -379,9 +405,12 @@ void dispatchBody( Writer& w, const Decl& decl ) {
 void childTypes( Writer& w, const Decl& decl ) {
    std::string choice;
    for( const auto& attr : decl.attrs ) {
-      if( attr->role == Role::narrow ) choice += "attr == " + Member( *attr ).index + " ? " + typeObject( *attr->shape.element.decl ) + " : ";
+      if( attr->role == Role::narrow )
+         choice += "attr == " + Member( *attr ).index + " ? " + typeObject( *attr->shape.element.decl ) + " : ";
    }
-   if( !choice.empty() ) w.line( "::Kel::Type& kelChildType( ::Kel::U16 attr ) const override { return " + choice + baseClass( decl ) + "::kelChildType( attr ); }" );
+   if( !choice.empty() )
+      w.line( "::Kel::Type& kelChildType( ::Kel::U16 attr ) const override { return " + choice + baseClass( decl ) +
+              "::kelChildType( attr ); }" );
 }
 
 }
@@ -396,7 +425,8 @@ void entityClass( Writer& w, const Decl& decl ) {
    nestedClasses( w, decl );
    attrIndices( w, baseClass( decl ), rowNames( decl ) );
    for( const auto& attr : decl.attrs ) {
-      if( attr->shape.isCollection() && hasRow( *attr ) ) w.line( "using " + Member( *attr ).map + " = " + mapType( Member( *attr ) ) + ";" );
+      if( attr->shape.isCollection() && hasRow( *attr ) )
+         w.line( "using " + Member( *attr ).map + " = " + mapType( Member( *attr ) ) + ";" );
    }
    w.blank();
    w.line( ( parameters.size() == 1 ? "explicit " : "" ) + name + inParens( parameters ) + ";" );
@@ -431,18 +461,19 @@ void entityObject( Writer& w, const Decl& decl ) {
    w.line( "// --- " + name );
    nestedObjects( w, decl );
    const bool hasRows = rows( w, decl, all );
-   w.line( "constinit ::Kel::Type " + name + "::_Type{ { .qualifiedName = \"" + decl.qualifiedName() + "\", .code = _code, .size = sizeof( " + name + " )" +
-           ( hasRows ? ", .attrs = attrs_" : "" ) + "," );
+   w.line( "constinit ::Kel::Type " + name + "::_Type{ { .qualifiedName = \"" + decl.qualifiedName() +
+           "\", .code = _code, .size = sizeof( " + name + " )" + ( hasRows ? ", .attrs = attrs_" : "" ) + "," );
    w.line( "   .base = &" + baseClass( decl ) + "::_Type, .firstAttr = " + baseClass( decl ) + "::Attr_::count_," );
    w.line( "   .make = " + makeBody( decl ) + "," );
-   w.line( std::string( "   " ) + ( isNamed( decl ) ? ".takesName = true, " : "" ) + ".wrap = &::Kel::makeGenericIf< " + name + " > } };" );
+   w.line( std::string( "   " ) + ( isNamed( decl ) ? ".takesName = true, " : "" ) + ".wrap = &::Kel::makeGenericIf< " + name +
+           " > } };" );
    w.line( name + "::" + name + inParens( constructorDeclaration( decl ) ) + " : " + constructorInit( decl ) + " {}" );
    for( const auto& attr : decl.attrs ) {
       if( hasHandSetter( *attr ) ) limitedSetter( w, decl, *attr );
    }
    dispatchBody( w, decl );
-   w.line( ptrType( decl, false ) + " " + factoryName( decl ) + inParens( constructorDeclaration( decl ) ) + " { return " + ptrType( decl, false ) + "( new " + name +
-           inParens( constructorArguments( decl ) ) + " ); }" );
+   w.line( ptrType( decl, false ) + " " + factoryName( decl ) + inParens( constructorDeclaration( decl ) ) + " { return " +
+           ptrType( decl, false ) + "( new " + name + inParens( constructorArguments( decl ) ) + " ); }" );
    w.blank();
 }
 

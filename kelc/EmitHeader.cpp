@@ -35,7 +35,8 @@ void forward( Writer& w, const std::vector< const Decl* >& order ) {
       w.line( "using ::Kel::valueToStrep;" );
       for( const Decl* decl : order ) {
          if( decl->nameSpace != space ) continue;
-         w.line( decl->kind == Kind::enumeration ? "enum class " + decl->name.text + " : ::Kel::U32;" : "class " + decl->name.text + ";" );
+         w.line( decl->kind == Kind::enumeration ? "enum class " + decl->name.text + " : ::Kel::U32;" :
+                                                   "class " + decl->name.text + ";" );
       }
       if( !space.empty() ) w.line( closing( space ) );
    }

@@ -62,7 +62,8 @@ void type( JsonWriter& json, const Decl& decl ) {
    json.textIf( "default", describe( decl.init ) );
    json.trueIf( "named", decl.named );
    if( decl.isValue() ) json.boolean( "ordered", isOrdered( decl ) ), json.boolean( "hashed", isHashed( decl ) );
-   if( const auto layout = decl.isValue() ? layoutOf( decl ) : std::nullopt ) json.number( "size", layout->size ), json.number( "align", layout->align );
+   if( const auto layout = decl.isValue() ? layoutOf( decl ) : std::nullopt )
+      json.number( "size", layout->size ), json.number( "align", layout->align );
    json.textIf( "header", decl.header );
    json.textIf( "documentation", decl.doc );
    json.number( "line", decl.name.span.source->place( decl.name.span.begin ).line );

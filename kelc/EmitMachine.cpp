@@ -1,5 +1,5 @@
-// State machines: a class with its attributes and operations, and a reactor class per watching attribute. The bodies of operations are
-// written by hand; what is written here is only who calls them.
+// State machines: a class with its attributes and operations, and a reactor class per watching attribute. The bodies of
+// operations are written by hand; what is written here is only who calls them.
 #include "MachineParts.h"
 
 #include "Model.h"
@@ -56,7 +56,8 @@ void mapMembers( Writer& w, const Decl& decl, const Attr& attr ) {
       if( const auto calls = changedCalls( decl, attr, "key" ); !calls.empty() ) w.line( "   " + trimmed( calls ) );
       w.line( "}" );
    } else {
-      w.line( "void " + foo + "Is( " + keyParam( attr ) + " key, " + heldParam( attr ) + " v ) { " + slot + ".assign( key, v ); " + changedCalls( decl, attr, "key" ) + "}" );
+      w.line( "void " + foo + "Is( " + keyParam( attr ) + " key, " + heldParam( attr ) + " v ) { " + slot +
+              ".assign( key, v ); " + changedCalls( decl, attr, "key" ) + "}" );
    }
    w.line( type + " " + foo + "Del( " + keyParam( attr ) + " key );" );
    w.line( "void " + foo + "DelAll() { for( auto i = " + slot + ".iterator(); i; ++i ) " + foo + "Del( i.key() ); }" );
@@ -80,8 +81,11 @@ void accessors( Writer& w, const Decl& decl, const Attr& attr ) {
    if( attr.role == Role::constant ) return constantMember( w, attr );
    w.doc( attr.doc );
    if( isWatch( attr ) ) return watchMembers( w, attr );
-   if( attr.role == Role::owner ) w.line( cppType( *attr.shape.element.decl ) + "* " + fooOf( attr ) + "() const { return " + fooOf( attr ) + "_; }" );
-   else if( attr.role == Role::derivedView ) w.line( heldReturn( attr ) + " " + fooOf( attr ) + "() const { return " + attr.viewOf.text + "()." + attr.viewMember.text + "(); }" );
+   if( attr.role == Role::owner )
+      w.line( cppType( *attr.shape.element.decl ) + "* " + fooOf( attr ) + "() const { return " + fooOf( attr ) + "_; }" );
+   else if( attr.role == Role::derivedView )
+      w.line( heldReturn( attr ) + " " + fooOf( attr ) + "() const { return " + attr.viewOf.text + "()." +
+              attr.viewMember.text + "(); }" );
    else if( attr.role == Role::derivedByHand ) w.line( heldType( attr ) + " " + fooOf( attr ) + "() const;" );
    else if( attr.shape.isCollection() ) mapMembers( w, decl, attr );
    else scalarMembers( w, decl, attr );
@@ -103,7 +107,9 @@ void members( Writer& w, const Decl& decl ) {
       if( attr->role == Role::owner ) w.line( cppType( *attr->shape.element.decl ) + "* " + slot + ";" );
       else if( attr->shape.isCollection() ) w.line( mapOf( *attr ) + " " + slot + ";" );
       else if( isWatch( *attr ) ) w.line( "::Kel::Ptr< " + reactorName( *attr ) + " > " + slot + ";" );
-      else w.line( heldType( *attr ) + " " + slot + ( attr->shape.holding == Holding::value ? memberInit( *attr->shape.element.decl, attr->init ) : "" ) + ";" );
+      else
+         w.line( heldType( *attr ) + " " + slot +
+                 ( attr->shape.holding == Holding::value ? memberInit( *attr->shape.element.decl, attr->init ) : "" ) + ";" );
    }
    if( !goneCalls( decl ).empty() ) w.line( "bool kelGone_ = false;" );
 }
@@ -139,8 +145,9 @@ struct Event {
    std::string keyed;   ///< calls for one key
 };
 
-// The events that a reactor overrides: of collections that other reactors follow, and those that it handles. A key-less form that nobody
-// handles by itself reads everything again, as at the start; a key that nobody handles by itself runs the key-less handlers.
+// The events that a reactor overrides: of collections that other reactors follow, and those that it handles. A key-less form
+// that nobody handles by itself reads everything again, as at the start; a key that nobody handles by itself runs the key-less
+// handlers.
 std::vector< Event > eventsOf( const Decl& decl, const Attr& watching ) {
    std::vector< Event > out;
    auto entry = [ & ]( const Attr* attr ) -> Event& {
@@ -186,10 +193,12 @@ void reactorClass( Writer& w, const Decl& decl, const Attr& attr ) {
    w.line( "class " + machine + "::" + name + " : public " + entity + "::NotifieeConst {" );
    w.in();
    w.label( "public:" );
-   w.line( name + "( const ::Kel::Ptr< const " + entity + " >& notifier, " + machine + "* owner ) : NotifieeConst( notifier ), kelOwner_( owner ) {}" );
+   w.line( name + "( const ::Kel::Ptr< const " + entity + " >& notifier, " + machine +
+           "* owner ) : NotifieeConst( notifier ), kelOwner_( owner ) {}" );
    w.line( machine + "* " + lowerFirst( machine ) + "() const { return kelOwner_; }" );
    w.line( "/// The watched entity; null once it has gone." );
-   w.line( watchedPtr( attr ) + " " + fooOf( attr ) + "() const { return " + ( attr.shape.isConst ? "notifier()" : "const_cast< " + entity + "* >( notifier().ptr() )" ) + "; }" );
+   w.line( watchedPtr( attr ) + " " + fooOf( attr ) + "() const { return " +
+           ( attr.shape.isConst ? "notifier()" : "const_cast< " + entity + "* >( notifier().ptr() )" ) + "; }" );
    for( const auto& inner : attr.watch->attrs ) {
       w.doc( inner->doc );
       w.line( heldReturn( *inner ) + " " + fooOf( *inner ) + "() const { return " + fooOf( *inner ) + "_; }" );
@@ -205,7 +214,9 @@ void reactorClass( Writer& w, const Decl& decl, const Attr& attr ) {
    if( !gone.empty() ) w.line( "void onZombie() override { kelGone(); }" );
    w.line( machine + "* kelOwner_;" );
    if( !gone.empty() ) w.line( "bool kelGone_ = false;" );
-   for( const auto& inner : attr.watch->attrs ) w.line( heldType( *inner ) + " " + fooOf( *inner ) + "_" + ( inner->shape.holding == Holding::value ? memberInit( *inner->shape.element.decl, inner->init ) : "" ) + ";" );
+   for( const auto& inner : attr.watch->attrs )
+      w.line( heldType( *inner ) + " " + fooOf( *inner ) + "_" +
+              ( inner->shape.holding == Holding::value ? memberInit( *inner->shape.element.decl, inner->init ) : "" ) + ";" );
    w.out();
    w.line( "};" );
 }
@@ -246,7 +257,8 @@ void machineClass( Writer& w, const Decl& decl ) {
       if( isWatch( *attr ) ) reactorClass( w, decl, *attr );
    }
    w.line( "::Kel::Ptr< " + name + " > " + factoryName( decl ) + inParens( parameters ) + ";" );
-   w.line( "inline ::Kel::Ptr< " + name + " > " + name + "Is" + inParens( parameters ) + " { return " + factoryName( decl ) + inParens( parameterNames( decl ) ) + "; }" );
+   w.line( "inline ::Kel::Ptr< " + name + " > " + name + "Is" + inParens( parameters ) + " { return " + factoryName( decl ) +
+           inParens( parameterNames( decl ) ) + "; }" );
 }
 
 }

@@ -13,20 +13,25 @@ using namespace Machines;
 namespace {
 
 std::string machineRow( const Decl& decl, const Attr& attr ) {
-   const std::string name = localName( decl ), foo = fooOf( attr ), element = attr.shape.element.decl ? cppType( *attr.shape.element.decl ) : "";
+   const std::string name = localName( decl ), foo = fooOf( attr ),
+                     element = attr.shape.element.decl ? cppType( *attr.shape.element.decl ) : "";
    const std::string offset = "offsetof( " + name + ", " + foo + "_ )", quotedName = "( \"" + foo + "\", ";
    if( attr.role == Role::constant ) return constantRow( attr );
    if( !isStored( attr ) ) return "::Kel::derivedAttr< " + name + ", &" + name + "::" + foo + " >( \"" + foo + "\" )";
    if( attr.shape.isCollection() ) {
-      return attr.shape.holding == Holding::value ? "::Kel::machineMapAttr< " + mapOf( attr ) + " >" + quotedName + offset + " )"
-                                                  : "::Kel::reactorMapAttr< " + mapOf( attr ) + ", " + element + " >" + quotedName + offset + " )";
+      return attr.shape.holding == Holding::value ?
+                "::Kel::machineMapAttr< " + mapOf( attr ) + " >" + quotedName + offset + " )" :
+                "::Kel::reactorMapAttr< " + mapOf( attr ) + ", " + element + " >" + quotedName + offset + " )";
    }
    if( isWatch( attr ) ) return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::reactor, " + offset + ", 0 )";
-   if( attr.shape.holding == Holding::ref ) return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::ref, " + offset + ", 0 )";
-   return "::Kel::attr< " + rowType( *attr.shape.element.decl ) + " >" + quotedName + offset + ( rowExtra( *attr.shape.element.decl ).empty() ? "" : ", 0" + rowExtra( *attr.shape.element.decl ) ) + " )";
+   if( attr.shape.holding == Holding::ref )
+      return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::ref, " + offset + ", 0 )";
+   return "::Kel::attr< " + rowType( *attr.shape.element.decl ) + " >" + quotedName + offset +
+          ( rowExtra( *attr.shape.element.decl ).empty() ? "" : ", 0" + rowExtra( *attr.shape.element.decl ) ) + " )";
 }
 
-// Keys, values and references first, reactors then, maps of reactors last; the start is left to the owner of a machine that has one.
+// Keys, values and references first, reactors then, maps of reactors last; the start is left to the owner of a machine that has
+// one.
 void constructor( Writer& w, const Decl& decl ) {
    Strings inits, baseArguments;
    if( decl.base.decl ) {
@@ -37,17 +42,21 @@ void constructor( Writer& w, const Decl& decl ) {
    std::vector< const Attr* > parameters = constructorParameters( decl );
    auto isGiven = [ & ]( const Attr* attr ) { return std::find( parameters.begin(), parameters.end(), attr ) != parameters.end(); };
    for( const auto& attr : decl.attrs ) {
-      if( attr->role == Role::owner || ( isGiven( attr.get() ) && !isWatch( *attr ) ) ) inits.push_back( fooOf( *attr ) + "_( " + fooOf( *attr ) + " )" );
+      if( attr->role == Role::owner || ( isGiven( attr.get() ) && !isWatch( *attr ) ) )
+         inits.push_back( fooOf( *attr ) + "_( " + fooOf( *attr ) + " )" );
    }
    const std::string name = localName( decl );
-   w.line( name + "::" + decl.name.text + inParens( declaredParameters( decl ) ) + ( inits.empty() ? "" : " : " + joined( inits ) ) + " {" );
+   w.line( name + "::" + decl.name.text + inParens( declaredParameters( decl ) ) +
+           ( inits.empty() ? "" : " : " + joined( inits ) ) + " {" );
    w.in();
    for( const auto& attr : decl.attrs ) {
       if( !isWatch( *attr ) || isReactorMap( *attr ) || !isGiven( attr.get() ) ) continue;
-      w.line( "if( " + fooOf( *attr ) + " ) " + fooOf( *attr ) + "_ = new " + reactorName( *attr ) + "( " + fooOf( *attr ) + ", this );" );
+      w.line( "if( " + fooOf( *attr ) + " ) " + fooOf( *attr ) + "_ = new " + reactorName( *attr ) + "( " + fooOf( *attr ) +
+              ", this );" );
    }
    for( const auto& attr : decl.attrs ) {
-      if( isWatch( *attr ) && !isReactorMap( *attr ) && !watchCalls( *attr, "start" ).empty() && isGiven( attr.get() ) ) w.line( "if( " + fooOf( *attr ) + "_ ) " + fooOf( *attr ) + "_->kelStart();" );
+      if( isWatch( *attr ) && !isReactorMap( *attr ) && !watchCalls( *attr, "start" ).empty() && isGiven( attr.get() ) )
+         w.line( "if( " + fooOf( *attr ) + "_ ) " + fooOf( *attr ) + "_->kelStart();" );
    }
    for( const auto& attr : decl.attrs ) {
       if( isReactorMap( *attr ) ) w.line( followOf( *attr ) + "();" );
@@ -60,7 +69,8 @@ void constructor( Writer& w, const Decl& decl ) {
 void eachReactor( Writer& w, const Decl& decl, const std::string& action, bool withMachines ) {
    for( const auto& attr : decl.attrs ) {
       const std::string slot = fooOf( *attr ) + "_";
-      if( isReactorMap( *attr ) || ( withMachines && isChildMap( *attr ) ) ) w.line( "for( auto i = " + slot + ".iterator(); i; ++i ) i.value()->" + action + ";" );
+      if( isReactorMap( *attr ) || ( withMachines && isChildMap( *attr ) ) )
+         w.line( "for( auto i = " + slot + ".iterator(); i; ++i ) i.value()->" + action + ";" );
       else if( isWatch( *attr ) ) w.line( "if( " + slot + " ) " + slot + "->" + action + ";" );
    }
 }
@@ -70,7 +80,8 @@ void destructor( Writer& w, const Decl& decl ) {
    w.in();
    if( !goneCalls( decl ).empty() ) w.line( "kelGone();" );
    for( const auto& attr : decl.attrs ) {
-      if( isChildMap( *attr ) && ownerOf( *attr->shape.element.decl ) ) w.line( "for( auto i = " + fooOf( *attr ) + "_.iterator(); i; ++i ) i.value()->kelEnd();" );
+      if( isChildMap( *attr ) && ownerOf( *attr->shape.element.decl ) )
+         w.line( "for( auto i = " + fooOf( *attr ) + "_.iterator(); i; ++i ) i.value()->kelEnd();" );
    }
    eachReactor( w, decl, "deactivate()", false );
    w.out();
@@ -91,7 +102,8 @@ void end( Writer& w, const Decl& decl ) {
 
 void singleWatch( Writer& w, const Decl& decl, const Attr& attr ) {
    const std::string name = localName( decl ), foo = fooOf( attr ), slot = foo + "_", entity = watchedPtr( attr );
-   w.line( entity + " " + name + "::" + foo + "() const { return " + slot + " ? " + slot + "->" + foo + "() : " + entity + "(); }" );
+   w.line( entity + " " + name + "::" + foo + "() const { return " + slot + " ? " + slot + "->" + foo + "() : " + entity +
+           "(); }" );
    w.line( "void " + name + "::" + foo + "Is( const " + entity + "& entity ) {" );
    w.in();
    w.line( "if( !entity ) nullRefused( \"" + foo + "\" );" );
@@ -106,7 +118,8 @@ void singleWatch( Writer& w, const Decl& decl, const Attr& attr ) {
 }
 
 void reactorMap( Writer& w, const Decl& decl, const Attr& attr ) {
-   const std::string name = localName( decl ), foo = fooOf( attr ), slot = foo + "_", reactor = "::Kel::Ptr< " + name + "::" + reactorName( attr ) + " >";
+   const std::string name = localName( decl ), foo = fooOf( attr ), slot = foo + "_",
+                     reactor = "::Kel::Ptr< " + name + "::" + reactorName( attr ) + " >";
    const Watch& watch = *attr.watch;
    const bool own = watch.fromMember.empty();
    const std::string holder = own ? "" : watch.fromAttr.text + "()", member = own ? watch.fromAttr.text : watch.fromMember.text;
@@ -118,16 +131,19 @@ void reactorMap( Writer& w, const Decl& decl, const Attr& attr ) {
    w.line( "}" );
    w.line( reactor + " " + name + "::" + foo + "Is( const " + watchedPtr( attr ) + "& entity ) {" );
    w.line( "   if( !entity ) nullRefused( \"" + foo + "\" );" );
-   w.line( "   return ::Kel::followEntity( " + slot + ", " + keyOfEntity( attr, "entity" ) + ", " + constPtr + "( entity ), this );" );
+   w.line( "   return ::Kel::followEntity( " + slot + ", " + keyOfEntity( attr, "entity" ) + ", " + constPtr +
+           "( entity ), this );" );
    w.line( "}" );
    w.line( "void " + name + "::" + foo + "Del( " + keyParam( attr ) + " key ) { ::Kel::unfollowEntity( " + slot + ", key ); }" );
    w.line( "void " + name + "::" + followOf( attr ) + "() {" );
    if( !own ) w.line( "   if( !" + holder + " ) return;" );
-   w.line( "   ::Kel::followAll( " + access + member + "Map_(), " + slot + ", [ this ]( const auto& e ) { " + foo + "Is( e ); }, [ this ]( const auto& k ) { " + foo + "Del( k ); } );" );
+   w.line( "   ::Kel::followAll( " + access + member + "Map_(), " + slot + ", [ this ]( const auto& e ) { " + foo +
+           "Is( e ); }, [ this ]( const auto& k ) { " + foo + "Del( k ); } );" );
    w.line( "}" );
    w.line( "void " + name + "::" + followOf( attr ) + "( " + keyParam( attr ) + " key ) {" );
    const std::string found = access + member + "( key )";
-   w.line( "   if( const auto entity = " + ( own ? found : holder + " ? " + found + " : nullptr" ) + " ) " + foo + "Is( entity );" );
+   w.line( "   if( const auto entity = " + ( own ? found : holder + " ? " + found + " : nullptr" ) + " ) " + foo +
+           "Is( entity );" );
    w.line( "   else " + foo + "Del( key );" );
    w.line( "}" );
 }
@@ -175,7 +191,9 @@ void sameParameters( Writer& w, const Decl& decl ) {
    w.line( "void " + localName( decl ) + "::kelSameParameters" + inParens( parameters ) + " const {" );
    for( const Attr* attr : constructorParameters( decl ) ) {
       const bool isFixed = attr->role != Role::key && !attr->paramVar;
-      w.line( isFixed ? "   sameParameter( \"" + fooOf( *attr ) + "\", this->" + fooOf( *attr ) + "(), " + fooOf( *attr ) + " );" : "   static_cast< void >( " + fooOf( *attr ) + " );" );
+      w.line( isFixed ?
+                 "   sameParameter( \"" + fooOf( *attr ) + "\", this->" + fooOf( *attr ) + "(), " + fooOf( *attr ) + " );" :
+                 "   static_cast< void >( " + fooOf( *attr ) + " );" );
    }
    w.line( "}" );
 }
@@ -206,8 +224,10 @@ void machineObject( Writer& w, const Decl& decl ) {
    w.line( "// --- " + name );
    nestedObjects( w, decl );
    const bool hasRows = rows( w, decl, all );
-   w.line( "constinit ::Kel::Type " + name + "::_Type{ { .qualifiedName = \"" + decl.qualifiedName() + "\", .code = _code, .size = sizeof( " + name + " )" + ( hasRows ? ", .attrs = attrs_" : "" ) + "," );
-   w.line( "   .base = &" + base + "::_Type, .firstAttr = " + base + "::Attr_::count_, .wrap = &::Kel::makeGenericIf< " + name + " > } };" );
+   w.line( "constinit ::Kel::Type " + name + "::_Type{ { .qualifiedName = \"" + decl.qualifiedName() +
+           "\", .code = _code, .size = sizeof( " + name + " )" + ( hasRows ? ", .attrs = attrs_" : "" ) + "," );
+   w.line( "   .base = &" + base + "::_Type, .firstAttr = " + base + "::Attr_::count_, .wrap = &::Kel::makeGenericIf< " + name +
+           " > } };" );
    constructor( w, decl );
    destructor( w, decl );
    end( w, decl );

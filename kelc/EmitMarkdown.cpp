@@ -39,7 +39,8 @@ std::string meaning( const Attr& attr ) {
 }
 
 std::string header( const Decl& decl, int depth ) {
-   std::string out = std::string( static_cast< std::size_t >( depth ), '#' ) + " " + decl.qualifiedName() + "\n\n*" + describe( decl.kind );
+   std::string out =
+      std::string( static_cast< std::size_t >( depth ), '#' ) + " " + decl.qualifiedName() + "\n\n*" + describe( decl.kind );
    if( !decl.basis.empty() ) out += " of " + describe( decl.basis ) + ( decl.range.empty() ? "" : " " + describe( decl.range ) );
    if( !decl.base.empty() ) out += " derived from " + describe( decl.base );
    if( decl.isValue() && decl.kind != Kind::enumeration ) out += isOrdered( decl ) ? ", ordered" : "";
@@ -52,7 +53,8 @@ std::string attributes( const Decl& decl ) {
    if( decl.attrs.empty() ) return "";
    std::string out = "| Attribute | Type | Default | Meaning |\n|---|---|---|---|\n";
    for( const auto& attr : decl.attrs ) {
-      out += "| " + code( attr->name.text ) + " | " + code( typeText( *attr ) ) + " | " + code( describe( attr->init ) ) + " | " + meaning( *attr ) + " |\n";
+      out += "| " + code( attr->name.text ) + " | " + code( typeText( *attr ) ) + " | " + code( describe( attr->init ) ) +
+             " | " + meaning( *attr ) + " |\n";
    }
    return out + "\n";
 }

@@ -64,10 +64,11 @@ bool rows( Writer& w, const Decl& decl, const Strings& all ) {
 std::vector< const Op* > reflectedOps( const Decl& decl ) {
    std::vector< const Op* > out;
    for( const Op& op : decl.ops ) {
-      const bool fits = !op.isStatic && !op.overrides && std::all_of( op.parameters.begin(), op.parameters.end(), []( const Parameter& p ) {
-         return !p.isRef && !p.isOut && p.type.decl->isValue();
-      } );
-      const bool known = std::any_of( out.begin(), out.end(), [ & ]( const Op* other ) { return other->name.text == op.name.text; } );
+      const bool fits = !op.isStatic && !op.overrides &&
+                        std::all_of( op.parameters.begin(), op.parameters.end(),
+                                     []( const Parameter& p ) { return !p.isRef && !p.isOut && p.type.decl->isValue(); } );
+      const bool known =
+         std::any_of( out.begin(), out.end(), [ & ]( const Op* other ) { return other->name.text == op.name.text; } );
       if( fits && !known ) out.push_back( &op );
    }
    return out;
@@ -76,10 +77,12 @@ std::vector< const Op* > reflectedOps( const Decl& decl ) {
 std::string opRow( const Decl& decl, const Op& op ) {
    const std::string owner = localName( decl );
    std::string address = "&" + owner + "::" + op.name.text;
-   const auto overloads = std::count_if( decl.ops.begin(), decl.ops.end(), [ & ]( const Op& other ) { return other.name.text == op.name.text; } );
+   const auto overloads =
+      std::count_if( decl.ops.begin(), decl.ops.end(), [ & ]( const Op& other ) { return other.name.text == op.name.text; } );
    if( overloads > 1 ) {
       const std::string result = opDeclaration( op ).substr( 0, opDeclaration( op ).find( " " + op.name.text + "(" ) );
-      address = "static_cast< " + result + " ( " + owner + "::* )( " + opParameterTypes( op ) + " )" + ( op.isConst ? " const" : "" ) + " >( " + address + " )";
+      address = "static_cast< " + result + " ( " + owner + "::* )( " + opParameterTypes( op ) + " )" +
+                ( op.isConst ? " const" : "" ) + " >( " + address + " )";
    }
    std::string arguments = owner + ", " + address;
    for( const Parameter& p : op.parameters ) arguments += ", " + cppType( *p.type.decl );

@@ -2,7 +2,8 @@
 
 #include "Cpp.h"
 
-// The pieces that a module's header and source are put together from: per kind of type its class (header) and its rows and bodies (source).
+// The pieces that a module's header and source are put together from: per kind of type its class (header) and its rows and
+// bodies (source).
 namespace Kelc {
 
 void enumClass( Writer& w, const Decl& decl );

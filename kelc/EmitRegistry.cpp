@@ -15,7 +15,8 @@ std::string emitRegistry( const std::string& library, const std::vector< const M
    w.blank();
    w.line( "namespace {" );
    w.blank();
-   w.line( "/// The qualified names of the library's types, for readers that do not run it: per module the last registered first, each group at a" );
+   w.line(
+      "/// The qualified names of the library's types, for readers that do not run it: per module the last registered first, each group at a" );
    w.line( "/// 32-byte boundary." );
    w.line( "[[gnu::used, gnu::retain, gnu::section( \".kel.type\" ), gnu::aligned( 32 )]] const struct {" );
    for( const Module* m : modules ) {
@@ -29,7 +30,8 @@ std::string emitRegistry( const std::string& library, const std::vector< const M
    w.line( "} kelTypes;" );
    w.blank();
    w.line( "[[gnu::constructor( 200 )]] void initialise" + library + "() {" );
-   for( const Module* m : modules ) w.line( "   ::Kel::initialiseModule( kelModule" + m->name.text + "_, kelInit" + m->name.text + " );" );
+   for( const Module* m : modules )
+      w.line( "   ::Kel::initialiseModule( kelModule" + m->name.text + "_, kelInit" + m->name.text + " );" );
    w.line( "}" );
    w.blank();
    w.line( "}" );

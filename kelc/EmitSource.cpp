@@ -76,13 +76,15 @@ std::string emitSource( const Module& module ) {
    for( const auto& decl : module.decls ) {
       if( decl->isExtern() ) continue;
       types.push_back( "&" + typeObject( *decl ) );
-      if( decl->kind == Kind::entity ) handles.push_back( "2 + " + cppType( *decl ) + "::Attr_::count_ - " + baseClass( *decl ) + "::Attr_::count_" );
+      if( decl->kind == Kind::entity )
+         handles.push_back( "2 + " + cppType( *decl ) + "::Attr_::count_ - " + baseClass( *decl ) + "::Attr_::count_" );
    }
    const std::string object = "kelModule" + name + "_";
    if( !types.empty() ) w.line( "static ::Kel::Type* const kelTypes[] = { " + joined( types, ",\n   " ) + " };" );
    if( handles.size() > 1 ) w.line( "static ::Kel::S32 kelHandles[ " + joined( handles, " + " ) + " ];" );
    w.line( "extern ::Kel::Module " + object + ";" );
-   w.line( "constinit ::Kel::Module " + object + "{ .name = \"" + name + "\", .types = " + ( types.empty() ? "{}" : "kelTypes" ) + ( handles.size() > 1 ? ", .handles = kelHandles" : "" ) + " };" );
+   w.line( "constinit ::Kel::Module " + object + "{ .name = \"" + name + "\", .types = " +
+           ( types.empty() ? "{}" : "kelTypes" ) + ( handles.size() > 1 ? ", .handles = kelHandles" : "" ) + " };" );
    w.line( "void kelInit" + name + "() { ::Kel::describeModule( " + object + " ); }" );
    return w.str();
 }

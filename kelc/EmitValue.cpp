@@ -32,7 +32,9 @@ struct Bounds {
 };
 
 Bounds boundsOf( const Decl& decl ) {
-   auto differs = []( const Literal& a, const Literal& b ) { return !a.empty() && ( a.number != b.number || a.negative != b.negative ); };
+   auto differs = []( const Literal& a, const Literal& b ) {
+      return !a.empty() && ( a.number != b.number || a.negative != b.negative );
+   };
    const Range& basis = decl.basis.decl->range;
    Bounds out;
    if( differs( decl.range.min, basis.min ) ) out.min = &decl.range.min;
@@ -60,7 +62,8 @@ std::string refusal( const Decl& decl ) {
    if( decl.range.isMax ) return "value_.bytes() > " + cppNumber( *max );
    const Decl& basis = *decl.basis.decl;
    if( min && max && !basis.range.min.negative && basis.size != 8u ) {
-      return "static_cast< " + cppType( basis ) + " >( value - " + cppNumber( *min ) + " ) > " + std::to_string( max->number - min->number ) + ( basis.size == 4u ? "u" : "" );
+      return "static_cast< " + cppType( basis ) + " >( value - " + cppNumber( *min ) + " ) > " +
+             std::to_string( max->number - min->number ) + ( basis.size == 4u ? "u" : "" );
    }
    Strings parts;
    const char* suffix = basis.range.min.negative || basis.size != 4u ? "" : "u";
@@ -80,15 +83,18 @@ void comparisons( Writer& w, const Decl& decl ) {
       w.line( "::std::strong_ordering operator<=>( const " + name + "& other ) const;" );
       w.line( "friend bool operator==( const " + name + "&, const " + name + "& ) = default;" );
    } else {
-      w.line( std::string( "friend " ) + ( isOrdered( decl ) ? "auto operator<=>" : "bool operator==" ) + "( const " + name + "&, const " + name + "& ) = default;" );
+      w.line( std::string( "friend " ) + ( isOrdered( decl ) ? "auto operator<=>" : "bool operator==" ) + "( const " + name +
+              "&, const " + name + "& ) = default;" );
    }
    if( decl.testable ) w.line( "bool operator!() const { return *this == " + name + "(); }" );
 }
 
 void hash( Writer& w, const Decl& decl, const Strings& members ) {
    if( decl.hash == HashRule::byHand ) w.line( "::Kel::U32 hash() const;" );
-   else if( decl.hash == HashRule::generated && decl.kind == Kind::composite ) w.line( "::Kel::U32 hash() const { return ::Kel::hashAll" + inParens( members ) + "; }" );
-   else if( decl.hash == HashRule::generated ) w.line( "::Kel::U32 hash() const { return ::Kel::hashOf( " + members.front() + " ); }" );
+   else if( decl.hash == HashRule::generated && decl.kind == Kind::composite )
+      w.line( "::Kel::U32 hash() const { return ::Kel::hashAll" + inParens( members ) + "; }" );
+   else if( decl.hash == HashRule::generated )
+      w.line( "::Kel::U32 hash() const { return ::Kel::hashOf( " + members.front() + " ); }" );
 }
 
 // What the attribute log is made of.
@@ -121,9 +127,11 @@ void wrapperMembers( Writer& w, const Decl& decl ) {
    const Decl& basis = *decl.basis.decl;
    w.line( name + "() = default;" );
    w.line( name + "( " + paramType( basis ) + " value ) : value_( value ) {}" );
-   if( basis.literals == LiteralForm::text ) w.line( "explicit " + name + "( const ::Kel::String8& text ) : value_( text.view() ) {}" );
+   if( basis.literals == LiteralForm::text )
+      w.line( "explicit " + name + "( const ::Kel::String8& text ) : value_( text.view() ) {}" );
    readers( w, name );
-   w.line( "static " + name + " sequenceToValue( ::Kel::TextIter& from, ::Kel::TextIter to ) { return " + name + "( from, to ); }" );
+   w.line( "static " + name + " sequenceToValue( ::Kel::TextIter& from, ::Kel::TextIter to ) { return " + name +
+           "( from, to ); }" );
    w.line( returnType( basis ) + " value() const { return value_; }" );
    w.line( "operator " + cppType( basis ) + "() const { return value_; }" );
    comparisons( w, decl );
@@ -175,7 +183,9 @@ void layoutAssertion( Writer& w, const Decl& decl ) {
    if( decl.kind == Kind::composite ) {
       const auto offsets = offsetsOf( decl );
       const auto fields = fieldsOf( decl );
-      for( std::size_t i = 0; i < fields.size(); ++i ) parts.push_back( "offsetof( " + localName( decl ) + ", " + fields[ i ]->name.text + "_ ) == " + std::to_string( offsets[ i ] ) );
+      for( std::size_t i = 0; i < fields.size(); ++i )
+         parts.push_back( "offsetof( " + localName( decl ) + ", " + fields[ i ]->name.text +
+                          "_ ) == " + std::to_string( offsets[ i ] ) );
    }
    w.line( "struct " + localName( decl ) + "::Layout_ {" );
    w.line( "   static_assert( " + joined( parts, " && " ) + " );" );
@@ -189,7 +199,8 @@ std::string boundsInit( const Decl& decl ) {
    const Range& basis = decl.basis.decl->range;
    const Literal* low = min ? min : basis.min.empty() ? nullptr : &basis.min;
    const Literal* high = max ? max : &basis.max;
-   return ", .bounds = { " + ( decl.range.isMax || !low ? "0" : cppNumber( *low ) ) + ", " + cppNumber( *high ) + ", " + cppText( text ) + " }";
+   return ", .bounds = { " + ( decl.range.isMax || !low ? "0" : cppNumber( *low ) ) + ", " + cppNumber( *high ) + ", " +
+          cppText( text ) + " }";
 }
 
 }
@@ -206,7 +217,8 @@ void enumClass( Writer& w, const Decl& decl ) {
    w.out();
    w.line( "};" );
    w.line( scopeWord( decl, "static ", "extern " ) + ( "::Kel::Type " + name + "_Type;" ) );
-   w.line( scopeWord( decl, "friend ", "" ) + ( "constexpr ::Kel::Type* kelTypeOf( const " + name + "* ) { return &" + name + "_Type; }" ) );
+   w.line( scopeWord( decl, "friend ", "" ) +
+           ( "constexpr ::Kel::Type* kelTypeOf( const " + name + "* ) { return &" + name + "_Type; }" ) );
    const std::string cast = "static_cast< " + name + " >( ::Kel::enumerator( " + name + "_Type, ";
    const char* storage = scopeWord( decl, "static ", "inline " );
    w.line( "/// The enumerator with this number or name. Throws `RangeException`, for a number with the text \"" + name + "\"." );
@@ -219,14 +231,17 @@ void enumObject( Writer& w, const Decl& decl ) {
    for( const Enumerator& e : decl.enumerators ) sorted.push_back( &e );
    std::sort( sorted.begin(), sorted.end(), []( auto* a, auto* b ) { return a->value < b->value; } );
    Strings names;
-   for( const Enumerator* e : sorted ) names.push_back( "{ " + std::to_string( e->value ) + ( e->value > 0x7fffffffu ? "u" : "" ) + ", \"" + e->name.text + "\" }" );
+   for( const Enumerator* e : sorted )
+      names.push_back( "{ " + std::to_string( e->value ) + ( e->value > 0x7fffffffu ? "u" : "" ) + ", \"" + e->name.text +
+                       "\" }" );
    std::string table = localName( decl );
    for( auto at = table.find( "::" ); at != std::string::npos; at = table.find( "::" ) ) table.replace( at, 2, "_" );
    table += "_names";
    w.line( "static constexpr ::Kel::Enumerator " + table + "[] = { " + joined( names ) + " };" );
-   w.line( "constinit ::Kel::Type " + localName( decl ) + "_Type{ { .qualifiedName = \"" + decl.qualifiedName() + "\", .code = ::Kel::TypeCode::enumeration, .size = sizeof( " +
-           localName( decl ) + " )," );
-   w.line( "   .values = &::Kel::valueOps< " + localName( decl ) + " >, .enumerators = " + table + ", .wrap = &::Kel::makeGenericIf< " + localName( decl ) + " > } };" );
+   w.line( "constinit ::Kel::Type " + localName( decl ) + "_Type{ { .qualifiedName = \"" + decl.qualifiedName() +
+           "\", .code = ::Kel::TypeCode::enumeration, .size = sizeof( " + localName( decl ) + " )," );
+   w.line( "   .values = &::Kel::valueOps< " + localName( decl ) + " >, .enumerators = " + table +
+           ", .wrap = &::Kel::makeGenericIf< " + localName( decl ) + " > } };" );
 }
 
 void valueClass( Writer& w, const Decl& decl ) {
@@ -257,7 +272,8 @@ void valueObject( Writer& w, const Decl& decl ) {
    const std::string name = localName( decl );
    Strings all;
    auto row = [ & ]( const Decl& type, const std::string& attr ) {
-      all.push_back( "::Kel::attr< " + rowType( type ) + " >( \"" + attr + "\", offsetof( " + name + ", " + attr + "_ )" + ( rowExtra( type ).empty() ? "" : ", 0" + rowExtra( type ) ) + " )" );
+      all.push_back( "::Kel::attr< " + rowType( type ) + " >( \"" + attr + "\", offsetof( " + name + ", " + attr + "_ )" +
+                     ( rowExtra( type ).empty() ? "" : ", 0" + rowExtra( type ) ) + " )" );
    };
    if( decl.kind != Kind::composite ) row( *decl.basis.decl, "value" );
    for( const auto& attr : decl.attrs ) {
@@ -267,8 +283,10 @@ void valueObject( Writer& w, const Decl& decl ) {
    w.line( "// --- " + name );
    nestedObjects( w, decl );
    rows( w, decl, all );
-   w.line( "constinit ::Kel::Type " + name + "::_Type{ { .qualifiedName = \"" + decl.qualifiedName() + "\", .code = _code, .size = sizeof( " + name + " ), .attrs = attrs_," );
-   w.line( "   .values = &::Kel::valueOps< " + name + " >" + boundsInit( decl ) + ", .wrap = &::Kel::makeGenericIf< " + name + " > } };" );
+   w.line( "constinit ::Kel::Type " + name + "::_Type{ { .qualifiedName = \"" + decl.qualifiedName() +
+           "\", .code = _code, .size = sizeof( " + name + " ), .attrs = attrs_," );
+   w.line( "   .values = &::Kel::valueOps< " + name + " >" + boundsInit( decl ) + ", .wrap = &::Kel::makeGenericIf< " + name +
+           " > } };" );
    layoutAssertion( w, decl );
    w.blank();
 }

@@ -34,7 +34,9 @@ class Parser {
    Ident name( const char* what );
    std::string text( const char* what );
    std::uint32_t smallNumber( const char* what );
-   Span since( std::size_t first ) const { return { peek().span.source, tokens_[ first ].span.begin, tokens_[ at_ ? at_ - 1 : 0 ].span.end }; }
+   Span since( std::size_t first ) const {
+      return { peek().span.source, tokens_[ first ].span.begin, tokens_[ at_ ? at_ - 1 : 0 ].span.end };
+   }
 
    // Blocks and recovery
    void skipStatement();

@@ -17,7 +17,8 @@ class Hostile : public TestTree {
    /// Compiles `text` to every output and returns the exit status; each report is well-formed.
    int survive( const std::string& text ) {
       write( "h.kel", text );
-      const auto result = kelc( { "-I", KELC_PLATFORM, "-I.", "--header=h.h", "--source=h.cpp", "--json=h.json", "--markdown=h.md", "h.kel" } );
+      const auto result =
+         kelc( { "-I", KELC_PLATFORM, "-I.", "--header=h.h", "--source=h.cpp", "--json=h.json", "--markdown=h.md", "h.kel" } );
       EXPECT_TRUE( result.status == 0 || result.status == 1 ) << result.err;
       EXPECT_EQ( result.status == 0, result.err.empty() );
       if( result.status == 1 ) {
@@ -57,9 +58,15 @@ TEST_F( Hostile, MutatedDefinitions ) {
 }
 
 TEST_F( Hostile, RandomWordsOfTheLanguage ) {
-   const std::vector< std::string > words{ "value", "entity", "machine", "enum", "extern", "namespace A;", "V", "W", "a", "b", "U8", "String8", "{", "}", "(", ")", ";", ":",
-                                           "->", "=", "..", ",", "map", "set", "queue", "of", "by", "child", "ref", "key", "param", "derived", "narrow", "watch", "on", "op",
-                                           "virtual", "const", "from", "as", "1", "-5", "\"x\"", "name", "ordered", "optional", "table", "owner", ".", "::" };
+   const std::vector< std::string > words{ "value",   "entity",  "machine", "enum",     "extern", "namespace A;",
+                                           "V",       "W",       "a",       "b",        "U8",     "String8",
+                                           "{",       "}",       "(",       ")",        ";",      ":",
+                                           "->",      "=",       "..",      ",",        "map",    "set",
+                                           "queue",   "of",      "by",      "child",    "ref",    "key",
+                                           "param",   "derived", "narrow",  "watch",    "on",     "op",
+                                           "virtual", "const",   "from",    "as",       "1",      "-5",
+                                           "\"x\"",   "name",    "ordered", "optional", "table",  "owner",
+                                           ".",       "::" };
    std::mt19937 random( 3 );
    for( int i = 0; i < 400; ++i ) {
       std::string text = "module H; import \"kel/Kel.kel\";\n";
@@ -128,7 +135,9 @@ import "b.kel";
    write( "self.kel", "module S; import \"./x/../self.kel\";" );
    std::filesystem::create_directory( "x" );
    EXPECT_NE( kelc( { "-I.", "self.kel" } ).err.find( "closes a cycle" ), std::string::npos );
-   for( int i = 0; i < 200; ++i ) write( "d" + std::to_string( i ) + ".kel", "module D" + std::to_string( i ) + "; import \"d" + std::to_string( i + 1 ) + ".kel\";" );
+   for( int i = 0; i < 200; ++i )
+      write( "d" + std::to_string( i ) + ".kel",
+             "module D" + std::to_string( i ) + "; import \"d" + std::to_string( i + 1 ) + ".kel\";" );
    EXPECT_NE( kelc( { "-I.", "d0.kel" } ).err.find( "imports nest more than 100 deep" ), std::string::npos );
 }
 

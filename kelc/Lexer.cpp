@@ -31,7 +31,8 @@ int hexDigit( char c ) {
 
 class Lexer {
  public:
-   Lexer( const Source& source, Diagnostics& diagnostics ) : source_( source ), text_( source.text() ), diagnostics_( diagnostics ) {}
+   Lexer( const Source& source, Diagnostics& diagnostics )
+       : source_( source ), text_( source.text() ), diagnostics_( diagnostics ) {}
 
    std::vector< Token > run() {
       for( ;; ) {
@@ -101,7 +102,8 @@ void Lexer::lineComment() {
    if( !comment.starts_with( "///" ) || comment.starts_with( "////" ) ) return;
    comment.remove_prefix( 3 );
    if( comment.starts_with( ' ' ) ) comment.remove_prefix( 1 );
-   while( !comment.empty() && ( comment.back() == ' ' || comment.back() == '\r' || comment.back() == '\t' ) ) comment.remove_suffix( 1 );
+   while( !comment.empty() && ( comment.back() == ' ' || comment.back() == '\r' || comment.back() == '\t' ) )
+      comment.remove_suffix( 1 );
    if( !doc_.empty() ) doc_ += '\n';
    for( const char c : comment ) doc_ += static_cast< unsigned char >( c ) < 0x20 ? ' ' : c;
 }
@@ -132,7 +134,9 @@ bool Lexer::number( Token& token ) {
    if( token.kind == TokenKind::real ) token.real = std::strtod( digits.c_str(), &end );
    else token.number = std::strtoull( digits.c_str(), &end, digits.starts_with( "0x" ) ? 16 : 10 );
    if( end != digits.c_str() + digits.size() || ( digits.size() == 2 && digits == "0x" ) ) {
-      diagnostics_.error( span( begin ), quoted( digits ) + " is no number: expected digits, 0x and hexadecimal digits, or digits with a point" );
+      diagnostics_.error( span( begin ),
+                          quoted( digits ) +
+                             " is no number: expected digits, 0x and hexadecimal digits, or digits with a point" );
    } else if( errno == ERANGE ) {
       diagnostics_.error( span( begin ), quoted( digits ) + " does not fit in 64 bits" );
    }
@@ -186,7 +190,8 @@ bool Lexer::mark( Token& token ) {
    const std::size_t begin = at_;
    auto isStray = [ this ] {
       const char c = peek();
-      return at_ < text_.size() && !isWordPart( c ) && std::string_view( ";:{}(),.=-\"/ \t\n\r" ).find( c ) == std::string_view::npos;
+      return at_ < text_.size() && !isWordPart( c ) &&
+             std::string_view( ";:{}(),.=-\"/ \t\n\r" ).find( c ) == std::string_view::npos;
    };
    do ++at_;
    while( isStray() );

@@ -61,16 +61,20 @@ std::string goneCalls( const Decl& decl ) {
 std::string changedCalls( const Decl& decl, const Attr& attr, const std::string& key ) {
    std::string out;
    for( const auto& other : decl.attrs ) {
-      if( other->watch && other->watch->from == &attr && other->watch->fromMember.empty() ) out += followOf( *other ) + "( " + key + " ); ";
+      if( other->watch && other->watch->from == &attr && other->watch->fromMember.empty() )
+         out += followOf( *other ) + "( " + key + " ); ";
    }
-   for( const Handler* h : handlersOf( decl.handlers, attr.name.text ) ) out += h->op.text + ( h->passesKey ? "( " + key + " ); " : "(); " );
+   for( const Handler* h : handlersOf( decl.handlers, attr.name.text ) )
+      out += h->op.text + ( h->passesKey ? "( " + key + " ); " : "(); " );
    return out;
 }
 
 std::vector< const Attr* > followers( const Decl& decl, const Attr& watching ) {
    std::vector< const Attr* > out;
    for( const auto& other : decl.attrs ) {
-      if( other->watch && other->watch->from && !other->watch->fromMember.empty() && other->watch->fromAttr.text == watching.name.text ) out.push_back( other.get() );
+      if( other->watch && other->watch->from && !other->watch->fromMember.empty() &&
+          other->watch->fromAttr.text == watching.name.text )
+         out.push_back( other.get() );
    }
    return out;
 }
@@ -84,7 +88,8 @@ std::string keyOfEntity( const Attr& attr, const std::string& entity ) {
 
 Strings declaredParameters( const Decl& decl ) {
    Strings out;
-   for( const Attr* attr : constructorParameters( decl ) ) out.push_back( ( isWatch( *attr ) ? "const " + watchedPtr( *attr ) + "&" : heldParam( *attr ) ) + " " + attr->name.text );
+   for( const Attr* attr : constructorParameters( decl ) )
+      out.push_back( ( isWatch( *attr ) ? "const " + watchedPtr( *attr ) + "&" : heldParam( *attr ) ) + " " + attr->name.text );
    if( const Attr* owner = ownerOf( decl ) ) out.push_back( cppType( *owner->shape.element.decl ) + "* " + owner->name.text );
    return out;
 }

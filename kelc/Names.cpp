@@ -40,7 +40,8 @@ std::vector< std::string > memberNames( const Attr& attr ) {
       for( const char* suffix : { "Del" } ) out.push_back( foo + suffix );
       out.push_back( "new" + upper );
    } else if( attr.shape.isCollection() ) {
-      for( const char* suffix : { "Del", "DelAll", "Notify", "NotifyCollection", "Count", "Iter", "IterConst" } ) out.push_back( foo + suffix );
+      for( const char* suffix : { "Del", "DelAll", "Notify", "NotifyCollection", "Count", "Iter", "IterConst" } )
+         out.push_back( foo + suffix );
       out.push_back( "new" + upper );
    }
    if( attr.shape.collection == Collection::queue ) out.insert( out.end(), { foo + "Enq", foo + "Deq" } );

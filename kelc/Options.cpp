@@ -47,7 +47,8 @@ bool consistent( Options& o, std::string& why ) {
    const bool perModule = !o.header.empty() || !o.source.empty() || !o.json.empty() || !o.markdown.empty();
    if( !o.registry.empty() && perModule ) return why = "--registry excludes --header, --source, --json and --markdown", false;
    if( o.registry.empty() && o.files.size() > 1 ) return why = "more than one definition file: " + o.files[ 1 ], false;
-   if( !o.depfile.empty() && o.registry.empty() && !perModule ) return why = "--depfile needs an output that depends on something", false;
+   if( !o.depfile.empty() && o.registry.empty() && !perModule )
+      return why = "--depfile needs an output that depends on something", false;
    for( ImportDir& dir : o.importDirs ) {
       if( dir.prefix.empty() ) dir.prefix = o.includePrefix;
    }
@@ -67,7 +68,8 @@ bool parseOptions( const std::vector< std::string >& arguments, Options& o, std:
          o.files.push_back( a );
          continue;
       }
-      const auto option = std::find_if( named.begin(), named.end(), [ & ]( const auto& n ) { return a == n.first || a.starts_with( n.first + "=" ); } );
+      const auto option = std::find_if( named.begin(), named.end(),
+                                        [ & ]( const auto& n ) { return a == n.first || a.starts_with( n.first + "=" ); } );
       std::string dir;
       if( a == "--" ) onlyFiles = true;
       else if( a == "--help" || a == "-h" ) o.help = true;

@@ -69,7 +69,8 @@ class Sorter {
       std::vector< const Decl* > out;
       eachRef( decl, [ & ]( const TypeRef& type ) {
          const Decl* needed = outermost( type.decl );
-         if( needed && needed != &decl && needed->module == &module_ && !needed->isExtern() && rank( *needed ) <= rank( decl ) ) out.push_back( needed );
+         if( needed && needed != &decl && needed->module == &module_ && !needed->isExtern() && rank( *needed ) <= rank( decl ) )
+            out.push_back( needed );
       } );
       return out;
    }

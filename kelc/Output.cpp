@@ -43,10 +43,12 @@ bool writeIfChanged( const std::string& path, const std::string& text, std::stri
    std::error_code error;
    const auto status = std::filesystem::status( path, error );
    const bool isSpecial = std::filesystem::exists( status ) && !std::filesystem::is_regular_file( status );
-   const std::string target = std::filesystem::is_symlink( path, error ) ? std::filesystem::weakly_canonical( path, error ).string() : path;
+   const std::string target =
+      std::filesystem::is_symlink( path, error ) ? std::filesystem::weakly_canonical( path, error ).string() : path;
    const std::string fresh = target + ".new." + std::to_string( ::getpid() );
    errno = 0;
-   if( isSpecial ? writeAll( path, text ) : writeAll( fresh, text ) && std::rename( fresh.c_str(), target.c_str() ) == 0 ) return true;
+   if( isSpecial ? writeAll( path, text ) : writeAll( fresh, text ) && std::rename( fresh.c_str(), target.c_str() ) == 0 )
+      return true;
    why = errno ? std::strerror( errno ) : "write error";
    std::remove( fresh.c_str() );
    return false;

@@ -104,7 +104,8 @@ void Parser::import() {
 void Parser::trace() {
    const Span span = peek().span;
    const std::string name = text( "the trace handle's name between quotes" );
-   if( !module_->trace.empty() ) diagnostics_.error( span, "the module has two trace handles" ).note( module_->traceSpan, "the other one is named here" );
+   if( !module_->trace.empty() )
+      diagnostics_.error( span, "the module has two trace handles" ).note( module_->traceSpan, "the other one is named here" );
    if( name.empty() ) diagnostics_.error( span, "a trace handle has a name" );
    module_->trace = name;
    module_->traceSpan = span;
@@ -184,7 +185,8 @@ std::unique_ptr< Decl > Parser::value() {
       valueTraits( *decl );
    }
    if( sees( "{" ) ) block( [ & ] { member( *decl ); } );
-   else if( decl->kind == Kind::composite ) fail( "':', wraps, or the attributes in braces; before them ordered, order by hand, hash by hand, no hash, testable" );
+   else if( decl->kind == Kind::composite )
+      fail( "':', wraps, or the attributes in braces; before them ordered, order by hand, hash by hand, no hash, testable" );
    else expect( ";", "or '{' after the value type" );
    return decl;
 }

@@ -99,7 +99,8 @@ Module* Program::resolveImport( const Import& import ) {
       if( Module* module = loadFile( path, dir.prefix, why ) ) return module;
       tried += "\n   " + path + ": " + why;
    }
-   diagnostics_.error( import.span, "can't find the imported file" + ( dirs_.empty() ? ": no -I directory is given" : "; tried" + tried ) );
+   diagnostics_.error( import.span,
+                       "can't find the imported file" + ( dirs_.empty() ? ": no -I directory is given" : "; tried" + tried ) );
    return nullptr;
 }
 
@@ -122,7 +123,8 @@ void Program::declare() {
 }
 
 void Program::declare( Decl& decl ) {
-   for( std::string scope = decl.outer ? "" : decl.nameSpace; !scope.empty(); scope = enclosing( scope ) ) nameSpaces_.insert( scope );
+   for( std::string scope = decl.outer ? "" : decl.nameSpace; !scope.empty(); scope = enclosing( scope ) )
+      nameSpaces_.insert( scope );
    for( const auto& nested : decl.nested ) {
       nested->nameSpace = decl.nameSpace;
       nested->outer = &decl;
@@ -130,7 +132,8 @@ void Program::declare( Decl& decl ) {
    }
    const auto [ at, isNew ] = types_.emplace( decl.qualifiedName(), &decl );
    if( isNew ) return;
-   diagnostics_.error( decl.name.span, decl.qualifiedName() + " is already declared" ).note( at->second->name.span, "it is declared here" );
+   diagnostics_.error( decl.name.span, decl.qualifiedName() + " is already declared" )
+      .note( at->second->name.span, "it is declared here" );
 }
 
 Decl* Program::find( const std::string& qualifiedName ) const {

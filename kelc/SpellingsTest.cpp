@@ -11,15 +11,23 @@
 namespace Outside {
 
 constinit const Kel::Attr Mux::attrs_[] = { Kel::ptrAttr< Kel::Dir >( "lower", Kel::AttrKind::ref, offsetof( Mux, lower_ ), 0 ) };
-constinit Kel::Type Mux::_Type{ { .qualifiedName = "Outside::Mux", .code = Kel::TypeCode::machine, .attrs = attrs_, .base = &Kel::Machine::_Type } };
+constinit Kel::Type Mux::_Type{
+   { .qualifiedName = "Outside::Mux", .code = Kel::TypeCode::machine, .attrs = attrs_, .base = &Kel::Machine::_Type }
+};
 constinit const Kel::Attr IntfConfig::attrs_[] = { Kel::attr< Kel::U32 >( "intfId", offsetof( IntfConfig, intfId_ ), 5 ),
                                                    Kel::attr< Kel::U32 >( "genId", offsetof( IntfConfig, genId_ ), 5 ) };
-constinit Kel::Type IntfConfig::_Type{ { .qualifiedName = "Outside::IntfConfig", .code = Kel::TypeCode::entity, .attrs = attrs_, .base = &Kel::Entity::_Type,
+constinit Kel::Type IntfConfig::_Type{ { .qualifiedName = "Outside::IntfConfig",
+                                         .code = Kel::TypeCode::entity,
+                                         .attrs = attrs_,
+                                         .base = &Kel::Entity::_Type,
                                          .firstAttr = Kel::Entity::Attr_::count_ } };
 constinit const Kel::Attr IntfConfigDir::attrs_[] = {
    Kel::collectionAttr< IntfConfigMap_ >( "intfConfig", Kel::AttrKind::childMap, offsetof( IntfConfigDir, intfConfig_ ), 0x0b ) };
-constinit Kel::Type IntfConfigDir::_Type{ { .qualifiedName = "Outside::IntfConfigDir", .code = Kel::TypeCode::entity, .attrs = attrs_,
-                                            .base = &Kel::Entity::_Type, .firstAttr = Kel::Entity::Attr_::count_ } };
+constinit Kel::Type IntfConfigDir::_Type{ { .qualifiedName = "Outside::IntfConfigDir",
+                                            .code = Kel::TypeCode::entity,
+                                            .attrs = attrs_,
+                                            .base = &Kel::Entity::_Type,
+                                            .firstAttr = Kel::Entity::Attr_::count_ } };
 void IntfConfigDir::NotifieeConst::dispatch( const Kel::Change& change ) {
    if( change.attr != Attr_::intfConfig ) return;
    onIntfConfigkelImmediate();
@@ -84,7 +92,9 @@ void Merger::handleStart() { called( "start" ); }
 void Merger::handleEntry( const Kel::Name& name ) { called( "entry:" + name.str() ); }
 void Merger::cleanup() { called( "cleanup" ); }
 void Merger::PickedReactor::handleSource() { called( "source:" + shown( pickedSm()->vid() ) ); }
-void SourceSm::handleStart() { called( "sm:" + ranked().source().str() + ( merger()->sourceSm( ranked() ).ptr() == this ? "+" : "-" ) ); }
+void SourceSm::handleStart() {
+   called( "sm:" + ranked().source().str() + ( merger()->sourceSm( ranked() ).ptr() == this ? "+" : "-" ) );
+}
 void SourceSm::handleConfig() { called( "configs" ); }
 void SourceSm::handleConfig( Kel::U32 id ) { called( "config:" + std::to_string( id ) ); }
 void SourceSm::cleanup() { called( "sm-cleanup:" + ranked().source().str() + ( merger()->sourceSm( ranked() ) ? "+" : "-" ) ); }
@@ -158,7 +168,8 @@ TEST( Spellings, TextRoundTripsForEveryValue ) {
    roundTrip( Wide( ~Kel::U64( 1 ) ) );
    roundTrip( Key10( "it's" ) );
    roundTrip( Mixed() );
-   roundTrip( Host( HostKey( 1, Quor::EthAddr( "02:00:00:00:00:01" ) ), Quor::IntfId( "Ethernet3/2" ), 1, 2.5, ~Kel::U64( 0 ), -1, Colour::grey ) );
+   roundTrip( Host( HostKey( 1, Quor::EthAddr( "02:00:00:00:00:01" ) ), Quor::IntfId( "Ethernet3/2" ), 1, 2.5, ~Kel::U64( 0 ),
+                    -1, Colour::grey ) );
    roundTrip( Ranked( "x", Level::high ) );
    roundTrip( PortId( Quor::IntfId( "Port-Channel7" ) ) );
    roundTrip( Group::State( 1, 2 ) );
@@ -180,9 +191,10 @@ TEST( Spellings, EntitiesKeepTheirLimitsAndDefaults ) {
    EXPECT_EQ( vlan->checked(), 3 );
    vlan->pairIs( Pair( 9, 9 ) );
    EXPECT_EQ( root->vlanIs( 10, true, Pair( 1, 1 ) ), vlan );
-   EXPECT_EQ( thrownBy( [ & ] { root->vlanIs( 10, false, Pair() ); } ),
-              "Reinstantiating the entity with name 10 where constructor parameter attribute _internal has a different value of False than the "
-              "current value of True not allowed" );
+   EXPECT_EQ(
+      thrownBy( [ & ] { root->vlanIs( 10, false, Pair() ); } ),
+      "Reinstantiating the entity with name 10 where constructor parameter attribute _internal has a different value of False than the "
+      "current value of True not allowed" );
    EXPECT_EQ( root->range(), Range( 10, 20 ) );
    EXPECT_EQ( bigRootFactory( "b" )->doCreate( 5 )->internal(), true );
    EXPECT_EQ( Inner::shadeFactory( "s" )->colour(), Inner::Colour::white );
@@ -193,13 +205,17 @@ TEST( Spellings, CollectionsAndReferences ) {
    const auto vlan = root->vlanIs( 10, true, Pair() );
    EXPECT_EQ( root->byVlanIs( vlan ), vlan );
    EXPECT_EQ( root->byVlan( 10 ), vlan );
-   EXPECT_EQ( thrownBy( [ & ] { root->byVlanIs( nullptr ); } ), "null _byVlan parameter to mutator for Spelling::Root::byVlan not allowed" );
-   EXPECT_EQ( thrownBy( [ & ] { root->sureIs( 1, nullptr ); } ), "null _sure parameter to mutator for Spelling::Root::sure not allowed" );
-   EXPECT_EQ( thrownBy( [ & ] { root->requiredIs( nullptr ); } ), "null _required parameter to mutator for Spelling::Root::required not allowed" );
+   EXPECT_EQ( thrownBy( [ & ] { root->byVlanIs( nullptr ); } ),
+              "null _byVlan parameter to mutator for Spelling::Root::byVlan not allowed" );
+   EXPECT_EQ( thrownBy( [ & ] { root->sureIs( 1, nullptr ); } ),
+              "null _sure parameter to mutator for Spelling::Root::sure not allowed" );
+   EXPECT_EQ( thrownBy( [ & ] { root->requiredIs( nullptr ); } ),
+              "null _required parameter to mutator for Spelling::Root::required not allowed" );
    const auto fdb = root->fdbIs( 3 );
    const auto topo = root->topoIs( "t", 7, fdb );
    EXPECT_EQ( root->topoIs( "t", 7, fdb ), topo );
-   EXPECT_NE( thrownBy( [ & ] { root->topoIs( "t", 7, nullptr ); } ).find( "_best has a different value of null" ), std::string::npos );
+   EXPECT_NE( thrownBy( [ & ] { root->topoIs( "t", 7, nullptr ); } ).find( "_best has a different value of null" ),
+              std::string::npos );
    root->vidTopoIs( 4, topo );
    EXPECT_EQ( root->vidTopoDel( 4 ), topo );
    EXPECT_EQ( root->vidTopo( 4 ), nullptr );
@@ -277,7 +293,9 @@ TEST( Spellings, NarrowedCollectionIsOneMapForBothTypes ) {
    const Kel::U32 seven = 7;
    const Kel::OwnedValueIf key( Kel::BuiltIn::u32, &seven, false );
    const Kel::GenericIf* arguments[] = { &key, &key };
-   generic.attributeOp( { .attribute = VlanIntfConfigDir::Attr_::intfConfig, .kind = Kel::AttributeOp::Kind::create, .arguments = arguments }, nullptr, nullptr );
+   generic.attributeOp(
+      { .attribute = VlanIntfConfigDir::Attr_::intfConfig, .kind = Kel::AttributeOp::Kind::create, .arguments = arguments },
+      nullptr, nullptr );
    EXPECT_TRUE( Kel::dynamicCast< VlanIntfConfig >( wide->intfConfig( 7 ) ) );
    EXPECT_EQ( dir->intfConfigDel( 6 )->genId(), 2u );
    EXPECT_EQ( wide->intfConfig( 6 ), nullptr );
@@ -309,9 +327,12 @@ TEST( Spellings, MachineFollowsWhatItWatches ) {
    root->agingIs( 6 );
    root->fdb( 9 )->hostNotifyCollection();
    EXPECT_EQ( takeCalls(), "" );
-   EXPECT_EQ( thrownBy( [ & ] { writer->rootIs( nullptr ); } ), "null _root parameter to mutator for Spelling::Writer::root not allowed" );
-   EXPECT_EQ( thrownBy( [ & ] { writer->fdbIs( nullptr ); } ), "null _fdb parameter to mutator for Spelling::Writer::fdb not allowed" );
-   EXPECT_EQ( thrownBy( [ & ] { writer->targetIs( nullptr ); } ), "null _target parameter to mutator for Spelling::Writer::target not allowed" );
+   EXPECT_EQ( thrownBy( [ & ] { writer->rootIs( nullptr ); } ),
+              "null _root parameter to mutator for Spelling::Writer::root not allowed" );
+   EXPECT_EQ( thrownBy( [ & ] { writer->fdbIs( nullptr ); } ),
+              "null _fdb parameter to mutator for Spelling::Writer::fdb not allowed" );
+   EXPECT_EQ( thrownBy( [ & ] { writer->targetIs( nullptr ); } ),
+              "null _target parameter to mutator for Spelling::Writer::target not allowed" );
 }
 
 TEST( Spellings, MachineWithoutEntitiesStartsAndTakesThemLater ) {
@@ -342,9 +363,10 @@ TEST( Spellings, ChildMachinesStartInTheirMapAndEndInIt ) {
    merger->sourceSmIs( Ranked( "b", Level::low ), config );
    EXPECT_EQ( takeCalls(), "sm:a+ sm:b+" );
    EXPECT_EQ( merger->sourceSmIs( Ranked( "a", Level::low ), config ), sm );
-   EXPECT_EQ( thrownBy( [ & ] { merger->sourceSmIs( Ranked( "a", Level::low ), vlanIntfConfigDirFactory( "x" ) ); } ),
-              "Reinstantiating the pointer interface where constructor parameter attribute _config has a different value of x than the current "
-              "value of dir/config not allowed" );
+   EXPECT_EQ(
+      thrownBy( [ & ] { merger->sourceSmIs( Ranked( "a", Level::low ), vlanIntfConfigDirFactory( "x" ) ); } ),
+      "Reinstantiating the pointer interface where constructor parameter attribute _config has a different value of x than the current "
+      "value of dir/config not allowed" );
    EXPECT_EQ( merger->sourceSmIterConst().key().source(), "a" );
    config->intfConfigIs( 5, 1 );
    EXPECT_EQ( takeCalls(), "config:5 config:5" );

@@ -138,7 +138,7 @@ class HostDir : public ::Kel::Entity {
    ::Bridging::Host hostIs( const ::Bridging::Host& v ) { return setIn( Attr_::host, host_, ::Bridging::VlanId( v.vlan() ), v ); }
    ::Bridging::Host newHost( const ::Bridging::Host& v ) { return hostIs( v ); }
    ::Bridging::Host hostDel( const ::Bridging::VlanId& key ) { return delFrom( Attr_::host, host_, key ); }
-   ::Bridging::Host hostDel( HostMap_::Iterator& at ) { return delAt( Attr_::host, host_, at ); }
+   ::Bridging::Host hostDel( const HostMap_::ConstIterator& at ) { return delAt( Attr_::host, host_, at ); }
    void hostDelAll() { delAll( Attr_::host, host_ ); }
    void hostNotify( const ::Bridging::VlanId& key ) { attrNotify( Attr_::host, &key ); }
    void hostNotifyCollection() { attrNotify( Attr_::host ); }
@@ -188,7 +188,7 @@ class Status : public ::Kel::Entity {
    ::Kel::Ptr< ::Bridging::HostDir > newHostDir( const ::Bridging::VlanId& vlan, bool internal ) { return newChild< ::Bridging::HostDir >( Attr_::hostDir, hostDir_, vlan, { &vlan, &internal }, vlan, internal ); }
    ::Kel::Ptr< ::Bridging::HostDir > hostDirIs( const ::Bridging::VlanId& vlan, bool internal ) { return newHostDir( vlan, internal ); }
    ::Kel::Ptr< ::Bridging::HostDir > hostDirDel( const ::Bridging::VlanId& key ) { return delFrom( Attr_::hostDir, hostDir_, key ); }
-   ::Kel::Ptr< ::Bridging::HostDir > hostDirDel( HostDirMap_::Iterator& at ) { return delAt( Attr_::hostDir, hostDir_, at ); }
+   ::Kel::Ptr< ::Bridging::HostDir > hostDirDel( const HostDirMap_::ConstIterator& at ) { return delAt( Attr_::hostDir, hostDir_, at ); }
    void hostDirDelAll() { delAll( Attr_::hostDir, hostDir_ ); }
    void hostDirNotify( const ::Bridging::VlanId& key ) { attrNotify( Attr_::hostDir, &key ); }
    void hostDirNotifyCollection() { attrNotify( Attr_::hostDir ); }
