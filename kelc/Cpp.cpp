@@ -49,8 +49,12 @@ std::string fieldType( const Decl& decl ) {
    return decl.literals == LiteralForm::real ? "::Kel::F64a4" : decl.range.min.negative ? "::Kel::S64a4" : "::Kel::U64a4";
 }
 
+bool isPassedByValue( const Decl& decl ) {
+   return isPlainNumber( decl ) || ( decl.kind == Kind::scalar && isPlainNumber( *decl.basis.decl ) );
+}
+
 std::string paramType( const Decl& decl ) {
-   return isPlainNumber( decl ) ? cppType( decl ) : "const " + cppType( decl ) + "&";
+   return isPassedByValue( decl ) ? cppType( decl ) : "const " + cppType( decl ) + "&";
 }
 
 std::string returnType( const Decl& decl ) {

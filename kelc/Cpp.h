@@ -34,7 +34,7 @@ std::string cppType( const Decl& decl );
 std::string localName( const Decl& decl );
 /// How a value stands in a value type: 64-bit fields are aligned to 4 bytes in either word size.
 std::string fieldType( const Decl& decl );
-/// How a value is passed: numbers, booleans and enumerations by value, anything else by reference.
+/// How a value is passed: numbers, those of scalar types too, booleans and enumerations by value, anything else by reference.
 std::string paramType( const Decl& decl );
 /// How a stored value is returned: by value when it is no larger than 8 bytes.
 std::string returnType( const Decl& decl );

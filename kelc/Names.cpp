@@ -67,7 +67,10 @@ bool isReservedWord( std::string_view name ) {
 
 bool isFrameworkName( Kind kind, std::string_view name ) {
    static const std::array values{ "hash", "fwkType", "fwk", "valueType" };
-   static const std::array entities{ "name", "parent", "fwkType", "fullName", "entity", "kelImmediate", "hasNotificationActive" };
+   static const std::array entities{ "name", "parent", "fwkType", "fullName", "entity", "kelImmediate", "hasNotificationActive",
+                                    // what generated bodies call
+                                    "at", "set", "setAt", "setIn", "setRef", "setRefIn", "newChild", "newOptional", "delAll", "delAt", "delFrom",
+                                    "delOptional", "enqIn", "deqFrom", "changed", "changedKey", "attrNotify", "attrLog", "changeCount" };
    auto contains = [ name ]( const auto& names ) { return std::find( names.begin(), names.end(), name ) != names.end(); };
    if( kind == Kind::entity || kind == Kind::externEntity ) return contains( entities );
    if( kind == Kind::machine || kind == Kind::externMachine ) return name == "fwkType" || name == "hasNotificationActive";

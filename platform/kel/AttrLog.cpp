@@ -3,6 +3,7 @@
 #include <kel/Entity.h>
 #include <kel/GenericIf.h>
 #include <kel/Path.h>
+#include <unordered_set>
 
 // Keys stand in order of their revision, oldest first, so that a difference is the tail of the list: its cost is that of what it holds. A key
 // that changes again moves to the end.
@@ -11,7 +12,7 @@ namespace Kel {
 
 namespace {
 
-enum class Record : U8 { set = 0, gone = 1, end = 2, clear = 3 };
+enum class Record : U8 { set = 0, gone = 1, end = 2, whole = 3 };
 
 bool isCollection( const Attr& row ) {
    return row.kind == AttrKind::map || row.kind == AttrKind::childMap || row.kind == AttrKind::refMap || row.kind == AttrKind::queue;
@@ -126,35 +127,38 @@ bool AttrLog::take( LogOut& out ) {
    return true;
 }
 
-void AttrLog::difference( U32 since, LogOut& out ) const {
-   out.u32( since );
-   out.u32( revision_ );
+void AttrLog::difference( U64 since, LogOut& out ) const {
+   out.u64( since );
+   out.u64( revision_ );
    for( U16 attr = 0; attr < marks_.size(); ++attr ) {
       const Mark& mark = marks_[ attr ];
-      if( mark.revision <= since ) continue;
+      // Since nothing, a collection that was never filled is told too: the reader may hold one from before.
+      if( since ? mark.revision <= since : !isLogged( attr ) ) continue;
       out.u16( attr );
       const Attr& row = entity_.fwkType().attr( attr );
-      if( mark.collection ) writeCollection( attr, *mark.collection, since, out );
+      if( isCollection( row ) ) writeCollection( attr, mark.collection.get(), since, out );
       else writeScalar( row, memberOf( entity_, row ), out );
    }
    out.u16( 0xffff );
 }
 
-void AttrLog::writeCollection( U16 attr, const Collection& collection, U32 since, LogOut& out ) const {
+void AttrLog::writeCollection( U16 attr, const Collection* collection, U64 since, LogOut& out ) const {
    const Attr& row = entity_.fwkType().attr( attr );
-   const bool whole = since == 0 || since < collection.floor;
-   if( whole ) out.u8( static_cast< U8 >( Record::clear ) );
-   auto first = collection.keys.end();
-   while( first != collection.keys.begin() && ( whole || std::prev( first )->revision > since ) ) --first;
-   OwnedValueIf key( *row.keyType, nullptr, false );
-   for( ; first != collection.keys.end(); ++first ) {
-      LogIn in = bytesOf( first->bytes );
-      read( *row.keyType, key.storage(), in );
-      const void* element = row.extra.collection->find( memberOf( entity_, row ), key.object() );
-      if( !element && whole ) continue;
-      out.u8( static_cast< U8 >( element ? Record::set : Record::gone ) );
-      out.raw( first->bytes.data(), first->bytes.size() );
-      if( element ) writeElement( row, element, out );
+   const bool whole = since == 0 || ( collection && since < collection->floor );
+   if( whole ) out.u8( static_cast< U8 >( Record::whole ) );
+   if( collection ) {
+      auto first = collection->keys.end();
+      while( first != collection->keys.begin() && ( whole || std::prev( first )->revision > since ) ) --first;
+      OwnedValueIf key( *row.keyType, nullptr, false );
+      for( ; first != collection->keys.end(); ++first ) {
+         LogIn in = bytesOf( first->bytes );
+         read( *row.keyType, key.storage(), in );
+         const void* element = row.extra.collection->find( memberOf( entity_, row ), key.object() );
+         if( !element && whole ) continue;
+         out.u8( static_cast< U8 >( element ? Record::set : Record::gone ) );
+         out.raw( first->bytes.data(), first->bytes.size() );
+         if( element ) writeElement( row, element, out );
+      }
    }
    out.u8( static_cast< U8 >( Record::end ) );
 }
@@ -174,8 +178,8 @@ Ptr< Entity > readReference( const Entity& from, const Attr& row, LogIn& in ) {
 
 void AttrLogProxy::update( LogIn& in ) {
    const Type& type = entity_.fwkType();
-   const U32 since = in.u32();
-   const U32 revision = in.u32();
+   const U64 since = in.u64();
+   const U64 revision = in.u64();
    if( since && since != revision_ ) {
       throw RangeException( "a difference since revision " + std::to_string( since ) + " does not follow revision " + std::to_string( revision_ ) );
    }
@@ -206,15 +210,29 @@ void AttrLogProxy::update( LogIn& in ) {
    revision_ = revision;
 }
 
+namespace {
+
+std::unordered_set< std::string > keysOf( const Attr& row, const void* map ) {
+   std::unordered_set< std::string > keys;
+   OwnedValueIf key( *row.keyType, nullptr, false );
+   for( bool more = row.extra.collection->next( map, nullptr, key.storage() ); more;
+        more = row.extra.collection->next( map, key.object(), key.storage() ) ) {
+      keys.insert( keyBytes( *row.keyType, key.object() ) );
+   }
+   return keys;
+}
+
+}
+
+// Of a collection that comes as a whole, what it no longer holds goes at the end: what stays is not disturbed.
 void AttrLogProxy::updateCollection( U16 attr, const Attr& row, LogIn& in ) {
    const CollectionOps& ops = *row.extra.collection;
    void* map = const_cast< char* >( memberOf( entity_, row ) );
    OwnedValueIf key( *row.keyType, nullptr, false );
+   std::unordered_set< std::string > stale;
    for( auto record = Record( in.u8() ); record != Record::end; record = Record( in.u8() ) ) {
       switch( record ) {
-      case Record::clear:
-         while( ops.next( map, nullptr, key.storage() ) ) ops.erase( entity_, attr, map, key.object() );
-         break;
+      case Record::whole: stale = keysOf( row, map ); break;
       case Record::gone:
          read( *row.keyType, key.storage(), in );
          ops.erase( entity_, attr, map, key.object() );
@@ -222,9 +240,15 @@ void AttrLogProxy::updateCollection( U16 attr, const Attr& row, LogIn& in ) {
       case Record::set:
          read( *row.keyType, key.storage(), in );
          setElement( attr, row, map, key.object(), in );
+         if( !stale.empty() ) stale.erase( keyBytes( *row.keyType, key.object() ) );
          break;
       default: throw RangeException( "unknown record in attribute log of " + std::string( row.name ) );
       }
+   }
+   for( const std::string& bytes : stale ) {
+      LogIn keyIn = bytesOf( bytes );
+      read( *row.keyType, key.storage(), keyIn );
+      ops.erase( entity_, attr, map, key.object() );
    }
 }
 
@@ -251,7 +275,7 @@ void AttrLogProxy::setElement( U16 attr, const Attr& row, void* map, const void*
       if( !parameter.has( KelAttrIntrospectionFlags::constructorRole ) ) continue;
       if( parameter.kind == AttrKind::ref ) {
          const Ptr< Entity > reference = readReference( entity_, parameter, in );
-         parameters.push_back( reference ? parameter.type->genericIf( reference.ptr(), false ) : nullptr );
+         parameters.push_back( reference ? parameter.type->genericIf( reference.ptr(), false ) : Ptr< GenericIf >() );
       } else {
          Ptr< OwnedValueIf > value( new OwnedValueIf( *parameter.type, nullptr, false ) );
          read( *parameter.type, value->storage(), in );
@@ -259,9 +283,18 @@ void AttrLogProxy::setElement( U16 attr, const Attr& row, void* map, const void*
       }
    }
    if( parameters.empty() ) parameters.push_back( new OwnedValueIf( *row.keyType, key, false ) );
+   if( !parameters[ 0 ] || &parameters[ 0 ]->type() != row.keyType || !row.keyType->info().values->equal( key, parameters[ 0 ]->object() ) ) {
+      throw RangeException( "a child of " + std::string( row.name ) + " does not carry the key that it stands under" );
+   }
    std::vector< const GenericIf* > given;
    for( const auto& p : parameters ) given.push_back( p.ptr() );
-   entity_.newChildAt( attr, given );
+   try {
+      entity_.newChildAt( attr, given );
+   } catch( const NameInUseException& ) {
+      // The sender's is another one by now.
+      ops.erase( entity_, attr, map, key );
+      entity_.newChildAt( attr, given );
+   }
 }
 
 }

@@ -24,9 +24,9 @@ class AttrLog {
    explicit AttrLog( const Entity& entity );
 
    /// Advances with every mark.
-   U32 revision() const { return revision_; }
+   U64 revision() const { return revision_; }
    /// The revision up to which `take` has written.
-   U32 takenRevision() const { return taken_; }
+   U64 takenRevision() const { return taken_; }
    bool dirty() const { return taken_ != revision_; }
 
    void attrDirty( U16 attr );
@@ -36,12 +36,12 @@ class AttrLog {
    /// Writes what has changed since the last `take`, and takes it as sent. Returns false, and writes nothing, when nothing has.
    bool take( LogOut& out );
    /// Writes what has changed since `revision`; everything for revision 0.
-   void difference( U32 revision, LogOut& out ) const;
+   void difference( U64 revision, LogOut& out ) const;
 
  private:
    struct Key {
       std::string bytes;   ///< in the attribute log's own form
-      U32 revision;
+      U64 revision;
       bool gone;
    };
    using Keys = std::list< Key >;   ///< oldest revision first
@@ -50,12 +50,12 @@ class AttrLog {
       Keys keys;
       std::unordered_map< std::string_view, Keys::iterator > byKey;
       std::size_t tombstones = 0;
-      U32 floor = 0;   ///< the newest revision of a tombstone that was forgotten
+      U64 floor = 0;   ///< the newest revision of a tombstone that was forgotten
    };
 
    /// The marks of one attribute: of a scalar the revision, of a collection those of its keys.
    struct Mark {
-      U32 revision = 0;
+      U64 revision = 0;
       std::unique_ptr< Collection > collection;
    };
 
@@ -63,12 +63,12 @@ class AttrLog {
    void markAll();
    void mark( U16 attr, std::string bytes, bool gone );
    void forgetTombstones( Collection& collection );
-   void writeCollection( U16 attr, const Collection& collection, U32 since, LogOut& out ) const;
+   void writeCollection( U16 attr, const Collection* collection, U64 since, LogOut& out ) const;
 
    const Entity& entity_;
    std::vector< Mark > marks_;
-   U32 revision_ = 0;
-   U32 taken_ = 0;
+   U64 revision_ = 0;
+   U64 taken_ = 0;
 };
 
 /// The other side of an attribute log: applies differences to an entity. A difference comes from another process; one that is malformed or does
@@ -81,7 +81,7 @@ class AttrLogProxy {
    /// be read and the difference holds a change.
    void update( LogIn& in );
    /// The sender's revision that has been applied.
-   U32 revision() const { return revision_; }
+   U64 revision() const { return revision_; }
 
  private:
    void updateCollection( U16 attr, const Attr& row, LogIn& in );
@@ -89,7 +89,7 @@ class AttrLogProxy {
 
    Entity& entity_;
    bool readOnly_;
-   U32 revision_ = 0;
+   U64 revision_ = 0;
 };
 
 }

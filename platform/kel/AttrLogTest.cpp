@@ -1,6 +1,7 @@
 #include "FacetsTest.h"
 
 #include <kel/AttrLog.h>
+#include <kel/Dir.h>
 #include <random>
 
 // The attribute log: byte layouts, differences that bring a copy in step whatever was skipped, and bytes that are not to be trusted.
@@ -83,6 +84,7 @@ std::string dump( const Tree& tree ) {
    for( auto i = tree.wordsIterConst(); i; ++i ) put( i.key() );
    for( auto i = tree.rankedIterConst(); i; ++i ) put( i.key() ), put( i.value() );
    for( auto i = tree.leafIterConst(); i; ++i ) put( i.key() ), put( i.value()->nonce() );
+   for( auto i = tree.peerIterConst(); i; ++i ) put( i.key() ), put( i.value()->buddy() ? i.value()->buddy()->name().stringValue() : Kel::String8() );
    for( auto i = tree.linkedIterConst(); i; ++i ) put( i.key() ), put( i.value()->name().stringValue() );
    return out.str();
 }
@@ -152,10 +154,56 @@ TEST( AttrLogTest, ForgottenRemovalsSendTheCollectionAsAWhole ) {
    EXPECT_EQ( dump( *copy ), dump( *tree ) );
 }
 
+// A writer that has been restarted, with less than before and one child made anew.
+TEST( AttrLogTest, WholeDifferenceReplacesWhatIsStaleAndLeavesTheRest ) {
+   const auto tree = treeFactory( "tree" ), copy = treeFactory( "tree" );
+   for( const auto& t : { tree, copy } ) {
+      t->leafIs( "same", 1, 2 );
+      t->leafIs( "other", t == tree ? 3 : 4, 5 );
+      t->peerIs( "pair", t->leaf( "same" ) );
+   }
+   copy->leafIs( "stale", 1, 2 );
+   copy->pairsIs( 9, Pair() );   // the sender has never had any
+   copy->wordsIs( "stale", true );
+   tree->wordsIs( "fresh", true );
+   const auto same = copy->leaf( "same" );
+   tree->attrLogIs( true );
+   Kel::LogOut out;
+   tree->attrLog()->difference( 0, out );
+   Kel::LogIn in( out.bytes() );
+   Kel::AttrLogProxy( *copy ).update( in );
+   EXPECT_EQ( dump( *copy ), dump( *tree ) );
+   EXPECT_EQ( copy->leaf( "same" ), same );
+   EXPECT_FALSE( same->isZombie() );
+   EXPECT_EQ( copy->peer( "pair" )->buddy(), same );
+}
+
+TEST( AttrLogTest, DirectoryLogsReferences ) {
+   const auto root = Kel::dirFactory( "root" ), other = Kel::dirFactory( "root" );
+   for( const auto& dir : { root, other } ) dir->entryIs( treeFactory( "a" ) );
+   const auto link = Kel::dirFactory( "link" );
+   root->entryIs( link );
+   root->entry< Kel::Dir >( "link" )->entryIs( "to", root->entry( "a" ) );
+   link->attrLogIs( true );
+   other->entryIs( Kel::dirFactory( "link" ) );
+   Kel::LogOut out;
+   link->attrLog()->take( out );
+   Kel::LogIn in( out.bytes() );
+   const auto copy = other->entry< Kel::Dir >( "link" );
+   Kel::AttrLogProxy( *copy ).update( in );
+   EXPECT_EQ( copy->entry( "to" ), other->entry( "a" ) );
+}
+
 TEST( AttrLogTest, ReadOnlyProxyAndForeignBytesAreRefused ) {
    const auto tree = treeFactory( "tree" ), copy = treeFactory( "tree" );
    tree->pairsIs( 3, Pair( 3, 4 ) );
    tree->leafIs( "oak", 1, 2 );
+   tree->keyedIs( 4 );
+   tree->peerIs( "pair", tree->leaf( "oak" ) );
+   tree->peerIs( "alone", nullptr );
+   tree->linkedIs( 5, tree->leaf( "oak" ) );
+   tree->recentEnq( 8 );
+   tree->spareIs( "spare" );
    tree->attrLogIs( true );
    Kel::LogOut out;
    tree->attrLog()->difference( 0, out );
@@ -166,7 +214,7 @@ TEST( AttrLogTest, ReadOnlyProxyAndForeignBytesAreRefused ) {
    for( int i = 0; i < 20000; ++i ) {
       auto bytes = good;
       if( i < static_cast< int >( good.size() ) ) bytes.resize( static_cast< std::size_t >( i ) );
-      else bytes[ random() % bytes.size() ] = static_cast< Kel::U8 >( random() );
+      else for( auto n = 1 + random() % 3; n; --n ) bytes[ random() % bytes.size() ] = static_cast< Kel::U8 >( random() );
       Kel::LogIn in( bytes );
       try {
          Kel::AttrLogProxy( *treeFactory( "tree" ) ).update( in );

@@ -5,8 +5,9 @@
 namespace Kel {
 
 constinit const Attr Dir::attrs_[] = { collectionAttr< EntryMap >(
-   "entry", AttrKind::childMap, offsetof( Dir, entry_ ),
-   KelAttrIntrospectionFlags::logged | KelAttrIntrospectionFlags::notifies | KelAttrIntrospectionFlags::writable ) };
+   "entry", AttrKind::refMap, offsetof( Dir, entry_ ),
+   KelAttrIntrospectionFlags::logged | KelAttrIntrospectionFlags::notifies | KelAttrIntrospectionFlags::writable |
+      KelAttrIntrospectionFlags::nonNull ) };
 
 constinit Type Dir::_Type{ { .qualifiedName = "Kel::Dir",
                              .code = TypeCode::entity,
@@ -18,8 +19,18 @@ constinit Type Dir::_Type{ { .qualifiedName = "Kel::Dir",
                              .takesName = true,
                              .wrap = &makeGenericIf< Dir > } };
 
+Dir::~Dir() {
+   // Others may go on holding what the directory was the parent of.
+   for( auto i = entry_.iterator(); i; ++i ) {
+      if( i.value()->parent() == this ) i.value()->parentIs( nullptr );
+   }
+}
+
 void Dir::entryIs( const Name& name, const Ptr< Entity >& entity ) {
    if( !entity ) nullRefused( Attr_::entry );
+   for( const Entity* e = this; e; e = e->parent() ) {
+      if( entity == e ) throw RangeException( "directory " + fullName().str() + " stands in " + e->name().str() + " and can't hold it" );
+   }
    const Ptr< Entity > current = entry( name );
    if( current == entity ) return;
    if( current ) entryDel( name );

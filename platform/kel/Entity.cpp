@@ -25,70 +25,50 @@ constinit const Attr entityAttrs[] = {
 
 constinit Type Entity::_Type{ { .qualifiedName = "Kel::Entity", .code = TypeCode::entity, .attrs = entityAttrs } };
 
-struct NotifieeList {
-   std::vector< Ptr< NotifieeBase > > places;
-   std::vector< Ptr< NotifieeBase > > buried;
-   std::size_t walks = 0;
-   bool open = false;       ///< there are nulls to close up
-   bool orphaned = false;   ///< the entity has gone; the walk frees the list
+void NotifieeList::remove( NotifieeBase* reactor ) {
+   const auto at = std::find_if( places_.begin(), places_.end(), [ reactor ]( const auto& p ) { return p == reactor; } );
+   if( at == places_.end() ) return;
+   // The reactor may go with the list's reference.
+   if( walks_ ) {
+      bury( static_cast< std::size_t >( at - places_.begin() ) );
+   } else {
+      const Ptr< NotifieeBase > self = std::move( *at );
+      places_.erase( at );
+   }
+}
 
-   [[gnu::cold]] void bury( std::size_t i ) {
-      Ptr< NotifieeBase > reactor = std::move( places[ i ] );
-      places[ i ] = nullptr;
-      open = true;
-      if( reactor->notifier_ ) reactor->notifier_ = nullptr;
-      if( walks ) buried.push_back( std::move( reactor ) );
-   }
+void NotifieeList::bury( std::size_t i ) {
+   places_[ i ]->notifier_ = nullptr;
+   untidy_ = true;
+   buried_.push_back( std::move( places_[ i ] ) );
+}
 
-   /// The entity goes in the middle of a walk, which then finds nobody left.
-   [[gnu::cold]] void orphan() {
-      orphaned = true;
-      for( std::size_t i = 0; i < places.size(); ++i ) {
-         if( places[ i ] ) bury( i );
-      }
-   }
-
-   /// Calls `visit` for each live reactor; returns false when the list has gone with its entity.
-   template< class Visit >
-   bool walk( bool silencedToo, Visit visit );
-   /// Drops a reactor that nobody else refers to.
-   [[gnu::cold, gnu::noinline]] bool dropDead( std::size_t i ) {
-      if( places[ i ]->referenceCount() > 1 ) return false;
-      open = true;
-      places[ i ]->notifier_ = nullptr;
-      const Ptr< NotifieeBase > dead = std::move( places[ i ] );
-      return true;
-   }
-   [[gnu::cold]] void settle() {
-      if( open ) {
-         std::erase_if( places, []( const auto& p ) { return !p; } );
-         open = false;
-      }
-      // What is freed here may attach and detach again; it does so outside of any walk.
-      auto dead = std::move( buried );
-      buried.clear();
-   }
-};
-
-template< class Visit >
-bool NotifieeList::walk( bool silencedToo, Visit visit ) {
-   ++walks;
-   const std::size_t end = places.size();
-   for( std::size_t i = 0; i < end; ++i ) {
-      NotifieeBase* reactor = places[ i ].ptr();
-      if( !reactor ) [[unlikely]] continue;
-      if( !reactor->isHeldAndActive() ) [[unlikely]] {
-         if( dropDead( i ) || !silencedToo ) continue;
-      }
-      visit( *reactor );
-   }
-   if( --walks ) return !orphaned;
-   if( orphaned ) [[unlikely]] {
-      delete this;
-      return false;
-   }
-   if( open || !buried.empty() ) [[unlikely]] settle();
+bool NotifieeList::dropDead( std::size_t i ) {
+   if( places_[ i ]->referenceCount() > 1 ) return false;
+   untidy_ = true;
+   places_[ i ]->notifier_ = nullptr;
+   const Ptr< NotifieeBase > dead = std::move( places_[ i ] );
    return true;
+}
+
+void NotifieeList::orphan() {
+   orphaned_ = true;
+   for( std::size_t i = 0; i < places_.size(); ++i ) {
+      if( places_[ i ] ) bury( i );
+   }
+   if( !walks_ ) delete this;
+}
+
+void NotifieeList::settle() {
+   if( orphaned_ ) {
+      delete this;
+      return;
+   }
+   untidy_ = false;
+   std::erase_if( places_, []( const auto& p ) { return !p; } );
+   // What is freed here may attach and detach again; it does so outside of any walk.
+   auto dead = std::move( buried_ );
+   buried_.clear();
 }
 
 NotifieeBase::~NotifieeBase() {
@@ -101,22 +81,13 @@ void NotifieeBase::activate( const Entity* entity ) {
    if( watchedType_ && !entity->fwkType().derivesFrom( *watchedType_ ) ) throw FrameworkException( "Entity is the wrong type" );
    notifier_ = entity;
    if( !entity->notifiees_ ) entity->notifiees_ = new NotifieeList;
-   entity->notifiees_->places.emplace_back( this );
+   entity->notifiees_->add( this );
 }
 
 void NotifieeBase::deactivate() {
    if( !notifier_ ) return;
-   NotifieeList& list = *notifier_->notifiees_;
-   const auto at = std::find_if( list.places.begin(), list.places.end(), [ this ]( const auto& p ) { return p == this; } );
-   notifier_ = nullptr;
-   if( at == list.places.end() ) return;
-   // `this` may go with the list's reference; nothing of it is touched below.
-   if( list.walks ) {
-      list.bury( static_cast< std::size_t >( at - list.places.begin() ) );
-   } else {
-      const Ptr< NotifieeBase > self = std::move( *at );
-      list.places.erase( at );
-   }
+   // It may go with the list's reference; nothing of it is touched behind this.
+   std::exchange( notifier_, nullptr )->notifiees_->remove( this );
 }
 
 void NotifieeBase::dispatch( const Change& ) {}
@@ -138,33 +109,26 @@ void NotifieeBase::onException( U32 code, const Change& change, std::exception_p
    }
 }
 
-void Entity::notify( const Change& change, NotifieeBase::Callback callback ) const {
-   // A reactor is given its typed callback straight away if its class has it.
-   const U32 attr = callback ? change.attr : ~U32( 0 );
-   notifiees_->walk( false, [ &change, callback, attr ]( NotifieeBase& reactor ) {
+void NotifieeBase::callbackThrew( const Change& change ) noexcept {
+   try {
+      onException( callbackException, change, std::current_exception() );
+   } catch( ... ) {
+   }
+}
+
+void Entity::notify( const Change& change ) const {
+   notifiees_->walk( false, [ &change ]( NotifieeBase& reactor ) {
       try {
-         if( attr < reactor.knownAttrs_ ) ( reactor.*callback )();
-         else reactor.dispatch( change );
+         reactor.dispatch( change );
       } catch( ... ) {
-         try {
-            reactor.onException( NotifieeBase::callbackException, change, std::current_exception() );
-         } catch( ... ) {
-         }
+         reactor.callbackThrew( change );
       }
    } );
 }
 
 Entity::~Entity() {
    delete log_;
-   if( !notifiees_ ) return;
-   if( notifiees_->walks ) {
-      notifiees_->orphan();
-      return;
-   }
-   for( auto& reactor : notifiees_->places ) {
-      if( reactor ) reactor->notifier_ = nullptr;
-   }
-   delete notifiees_;
+   if( notifiees_ ) notifiees_->orphan();
 }
 
 void Entity::onZeroReferences() const noexcept {
@@ -177,7 +141,7 @@ void Entity::onZeroReferences() const noexcept {
 
 std::size_t Entity::notifieeCount() const {
    if( !notifiees_ ) return 0;
-   return static_cast< std::size_t >( std::count_if( notifiees_->places.begin(), notifiees_->places.end(), []( const auto& p ) { return p != nullptr; } ) );
+   return static_cast< std::size_t >( std::count_if( notifiees_->places_.begin(), notifiees_->places_.end(), []( const auto& p ) { return p != nullptr; } ) );
 }
 
 String8 Entity::fullName() const {
@@ -202,7 +166,9 @@ void Entity::zombieIs() {
       if( row.kind == AttrKind::child ) {
          if( auto* c = static_cast< Ptr< Entity >* >( member )->ptr() ) c->zombieIs();
       } else if( row.kind == AttrKind::childMap ) {
-         row.extra.collection->eachEntity( member, []( Entity& c ) { c.zombieIs(); } );
+         for( const Ptr< Entity >& c : row.extra.collection->entities( member ) ) {
+            if( c->parent() == this ) c->zombieIs();
+         }
       }
    }
    if( notifiees_ ) {
@@ -210,10 +176,7 @@ void Entity::zombieIs() {
          try {
             reactor.onZombie();
          } catch( ... ) {
-            try {
-               reactor.onException( NotifieeBase::callbackException, Change{ 0 }, std::current_exception() );
-            } catch( ... ) {
-            }
+            reactor.callbackThrew( Change{ 0 } );
          }
       } );
    }
@@ -222,6 +185,25 @@ void Entity::zombieIs() {
 
 void Entity::release( Entity* child ) {
    child->zombieIs();
+}
+
+ConstructorArguments::ConstructorArguments( const Type& type, std::span< const GenericIf* const > given ) {
+   references_.reserve( type.attrCount() );   // their addresses are handed out
+   for( U16 i = 0; i < type.attrCount(); ++i ) {
+      const Attr& row = type.attr( i );
+      if( !row.has( KelAttrIntrospectionFlags::constructorRole ) ) continue;
+      if( values.size() == given.size() ) {
+         throw RangeException( "no " + std::string( row.name ) + " given for a new " + std::string( type.qualifiedName() ) );
+      }
+      const GenericIf* argument = given[ values.size() ];
+      if( row.kind != AttrKind::ref ) {
+         values.push_back( Detail::checkedArgument( argument, *row.type ) );
+         continue;
+      }
+      references_.emplace_back( argument ? static_cast< Entity* >( const_cast< void* >( argument->checked( *row.type ) ) ) : nullptr );
+      values.push_back( &references_.back() );
+   }
+   if( values.size() != given.size() ) throw RangeException( "too many parameters given for a new " + std::string( type.qualifiedName() ) );
 }
 
 void Entity::nullRefused( U16 attr ) const {
@@ -259,7 +241,7 @@ void Entity::sameParameters( std::span< const void* const > parameters ) const {
    }
 }
 
-U32 Entity::kelNboAttrLogSaForMsgChannel() const { return log_ ? log_->takenRevision() : 0; }
+U64 Entity::kelNboAttrLogSaForMsgChannel() const { return log_ ? log_->takenRevision() : 0; }
 
 AttrLog* Entity::attrLogIs( bool on ) {
    if( on == ( log_ != nullptr ) ) return log_;
@@ -299,18 +281,13 @@ void Entity::attrIs( U16 attr, const void* value ) {
 Ptr< Entity > Entity::newChildAt( U16 attr, std::span< const GenericIf* const > parameters ) {
    const Attr& row = fwkType().attr( attr );
    const Type& type = kelChildType( attr );
+   if( !type.info().make ) throw InternalException( std::string( type.qualifiedName() ) + " can't be created by reflection" );
    if( parameters.empty() ) throw RangeException( "no key given for a new " + std::string( type.qualifiedName() ) );
-   const void* key = parameters[ 0 ]->checked( *row.keyType );
+   const void* key = Detail::checkedArgument( parameters[ 0 ], *row.keyType );
    const bool byName = type.info().takesName && row.keyType == &BuiltIn::name;
    const Name name( byName ? *static_cast< const Name* >( key ) : Name( keyName( *row.keyType, key ) ) );
-   std::vector< const void* > values;
-   for( U16 i = 0; i < type.attrCount(); ++i ) {
-      const Attr& parameter = type.attr( i );
-      if( !parameter.has( KelAttrIntrospectionFlags::constructorRole ) ) continue;
-      const std::size_t n = values.size() + byName;
-      if( n >= parameters.size() ) throw RangeException( "no " + std::string( parameter.name ) + " given for a new " + std::string( type.qualifiedName() ) );
-      values.push_back( parameters[ n ]->checked( *parameter.type ) );
-   }
+   ConstructorArguments arguments( type, parameters.subspan( byName ) );
+   std::vector< const void* >& values = arguments.values;
    void* map = reinterpret_cast< char* >( this ) + row.offset;
    if( const void* existing = row.extra.collection->find( map, key ) ) {
       const auto& child = *static_cast< const Ptr< Entity >* >( existing );

@@ -10,11 +10,11 @@
 #include <kel/Text.h>
 #include <kel/Type.h>
 #include <span>
+#include <vector>
 
 namespace [[gnu::visibility("default")]] Kel {
 
 class AttrLog;
-struct NotifieeList;
 
 /// The name of a child entity: the text of its key, without quotes.
 String8 keyName( const Type& type, const void* key );
@@ -62,7 +62,7 @@ class Entity : public PtrInterface {
    AttrLog* attrLogIs( bool on );
 
    /// The revision up to which the attribute log's changes have been taken for sending; 0 without a log.
-   U32 kelNboAttrLogSaForMsgChannel() const;
+   U64 kelNboAttrLogSaForMsgChannel() const;
    /// Whether it has an attribute log.
    bool kelHasAttrLogInterface() const { return log_ != nullptr; }
 
@@ -166,16 +166,19 @@ class Entity : public PtrInterface {
       return removed;
    }
 
+   /// The entry that the iterator stands at; it is on the removed place from then on. Does nothing at the end.
    template< class Map >
-   auto delAt( U16 attr, Map& map, typename Map::Iterator& at ) {
-      const typename Map::Key copy( at.key() );
+   auto delAt( U16 attr, Map& map, const typename Map::ConstIterator& at ) {
       typename Map::Value removed{};
+      if( !at ) return removed;
+      const typename Map::Key copy( at.key() );
       if( map.erase( copy, &removed ) ) deleted( attr, removed, &copy );
       return removed;
    }
 
    template< class Map >
    void delAll( U16 attr, Map& map ) {
+      const Ptr< Entity > self( held() );
       for( auto i = map.iterator(); i; ++i ) delAt( attr, map, i );
    }
 
@@ -227,7 +230,9 @@ class Entity : public PtrInterface {
    void changed( U16 attr, NotifieeBase::Callback callback = nullptr ) {
       ++changes_;
       if( log_ ) [[unlikely]] logAttr( attr );
-      if( notifiees_ ) notify( Change{ attr }, callback );
+      if( !notifiees_ ) return;
+      if( callback ) call( callback, attr );
+      else notify( Change{ attr } );
    }
    void changedKey( U16 attr, const void* key ) {
       ++changes_;
@@ -240,21 +245,39 @@ class Entity : public PtrInterface {
 
  private:
    friend class NotifieeBase;
-   friend struct NotifieeList;
    friend class AttrLog;
    template< class Map >
    friend struct CollectionOpsOf;
 
    template< class V >
+   static constexpr bool isEntityPtr = requires( const V& v ) { static_cast< const Entity* >( v.ptr() ); };
+
+   /// This entity, when somebody holds it: a callback may drop the last reference while there is work left to do.
+   Entity* held() { return referenceCount() ? this : nullptr; }
+
+   template< class V >
    void deleted( U16 attr, V& removed, const void* key ) {
-      if constexpr( requires { static_cast< const Entity* >( removed.ptr() ); } ) {
+      const Ptr< Entity > self( notifiees_ || isEntityPtr< V > ? held() : nullptr );
+      if constexpr( isEntityPtr< V > ) {
          if( removed && removed->parent() == this ) release( const_cast< std::remove_const_t< typename V::element_type >* >( removed.ptr() ) );
       }
       changedKey( attr, key );
    }
    void release( Entity* child );
    void sameParameters( std::span< const void* const > parameters ) const;
-   void notify( const Change& change, NotifieeBase::Callback callback = nullptr ) const;
+   void notify( const Change& change ) const;
+   /// Gives each reactor its typed callback; one of a class that does not know the attribute has none. Each library has its own copy of this,
+   /// beside the setters: a call across libraries costs as much as all the rest.
+   [[gnu::visibility("hidden"), gnu::noinline]] void call( NotifieeBase::Callback callback, U16 attr ) const {
+      notifiees_->walk( false, [ callback, attr ]( NotifieeBase& reactor ) {
+         try {
+            if( attr < reactor.knownAttrs_ ) ( reactor.*callback )();
+            else reactor.dispatch( Change{ attr } );
+         } catch( ... ) {
+            reactor.callbackThrew( Change{ attr } );
+         }
+      } );
+   }
    void logAttr( U16 attr ) const;
    void logKey( U16 attr, const void* key ) const;
 
@@ -264,6 +287,17 @@ class Entity : public PtrInterface {
    AttrLog* log_ = nullptr;
    U32 changes_ = 0;
    bool zombie_ = false;
+};
+
+/// The constructor parameters of an entity type, checked against its rows, as its `TypeInfo::make` takes them (but for the name).
+class ConstructorArguments {
+ public:
+   /// Throws `RangeException` for one that is missing, too many or of another type. A reference may be null.
+   ConstructorArguments( const Type& type, std::span< const GenericIf* const > given );
+   std::vector< const void* > values;
+
+ private:
+   std::vector< Ptr< Entity > > references_;
 };
 
 /// A collection, for code that has only its attribute row. `map` is the member's address.
@@ -279,7 +313,7 @@ struct CollectionOps {
    bool ( *erase )( Entity& owner, U16 attr, void* map, const void* key );
    /// Takes a new child in under its key; null for other collections, as are the next two.
    void ( *adopt )( Entity& owner, U16 attr, void* map, const void* key, const Ptr< Entity >& child );
-   void ( *eachEntity )( const void* map, void ( *visit )( Entity& ) );
+   std::vector< Ptr< Entity > > ( *entities )( const void* map );
    /// The entity with a name, or null.
    Ptr< Entity > ( *named )( const void* map, const Name& name );
    /// Appends to a queue and removes its head into `*value`; null for other collections.
@@ -327,12 +361,14 @@ struct CollectionOpsOf {
          owner.changedKey( attr, key );
       }
    }
-   static void eachEntity( const void* map, void ( *visit )( Entity& ) ) {
+   static std::vector< Ptr< Entity > > entities( const void* map ) {
+      std::vector< Ptr< Entity > > all;
       if constexpr( ofEntities ) {
          for( auto i = constMap( map ).iterator(); i; ++i ) {
-            if( const Element* e = i.ptr(); e && *e ) visit( const_cast< Entity& >( static_cast< const Entity& >( **e ) ) );
+            if( const Element* e = i.ptr(); e && *e ) all.emplace_back( const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) ) );
          }
       }
+      return all;
    }
    static Ptr< Entity > named( const void* map, const Name& name ) {
       if constexpr( ofEntities ) {
@@ -343,7 +379,7 @@ struct CollectionOpsOf {
       return nullptr;
    }
    static constexpr CollectionOps make() {
-      return { &size, &find, &next, &set, &erase, ofEntities ? &adopt : nullptr, ofEntities ? &eachEntity : nullptr,
+      return { &size, &find, &next, &set, &erase, ofEntities ? &adopt : nullptr, ofEntities ? &entities : nullptr,
                ofEntities ? &named : nullptr, isQueue ? &enq : nullptr, isQueue ? &deq : nullptr };
    }
 };

@@ -33,9 +33,9 @@ struct Listener : Tree::NotifieeConst {
    void onNumber() override { say( "number" ); }
    void onHushed() { say( "hushed" ); }
    void onPairs() override { say( "pairs" ); }
-   void onPairs( const Vid& key ) override { say( "pairs " + std::to_string( key.value() ) ); }
+   void onPairs( Vid key ) override { say( "pairs " + std::to_string( key.value() ) ); }
    void onPairskelImmediate() override { say( "immediate" ); }
-   void onKeyed( const Vid& key ) override { say( "keyed " + std::to_string( key.value() ) ); }
+   void onKeyed( Vid key ) override { say( "keyed " + std::to_string( key.value() ) ); }
    void onRecent( Kel::U32 index ) override { say( "recent " + std::to_string( index ) ); }
    void onZombie() override { say( "zombie" ); }
    void onException( Kel::U32 code, const Kel::Change& change, std::exception_ptr e ) override {
@@ -95,6 +95,24 @@ TEST_F( EntityTest, CollectionsAnnounceKeysInAllForms ) {
    tree->pairsDelAll();
    EXPECT_EQ( take().size(), 6u );
    EXPECT_FALSE( tree->pairsIter() );
+}
+
+TEST_F( EntityTest, DeletionByIteratorTakesAnyAndNothingAtTheEnd ) {
+   tree->pairsIs( 3, Pair( 1, 2 ) );
+   EXPECT_EQ( tree->pairsDel( tree->pairsIterConst() ), Pair( 1, 2 ) );
+   EXPECT_EQ( tree->pairsDel( tree->pairsIter() ), Pair() );
+}
+
+// The last reference to the owner goes while a removal is being announced.
+TEST_F( EntityTest, OwnerMayGoWhileItsCollectionIsEmptied ) {
+   auto a = listen( "a" );
+   for( Kel::U16 v = 1; v < 9; ++v ) tree->pairsIs( v, Pair() );
+   take();
+   Tree* raw = tree.ptr();
+   a->then = [ & ] { tree = nullptr; };
+   raw->pairsDelAll();
+   EXPECT_EQ( log.size(), 8 * 2 + 1u );
+   EXPECT_EQ( log.back(), "a zombie" );
 }
 
 TEST_F( EntityTest, QueuesAppendAtTheTailAndGiveTheHead ) {
@@ -182,6 +200,10 @@ TEST_F( EntityTest, ChildrenAreNamedByTheirKeyAndKeptByTheirParameters ) {
    EXPECT_EQ( keyed->name(), "12" );
    EXPECT_EQ( keyed->parent(), tree.ptr() );
    EXPECT_EQ( Kel::entityAtPath( tree, "/12" ), keyed );
+   const auto slashed = tree->leafIs( "Ethernet3/2", 1, 2 );
+   EXPECT_EQ( Kel::entityAtPath( tree, "Ethernet3/2" ), slashed );
+   EXPECT_EQ( Kel::entityAtFullName( *keyed, slashed->fullName() ), slashed );
+   EXPECT_FALSE( Kel::entityAtPath( tree, "Ethernet3" ) );
    EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { Kel::entityAtPath< Leaf >( tree, "12" ); } ), "Entity is the wrong type" );
    const auto a = listen( "a" );
    EXPECT_EQ( tree->keyedDel( 12 ), keyed );
@@ -255,6 +277,15 @@ TEST( DirTest, ReplacedEntryGoesThenComes ) {
    EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { dir->entryIs( "b", nullptr ); } ),
               "null _entry parameter to mutator for Kel::Dir::entry not allowed" );
    EXPECT_EQ( dir->entry< Tree >( "a" )->fullName(), "dir/a" );
+   const auto inner = Kel::dirFactory( "inner" );
+   dir->entryIs( inner );
+   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { inner->entryIs( dir ); } ), "directory dir/inner stands in dir and can't hold it" );
+   // A directory is no owner: what others hold too outlives it.
+   const auto tree = dir->entry< Tree >( "a" );
+   inner->entryIs( tree );
+   dir->entryDel( inner->name() );
+   EXPECT_FALSE( tree->isZombie() );
+   EXPECT_EQ( tree->parent(), dir.ptr() );
 }
 
 }

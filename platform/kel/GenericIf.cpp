@@ -45,7 +45,8 @@ const void* GenericIf::checked( const Type& wanted ) const {
 
 void* GenericIf::voidPtrIs( const Type& wanted ) const {
    if( &type_ == &wanted ) return object_;
-   if( type_.isValue() ) return nullptr;
+   // A time is a double under another name.
+   if( type_.isValue() ) return type_.code() == TypeCode::f64 && wanted.code() == TypeCode::f64 ? object_ : nullptr;
    // An adapter may know only a base of what it wraps.
    const Type& actual = type_.isEntity() ? entity().fwkType() : static_cast< Machine* >( object_ )->fwkType();
    return actual.derivesFrom( wanted ) ? object_ : nullptr;
@@ -87,7 +88,7 @@ void GenericIf::genericIfListConstructor( std::span< const GenericIf* const > li
       const Attr& row = type_.attr( i );
       if( row.kind != AttrKind::scalar ) continue;
       if( given == list.end() ) throw RangeException( std::string( type_.qualifiedName() ) + ": no value given for " + row.name );
-      made.setAttribute( i, row, ( *given++ )->checked( *row.type ) );
+      made.setAttribute( i, row, Detail::checkedArgument( *given++, *row.type ) );
    }
    if( given != list.end() ) throw RangeException( std::string( type_.qualifiedName() ) + ": more values given than it has attributes" );
    type_.info().values->assign( mutableObject(), made.object() );
@@ -199,7 +200,8 @@ void GenericIf::entityOp( const AttributeOp& op, const Attr& row, const GenericI
       if( row.kind != AttrKind::child ) unsuitable( type_, row );
       if( op.arguments.size() != 1 ) throw RangeException( std::string( type_.qualifiedName() ) + "::" + row.name + " is created by a name" );
       auto& owner = *static_cast< Entity* >( mutableObject() );
-      return giveEntity( result, owner.newOptionalAt( op.attribute, op.arguments[ 0 ]->as< Name >() ), false );
+      const auto& name = *static_cast< const Name* >( Detail::checkedArgument( op.arguments[ 0 ], BuiltIn::name ) );
+      return giveEntity( result, owner.newOptionalAt( op.attribute, name ), false );
    }
    case AttributeOp::Kind::del:
       if( row.kind != AttrKind::child ) unsuitable( type_, row );

@@ -75,7 +75,9 @@ class GenericIf : public PtrInterface {
    template< class T >
    void attributeIs( U16 attribute, const T& value ) {
       const Attr& row = type_.attr( attribute );
-      if( row.type != &typeOf< T >() ) [[unlikely]] wrongType( typeOf< T >(), *row.type );
+      if( row.type != &typeOf< T >() && !( std::is_same_v< T, double > && row.code == TypeCode::f64 ) ) [[unlikely]] {
+         wrongType( typeOf< T >(), *row.type );
+      }
       setAttribute( attribute, row, &value );
    }
 

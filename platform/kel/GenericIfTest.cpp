@@ -74,7 +74,7 @@ TEST_F( GenericIfTest, EntityAttributesChangeThroughTheirMutators ) {
       using NotifieeConst::NotifieeConst;
       using NotifieeConst::onPairs;
       void onNumber() override { ++numbers; }
-      void onPairs( const Vid& key ) override { pair = key; }
+      void onPairs( Vid key ) override { pair = key; }
       int numbers = 0;
       Vid pair;
    };
@@ -82,6 +82,8 @@ TEST_F( GenericIfTest, EntityAttributesChangeThroughTheirMutators ) {
    perform( adapter, "number", Kind::set, Ptr( new Arg( Kel::U32( 8 ) ) ).ptr() );
    perform( adapter, "number", Kind::set, Ptr( new Arg( Kel::U32( 8 ) ) ).ptr() );
    EXPECT_EQ( watch->numbers, 1 );
+   perform( adapter, "real", Kind::set, Ptr( new Arg( 1.5 ) ).ptr() );   // a time is a double
+   EXPECT_EQ( tree->real(), 1.5 );
    const Arg value( Kel::U32( 9 ) );
    EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( constAdapter, "number", Kind::set, &value ); } ), "attempting to modify a const instance" );
    const Arg large( Kel::U16( 101 ) );
@@ -118,6 +120,13 @@ TEST_F( GenericIfTest, ChildrenAndReferencesAreMadeAndFound ) {
    const Arg two( Kel::U32( 2 ) );
    parameters[ 1 ] = &two;
    EXPECT_NE( thrown< Kel::NameInUseException >( [ & ] { perform( adapter, "leaf", Kind::create, nullptr, nullptr, parameters ); } ), "nothing" );
+   const Kel::GenericIf* buddies[] = { &name, oak.ptr() };
+   perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies );
+   EXPECT_EQ( tree->peer( "oak" )->buddy(), tree->leaf( "oak" ) );
+   buddies[ 1 ] = nullptr;
+   EXPECT_NE( thrown< Kel::NameInUseException >( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ), "nothing" );
+   buddies[ 0 ] = nullptr;
+   EXPECT_NE( thrown< Kel::RangeException >( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ), "nothing" );
    const Arg vid( Vid( 12 ) );
    const Kel::GenericIf* key[] = { &vid };
    EXPECT_EQ( perform( adapter, "keyed", Kind::create, nullptr, nullptr, key )->strRep(), "tree/12" );

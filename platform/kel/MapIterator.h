@@ -70,6 +70,9 @@ class MapIterator {
       return *element;
    }
 
+   Element& operator*() const { return value(); }
+   Element* operator->() const { return &value(); }
+
    /// Goes back to the map's first element.
    void reset() {
       if( map_ ) moveTo( map_->cursorFirst() );

@@ -3,6 +3,7 @@
 #include <exception>
 #include <kel/Ptr.h>
 #include <kel/Type.h>
+#include <vector>
 
 namespace [[gnu::visibility("default")]] Kel {
 
@@ -65,7 +66,10 @@ class NotifieeBase : public PtrInterface {
 
  private:
    friend class Entity;
-   friend struct NotifieeList;
+   friend class NotifieeList;
+
+   /// Hands an exception out of a callback, which is being handled, to `onException`.
+   void callbackThrew( const Change& change ) noexcept;
 
    /// A flag beside the reference count, so that a walk asks for both at once.
    static constexpr unsigned silenced = 0;
@@ -76,6 +80,45 @@ class NotifieeBase : public PtrInterface {
    const Type* watchedType_ = nullptr;
    U16 knownAttrs_ = 0;   ///< attributes below this index have their callbacks in this class or a base; a reactor to a base type knows fewer
    U32 exceptions_ = 0;
+};
+
+/// The reactors of one entity, in order of attachment. How a walk over them goes stands in Entity.cpp.
+class NotifieeList {
+ public:
+   /// Calls `visit` for each live reactor; only for those that deliver unless `silencedToo`.
+   template< class Visit >
+   void walk( bool silencedToo, Visit visit ) {
+      ++walks_;
+      const std::size_t end = places_.size();
+      for( std::size_t i = 0; i < end; ++i ) {
+         NotifieeBase* reactor = places_[ i ].ptr();
+         if( !reactor ) [[unlikely]] continue;
+         if( !reactor->isHeldAndActive() ) [[unlikely]] {
+            if( dropDead( i ) || !silencedToo ) continue;
+         }
+         visit( *reactor );
+      }
+      if( --walks_ == 0 && untidy_ ) [[unlikely]] settle();
+   }
+
+ private:
+   friend class Entity;
+   friend class NotifieeBase;
+
+   void add( NotifieeBase* reactor ) { places_.emplace_back( reactor ); }
+   void remove( NotifieeBase* reactor );
+   /// The entity goes; so does the list, but not in the middle of a walk, which then finds nobody left.
+   void orphan();
+   /// Drops the reactor in a place if nobody else refers to it.
+   bool dropDead( std::size_t i );
+   void bury( std::size_t i );
+   void settle();
+
+   std::vector< Ptr< NotifieeBase > > places_;
+   std::vector< Ptr< NotifieeBase > > buried_;
+   std::size_t walks_ = 0;
+   bool untidy_ = false;     ///< there is something to do when the outermost walk has ended
+   bool orphaned_ = false;   ///< the entity has gone
 };
 
 }

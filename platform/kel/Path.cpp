@@ -2,13 +2,27 @@
 
 namespace Kel {
 
+namespace {
+
+// A name may hold slashes itself ("Ethernet3/2"), so where a short name is not there, longer ones are tried.
+Ptr< Entity > step( const Ptr< Entity >& from, std::string_view& path ) {
+   for( std::size_t slash = path.find( '/' );; slash = path.find( '/', slash + 1 ) ) {
+      const std::string_view name = path.substr( 0, slash );
+      if( const Ptr< Entity > found = from->child( Name( name ) ) ) {
+         path = slash == std::string_view::npos ? std::string_view() : path.substr( slash + 1 );
+         return found;
+      }
+      if( slash == std::string_view::npos ) return nullptr;
+   }
+}
+
+}
+
 Ptr< Entity > entityAtPath( const Ptr< Entity >& from, std::string_view path ) {
    Ptr< Entity > at = from;
    while( at && !path.empty() ) {
-      const std::size_t slash = path.find( '/' );
-      const std::string_view name = path.substr( 0, slash );
-      path = slash == std::string_view::npos ? std::string_view() : path.substr( slash + 1 );
-      if( !name.empty() ) at = at->child( Name( name ) );
+      if( path.front() == '/' ) path.remove_prefix( 1 );
+      else at = step( at, path );
    }
    return at;
 }

@@ -1,5 +1,6 @@
 #include <kel/Plan.h>
 
+#include <algorithm>
 #include <kel/Exception.h>
 #include <list>
 #include <mutex>
@@ -17,6 +18,12 @@ namespace {
 
 constexpr std::size_t numberText = 32;   // the longest is a double's, 24 characters
 
+std::pair< U64, U64 > unsignedBounds( TypeCode code, const Bounds& declared ) {
+   const U64 widest = code == TypeCode::u8 ? 0xff : code == TypeCode::u16 ? 0xffff : code == TypeCode::u32 ? 0xffffffff : ~U64( 0 );
+   if( !declared.text ) return { 0, widest };
+   return { declared.min > 0 ? static_cast< U64 >( declared.min ) : 0, std::min( declared.max, widest ) };
+}
+
 }
 
 Plan::Plan( const Type& type ) {
@@ -32,7 +39,7 @@ Plan::Plan( const Type& type ) {
    end = { at, texts_.size() - block - cut_ };
 }
 
-void Plan::add( TypeCode code, const Type& type, U32 offset, const Type& bounds ) {
+void Plan::add( TypeCode code, const Type& type, U32 offset, const Type& scalar ) {
    if( code == TypeCode::scalar ) {
       const Attr& row = type.ownAttrs().front();
       return add( row.code, *row.type, offset + row.offset, type );
@@ -40,7 +47,8 @@ void Plan::add( TypeCode code, const Type& type, U32 offset, const Type& bounds 
    if( code >= TypeCode::entity ) noValue( type );
    if( code != TypeCode::composite ) {
       room += code == TypeCode::external ? type.info().external->maxText + 2 : numberText;
-      steps.push_back( { std::string_view( texts_ ).substr( cut_ ), &bounds, &type, offset, code } );
+      const auto [ low, high ] = unsignedBounds( code, scalar.info().bounds );
+      steps.push_back( { std::string_view( texts_ ).substr( cut_ ), &scalar, &type, offset, code, low, high - low } );
       cut_ = texts_.size();
       return;
    }

@@ -18,6 +18,8 @@ struct Plan {
       const Type* printed;    ///< of the attribute
       U32 offset;
       TypeCode code;          ///< of `printed`
+      U64 low;                ///< an unsigned number is refused when `number - low` is above `span`
+      U64 span;
    };
 
    /// Throws `InternalException` for a type that is no value or has an attribute that is none.
@@ -33,7 +35,7 @@ struct Plan {
    static constexpr std::size_t block = 16;
 
  private:
-   void add( TypeCode code, const Type& type, U32 offset, const Type& bounds );
+   void add( TypeCode code, const Type& type, U32 offset, const Type& scalar );
 
    std::string texts_;
    std::size_t cut_ = 0;   ///< the text before this place belongs to a step

@@ -81,18 +81,12 @@ Ptr< Entity > TypeRegistry::newEntity( std::string_view qualifiedName, std::span
    const Type* found = type( qualifiedName );
    if( !found ) throw RangeException( "no type has the name " + std::string( qualifiedName ) );
    if( !found->isEntity() || !found->info().make ) throw RangeException( std::string( qualifiedName ) + " can't be created by name" );
-   std::vector< const void* > values;
-   const auto take = [ & ]( const Type& wanted, const char* what ) {
-      if( values.size() == parameters.size() ) throw RangeException( "no " + std::string( what ) + " given for a new " + std::string( qualifiedName ) );
-      values.push_back( parameters[ values.size() ]->checked( wanted ) );
-   };
-   if( found->info().takesName ) take( BuiltIn::name, "name" );
-   for( U16 i = 0; i < found->attrCount(); ++i ) {
-      const Attr& row = found->attr( i );
-      if( row.has( KelAttrIntrospectionFlags::constructorRole ) ) take( *row.type, row.name );
-   }
-   if( values.size() != parameters.size() ) throw RangeException( "too many parameters given for a new " + std::string( qualifiedName ) );
-   return found->info().make( values.data() );
+   const bool named = found->info().takesName;
+   if( named && parameters.empty() ) throw RangeException( "no name given for a new " + std::string( qualifiedName ) );
+   const void* name = named ? Detail::checkedArgument( parameters[ 0 ], BuiltIn::name ) : nullptr;
+   ConstructorArguments arguments( *found, parameters.subspan( named ) );
+   if( named ) arguments.values.insert( arguments.values.begin(), name );
+   return found->info().make( arguments.values.data() );
 }
 
 Ptr< Entity > TypeRegistry::newEntity( std::string_view qualifiedName, const Name& name ) const {

@@ -2,6 +2,7 @@
 
 #include <compare>
 #include <cstring>
+#include <kel/Exception.h>
 #include <kel/Hash.h>
 #include <kel/RefCount.h>
 #include <new>
@@ -60,6 +61,7 @@ class String8 {
 
    static Rep* make( std::string_view text ) {
       if( text.empty() ) return nullptr;
+      if( text.size() > 0xffffffffu ) throw RangeException( "String8::bytes > 4294967295 not allowed" );
       auto* rep = ::new( ::operator new( sizeof( Rep ) + text.size() + 1 ) ) Rep;
       rep->size = static_cast< U32 >( text.size() );
       rep->references.increment();

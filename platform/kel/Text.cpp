@@ -176,6 +176,7 @@ class Parser {
    bool canonical( const Type& type, void* into );
    void composite( const Type& type, void* into );
    void attribute( const Type& type, void* into );
+   bool plainNumber( U64& v );
    U64 digits( const Type& type, bool& negative, bool& tooWide );
    U64 unsignedNumber( const Type& type, U64 max, const Bounds* bounds );
    S64 signedNumber( const Type& type, S64 min, S64 max, const Bounds* bounds );
@@ -263,8 +264,6 @@ U64 Parser::digits( const Type& type, bool& negative, bool& tooWide ) {
    if( *i < '0' || *i > '9' ) expected( type, "a number" );
    const auto digit = [ & ] { return static_cast< unsigned >( *i - '0' ); };
    U64 v = 0;
-   // 19 digits always fit.
-   for( const TextIter end = i + std::min< std::ptrdiff_t >( to_ - i, 19 ); i != end && digit() <= 9; ++i ) v = v * 10 + digit();
    tooWide = false;
    for( ; i != to_ && digit() <= 9; ++i ) {
       tooWide = __builtin_mul_overflow( v, U64( 10 ), &v ) | __builtin_add_overflow( v, U64( digit() ), &v ) | tooWide;
@@ -434,13 +433,43 @@ void Parser::attribute( const Type& type, void* into ) {
 // Goes behind `text` if it stands here. A few words are compared faster than by a call.
 bool Parser::sameText( std::string_view text ) {
    if( static_cast< std::size_t >( to_ - at_ ) < text.size() ) return false;
-   std::size_t i = 0;
+   constexpr std::size_t word = sizeof( U64 );
+   const auto differ = [ & ]( std::size_t i ) { return get< U64 >( at_ + i ) ^ get< U64 >( text.data() + i ); };
    U64 differences = 0;
-   for( ; i + sizeof( U64 ) <= text.size(); i += sizeof( U64 ) ) differences |= get< U64 >( at_ + i ) ^ get< U64 >( text.data() + i );
-   for( ; i < text.size(); ++i ) differences |= static_cast< U64 >( at_[ i ] ^ text[ i ] );
+   if( text.size() >= word ) {
+      for( std::size_t i = 0; i + word < text.size(); i += word ) differences |= differ( i );
+      differences |= differ( text.size() - word );
+   } else {
+      for( std::size_t i = 0; i < text.size(); ++i ) differences |= static_cast< U64 >( at_[ i ] ^ text[ i ] );
+   }
    if( differences ) return false;
    at_ += text.size();
    return true;
+}
+
+// Digits that surely fit: no more than 19 of them.
+inline bool Parser::plainNumber( U64& v ) {
+   const TextIter start = at_;
+   const TextIter end = start + std::min< std::ptrdiff_t >( to_ - start, 19 );
+   TextIter i = start;
+   v = 0;
+   for( ; i != end; ++i ) {
+      const auto digit = static_cast< unsigned >( *i - '0' );
+      if( digit > 9 ) break;
+      v = v * 10 + digit;
+   }
+   at_ = i;
+   return i != start;
+}
+
+void storeUnsigned( TypeCode code, U64 v, void* into ) {
+   const auto store = [ into ]( auto number ) { std::memcpy( into, &number, sizeof number ); };
+   switch( code ) {
+   case TypeCode::u8: return store( static_cast< U8 >( v ) );
+   case TypeCode::u16: return store( static_cast< U16 >( v ) );
+   case TypeCode::u32: return store( static_cast< U32 >( v ) );
+   default: return store( v );
+   }
 }
 
 // Reads what `print` writes. False for everything else, faults among it; the grammar tells them, and reads again what was right.
@@ -450,10 +479,14 @@ bool Parser::canonical( const Type& type, void* into ) {
    try {
       for( const Plan::Step& step : plan.steps ) {
          if( !sameText( step.before ) ) return at_ = start, false;
-         // The one attribute of a scalar type is all there is of it.
          void* at = static_cast< char* >( into ) + step.offset;
-         if( step.code == TypeCode::u16 ) number( step.code, *step.type, at, &step.type->info().bounds );
-         else value( step.type->code(), *step.type, at );
+         if( U64 v; step.code <= TypeCode::u64 && step.code != TypeCode::boolean ) {
+            if( !plainNumber( v ) || v - step.low > step.span ) return at_ = start, false;
+            storeUnsigned( step.code, v, at );
+         } else {
+            // The one attribute of a scalar type is all there is of it.
+            value( step.type->code(), *step.type, at );
+         }
       }
       if( sameText( plan.end ) ) return true;
    } catch( const RangeException& ) {

@@ -129,7 +129,7 @@ class TableAttr final : public TableControl {
       return removed;
    }
    /// Erases the record under the iterator, which then stands on the erased place.
-   Record del( Iterator& at ) { return at ? del( at.key() ) : Record(); }
+   Record del( const Iterator& at ) { return at ? del( at.key() ) : Record(); }
    /// Erases every record, each as `del` does. Readers are woken once.
    void delAll() {
       const WriterBatch batch( writing() );

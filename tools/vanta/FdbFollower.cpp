@@ -80,7 +80,7 @@ void FdbFollower::onFdbStatus() {
    for( auto fdb = notifier()->fdbStatusIterConst(); fdb; ++fdb ) onFdbStatus( fdb.key() );
 }
 
-void FdbFollower::onFdbStatus( const Bridging::Fid& fid ) {
+void FdbFollower::onFdbStatus( Bridging::Fid fid ) {
    const auto fdb = notifier()->fdbStatus( fid );
    const auto known = fdbs_.find( fid );
    if( known != fdbs_.end() && ( !fdb || known->second->notifier() != fdb ) ) {

@@ -27,7 +27,7 @@ class FdbFollower : public Bridging::Status::NotifieeConst {
 
    using NotifieeConst::onFdbStatus;
    void onFdbStatus() override;
-   void onFdbStatus( const Bridging::Fid& fid ) override;
+   void onFdbStatus( Bridging::Fid fid ) override;
 
  private:
    class OneFdb;
