@@ -15,7 +15,7 @@ constexpr Kel::U16 wholePort = 4095;
 
 bool PseudowireIntfId::isPseudowireIntfId( const IntfId& intfId ) { return typeId( intfId ) == IntfTypeId::pseudowire; }
 
-IntfId PseudowireIntfId::intfIdFromIntfIdVlan( const IntfId& parent, const Bridging::VlanIdOrAny& vlan ) {
+IntfId PseudowireIntfId::intfIdFromIntfIdVlan( const IntfId& parent, Bridging::VlanIdOrAny vlan ) {
    const Kel::U32 high = Kel::U32( vlan.value() ) << vlanShift | typeId( parent );
    return { typeIdIs( parent, IntfTypeId::pseudowire ).low(), high };
 }

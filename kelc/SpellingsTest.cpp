@@ -76,15 +76,15 @@ bool Vlan::good() const { return vid().value() < 1000; }
 void Fdb::flush( Colour colour ) { called( "flush " + shown( colour ) ); }
 void Fdb::flush() { called( "flush" ); }
 Host Fdb::find( const HostKey& key ) const { return host( key ); }
-Kel::Ptr< Vlan > Root::doCreate( const Vid& vid ) { return vlanIs( vid, false, Pair() ); }
-Kel::Ptr< Vlan > BigRoot::doCreate( const Vid& vid ) { return vlanIs( vid, true, Pair() ); }
+Kel::Ptr< Vlan > Root::doCreate( Vid vid ) { return vlanIs( vid, false, Pair() ); }
+Kel::Ptr< Vlan > BigRoot::doCreate( Vid vid ) { return vlanIs( vid, true, Pair() ); }
 void VlanIntfConfigDir::doGetIntf( Kel::U32 intfId, Outside::IntfConfig** const& config ) { *config = intfConfig( intfId ).ptr(); }
 void Writer::handleInitialized() { called( "init" ); }
 void Writer::handleAging() { called( "aging" ); }
 void Writer::handleVlans() { called( "vlans" ); }
 void Writer::handleStandby() { called( "standby" ); }
 void Writer::handleCount( const Kel::String8& key ) { called( "count:" + key.str() ); }
-void Writer::RootReactor::handleVlan( const Vid& vid ) { called( "vlan:" + shown( vid ) ); }
+void Writer::RootReactor::handleVlan( Vid vid ) { called( "vlan:" + shown( vid ) ); }
 void Writer::KelFdb::handleHosts() { called( "hosts:" + std::to_string( fdb()->fid() ) ); }
 void Writer::KelFdb::handleHost( const HostKey& key ) { called( "host:" + std::to_string( key.fid() ) ); }
 void Writer::KelFdb::cleanHosts() { called( "clean:" + std::to_string( fdb()->fid() ) ); }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <kel/Trace.h>
 #include <kel/Plan.h>
 
 // One printer and one parser over the rows. Both recurse only from a value type into the types of its attributes, which are fixed when
@@ -149,6 +150,19 @@ void printAs( TypeCode code, const Type& type, const void* at, TextOut& out ) {
    throw InternalException( std::string( type.qualifiedName() ) + " is no value and has no text form" );
 }
 
+/// A fault of the text's own form, which is told as it is wherever it stands; one of a value is told with its attribute's name.
+class SyntaxFault : public RangeException {
+ public:
+   using RangeException::RangeException;
+};
+
+/// What others wrote, fit to stand in a message.
+std::string printable( std::string_view text ) {
+   std::string out;
+   appendPrintable( out, text );
+   return out;
+}
+
 /// Text that is being parsed: where it began, for the columns in messages, and what is left of it.
 class Parser {
  public:
@@ -162,10 +176,10 @@ class Parser {
       while( at_ != to_ && ( *at_ == ' ' || ( *at_ >= '\t' && *at_ <= '\r' ) ) ) ++at_;
    }
    [[noreturn]] void premature( const Type& type ) const {
-      throw RangeException( "premature end of value type " + std::string( type.shortName() ) );
+      throw SyntaxFault( "premature end of value type " + std::string( type.shortName() ) );
    }
    [[noreturn]] void expected( const Type& type, std::string_view what ) const {
-      throw RangeException( "expected " + std::string( what ) + " at column " + std::to_string( at_ - begin_ ) + " deserializing " +
+      throw SyntaxFault( "expected " + std::string( what ) + " at column " + std::to_string( at_ - begin_ ) + " deserializing " +
                             std::string( type.qualifiedName() ) );
    }
    /// The next token must begin with `token`.
@@ -248,7 +262,7 @@ std::string Parser::unescaped( const Type& type, std::string_view text ) const {
       static constexpr std::string_view escapes = "\\'\"nrtabfv0", bytes( "\\'\"\n\r\t\a\b\f\v\0", 11 );
       const std::size_t known = escapes.find( c );
       if( known == std::string_view::npos ) {
-         throw RangeException( "unknown escape \\" + std::string( 1, c ) + " deserializing " + std::string( type.qualifiedName() ) );
+         throw RangeException( "unknown escape \\" + printable( { &c, 1 } ) + " deserializing " + std::string( type.qualifiedName() ) );
       }
       out += bytes[ known ];
    }
@@ -343,7 +357,7 @@ U32 Parser::enumeration( const Type& type ) {
       if( error == std::errc() && end == inner.data() + inner.size() ) return static_cast< U32 >( number );
    }
    at_ = start;
-   throw RangeException( std::string( type.shortName() ) + " has no such value: " + std::string( text ) );
+   throw RangeException( std::string( type.shortName() ) + " has no such value: " + printable( text ) );
 }
 
 void Parser::number( TypeCode code, const Type& type, void* into, const Bounds* bounds ) {
@@ -400,7 +414,7 @@ void Parser::value( TypeCode code, const Type& type, void* into ) {
       TextIter i = text.data();
       if( type.info().external->parse( into, i, text.data() + text.size() ) && i == text.data() + text.size() ) return;
       at_ = start;
-      throw RangeException( '\'' + std::string( text ) + "' is no " + std::string( type.qualifiedName() ) );
+      throw RangeException( '\'' + printable( text ) + "' is no " + std::string( type.qualifiedName() ) );
    }
    case TypeCode::entity:
    case TypeCode::machine: throw InternalException( std::string( type.qualifiedName() ) + " is no value and has no text form" );
@@ -413,7 +427,7 @@ void Parser::attribute( const Type& type, void* into ) {
    quoted( type, name );
    const S32 index = type.attributeId( name );
    if( index < 0 || type.ownAttrs()[ index ].kind != AttrKind::scalar ) {
-      throw RangeException( std::string( type.shortName() ) + " has no such attribute: " + std::string( name ) );
+      throw SyntaxFault( std::string( type.shortName() ) + " has no such attribute: " + printable( name ) );
    }
    const Attr& row = type.ownAttrs()[ index ];
    token( type, ":" );
@@ -422,10 +436,9 @@ void Parser::attribute( const Type& type, void* into ) {
       inner.at_ = at_;
       inner.value( row.code, *row.type, static_cast< char* >( into ) + row.offset );
       at_ = inner.at_;
+   } catch( const SyntaxFault& ) {
+      throw;
    } catch( const RangeException& e ) {
-      const std::string_view text = e.what();
-      if( text.starts_with( "premature end of value type " ) || text.starts_with( "expected " ) ||
-          text.find( " has no such attribute: " ) != std::string_view::npos ) throw;
       throw RangeException( std::string( type.shortName() ) + "::" + row.name + ": " + e.what() );
    }
 }
@@ -559,7 +572,7 @@ U32 enumerator( const Type& type, std::string_view name ) {
    for( const Enumerator& e : type.info().enumerators ) {
       if( name == e.name ) return e.value;
    }
-   throw RangeException( std::string( type.shortName() ) + " has no such value: " + std::string( name ) );
+   throw RangeException( std::string( type.shortName() ) + " has no such value: " + printable( name ) );
 }
 
 void refuse( const Type& type ) { throw RangeException( type.info().bounds.text ); }

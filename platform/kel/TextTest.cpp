@@ -60,6 +60,7 @@ TEST( TextTest, FirstFaultIsToldInFull ) {
       { open + "'outer': 1}", "premature end of value type Pair" },
       { open + "'outer", "premature end of value type Pair" },
       { open + "'colour': 1})", "Pair has no such attribute: colour" },
+      { open + "'co\tlour\x1b[2J': 1})", "Pair has no such attribute: co\\tlour\\x1b[2J" },
       { open + "'outer': 0})", "Pair::outer: Vid::value < 1 or > 4094 not allowed" },
       { open + "'outer': 70000, 'x': 1})", "Pair::outer: Vid::value < 1 or > 4094 not allowed" },
       { open + "'outer': -3})", "Pair::outer: Vid::value < 1 or > 4094 not allowed" },
@@ -93,7 +94,7 @@ TEST( TextTest, RangesAreCheckedOnConstruction ) {
 Everything randomEverything( std::mt19937_64& random ) {
    const auto bits = [ & ] { return random() % 4 ? random() >> random() % 64 : random() % 2 ? ~0ull : 1ull << random() % 64; };
    const auto text = [ & ] {
-      std::string s( random() % 12, ' ' );
+      std::string s( static_cast< std::size_t >( random() % 12 ), ' ' );
       for( char& c : s ) c = static_cast< char >( random() % 3 ? random() : "'\\\n,}"[ random() % 5 ] );
       return s;
    };
@@ -129,8 +130,8 @@ TEST( TextTest, HostileTextIsRefusedOrReadsBack ) {
    for( int i = 0; i < 20000; ++i ) {
       std::string text = Kel::valueToStrep( randomEverything( random ) ).str();
       for( int k = static_cast< int >( random() % 4 ); k >= 0; --k ) {
-         if( random() % 3 == 0 ) text.resize( random() % ( text.size() + 1 ) );
-         else if( !text.empty() ) text[ random() % text.size() ] = static_cast< char >( random() % 2 ? random() : "'\\{},:0 "[ random() % 8 ] );
+         if( random() % 3 == 0 ) text.resize( static_cast< std::size_t >( random() % ( text.size() + 1 ) ) );
+         else if( !text.empty() ) text[ static_cast< std::size_t >( random() % text.size() ) ] = static_cast< char >( random() % 2 ? random() : "'\\{},:0 "[ random() % 8 ] );
       }
       try {
          const auto value = Kel::strepToValue< Everything >( text );

@@ -52,7 +52,7 @@ std::ostream& operator<<( std::ostream& out, E value ) {
 
 /// Writes the value to an attribute log.
 template< class T >
-   requires( ValueType< T > || EnumType< T > )
+   requires( ValueType< T > || EnumType< T > || requires { requires T::_code == TypeCode::external; } )
 LogOut& operator<<( LogOut& out, const T& value ) {
    logWrite( out, part( &value ) );
    return out;

@@ -75,6 +75,10 @@ class EthAddr {
    /// By the bytes, as 48-bit numbers.
    friend constexpr std::strong_ordering operator<=>( const EthAddr& a, const EthAddr& b ) { return a.number() <=> b.number(); }
 
+   /// From the canonical form, and from an attribute log. Throw `Kel::RangeException`.
+   EthAddr( Kel::TextIter& from, Kel::TextIter to );
+   explicit EthAddr( Kel::LogIn& in );
+
    using GenericIf_ = Kel::GenericIfOf< EthAddr >;
    static constexpr Kel::TypeCode _code = Kel::TypeCode::external;
    static Kel::Type _Type;

@@ -73,6 +73,10 @@ class IntfId {
    /// By the low word, then the high one: kinds stand together, and sub-interfaces follow their parent.
    friend constexpr std::strong_ordering operator<=>( const IntfId&, const IntfId& ) = default;
 
+   /// From the canonical form, and from an attribute log. Throw `Kel::RangeException`.
+   IntfId( Kel::TextIter& from, Kel::TextIter to );
+   explicit IntfId( Kel::LogIn& in );
+
    using GenericIf_ = Kel::GenericIfOf< IntfId >;
    static constexpr Kel::TypeCode _code = Kel::TypeCode::external;
    static Kel::Type _Type;

@@ -57,6 +57,10 @@ class IpAddr {
    /// None, then IPv4, then IPv6; each by its number.
    friend constexpr std::strong_ordering operator<=>( const IpAddr&, const IpAddr& ) = default;
 
+   /// From the canonical form, and from an attribute log. Throw `Kel::RangeException`.
+   IpAddr( Kel::TextIter& from, Kel::TextIter to );
+   explicit IpAddr( Kel::LogIn& in );
+
    using GenericIf_ = Kel::GenericIfOf< IpAddr >;
    static constexpr Kel::TypeCode _code = Kel::TypeCode::external;
    static Kel::Type _Type;

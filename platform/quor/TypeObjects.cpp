@@ -1,5 +1,6 @@
 #include <kel/GenericIf.h>
 #include <kel/LogStream.h>
+#include <kel/Value.h>
 #include <quor/EthAddr.h>
 #include <quor/IntfId.h>
 #include <quor/IpAddr.h>
@@ -48,8 +49,14 @@ constexpr Kel::ExternalOps ipAddrOps = externalOps< IpAddr >(
 
 }
 
+EthAddr::EthAddr( Kel::TextIter& from, Kel::TextIter to ) { Kel::parse( _Type, this, from, to ); }
+EthAddr::EthAddr( Kel::LogIn& in ) { Kel::read( _Type, this, in ); }
 constinit Kel::Type EthAddr::_Type{ externalType< EthAddr >( "Quor::EthAddr", ethAddrOps ) };
+IntfId::IntfId( Kel::TextIter& from, Kel::TextIter to ) { Kel::parse( _Type, this, from, to ); }
+IntfId::IntfId( Kel::LogIn& in ) { Kel::read( _Type, this, in ); }
 constinit Kel::Type IntfId::_Type{ externalType< IntfId >( "Quor::IntfId", intfIdOps ) };
+IpAddr::IpAddr( Kel::TextIter& from, Kel::TextIter to ) { Kel::parse( _Type, this, from, to ); }
+IpAddr::IpAddr( Kel::LogIn& in ) { Kel::read( _Type, this, in ); }
 constinit Kel::Type IpAddr::_Type{ externalType< IpAddr >( "Quor::IpAddr", ipAddrOps ) };
 
 namespace {

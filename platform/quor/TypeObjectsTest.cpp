@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <kel/GenericIf.h>
-#include <kel/LogStream.h>
+#include <cstring>
+#include <kel/Value.h>
 #include <kel/Registry.h>
 #include <quor/EthAddr.h>
 #include <quor/IntfId.h>
@@ -20,12 +21,17 @@ void check( const char* typeName, const char* name, const char* text, const std:
    EXPECT_EQ( Kel::valueToStrep( value ).str(), text );
    EXPECT_EQ( Kel::strepToValue< T >( text ), value );
    Kel::LogOut out;
-   Kel::write( *type, &value, out );
+   out << value;
    EXPECT_EQ( std::vector< Kel::U8 >( out.bytes().begin(), out.bytes().end() ), bytes );
    T back;
    Kel::LogIn in( bytes );
    Kel::read( *type, &back, in );
    EXPECT_EQ( back, value );
+   Kel::LogIn again( bytes );
+   EXPECT_EQ( T( again ), value );
+   Kel::TextIter from = text;
+   EXPECT_EQ( T( from, text + std::strlen( text ) ), value );
+   EXPECT_EQ( *from, 0 );
    // Every cut is noticed, and nothing behind it is read.
    for( std::size_t n = 0; n < bytes.size(); ++n ) {
       const std::vector< Kel::U8 > cut( bytes.begin(), bytes.begin() + static_cast< std::ptrdiff_t >( n ) );

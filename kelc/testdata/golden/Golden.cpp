@@ -57,7 +57,7 @@ constinit ::Kel::Type HostDir::_Type{ { .qualifiedName = "Bridging::HostDir", .c
    .base = &::Kel::Entity::_Type, .firstAttr = ::Kel::Entity::Attr_::count_,
    .make = []( const void* const* p ) { return ::Kel::Ptr< ::Kel::Entity >( new HostDir( *static_cast< const ::Bridging::VlanId* >( p[ 0 ] ), *static_cast< const bool* >( p[ 1 ] ) ) ); },
    .wrap = &::Kel::makeGenericIf< HostDir > } };
-HostDir::HostDir( const ::Bridging::VlanId& vlan, bool internal ) : ::Kel::Entity( ::Kel::keyName( vlan ) ), vlan_( vlan ), internal_( internal ) {}
+HostDir::HostDir( ::Bridging::VlanId vlan, bool internal ) : ::Kel::Entity( ::Kel::keyName( vlan ) ), vlan_( vlan ), internal_( internal ) {}
 void HostDir::NotifieeConst::dispatch( const ::Kel::Change& change ) {
    switch( change.attr ) {
    case Attr_::host:
@@ -67,7 +67,7 @@ void HostDir::NotifieeConst::dispatch( const ::Kel::Change& change ) {
    default: return ::Kel::Entity::NotifieeConst::dispatch( change );
    }
 }
-::Kel::Ptr< ::Bridging::HostDir > hostDirFactory( const ::Bridging::VlanId& vlan, bool internal ) { return ::Kel::Ptr< ::Bridging::HostDir >( new HostDir( vlan, internal ) ); }
+::Kel::Ptr< ::Bridging::HostDir > hostDirFactory( ::Bridging::VlanId vlan, bool internal ) { return ::Kel::Ptr< ::Bridging::HostDir >( new HostDir( vlan, internal ) ); }
 
 // --- Status
 constinit const ::Kel::Attr Status::attrs_[] = {
@@ -119,7 +119,7 @@ void HostSm::statusIs( const ::Kel::Ptr< const ::Bridging::Status >& entity ) {
    status_->kelStart();
    kelFollowHostDir();
 }
-::Kel::Ptr< HostSm::KelHostDir > HostSm::hostDir( const ::Bridging::VlanId& key ) const {
+::Kel::Ptr< HostSm::KelHostDir > HostSm::hostDir( ::Bridging::VlanId key ) const {
    const auto* found = hostDir_.find( key );
    return found ? *found : ::Kel::Ptr< HostSm::KelHostDir >();
 }
@@ -127,12 +127,12 @@ void HostSm::statusIs( const ::Kel::Ptr< const ::Bridging::Status >& entity ) {
    if( !entity ) nullRefused( "hostDir" );
    return ::Kel::followEntity( hostDir_, ::Bridging::VlanId( entity->vlan() ), ::Kel::Ptr< const ::Bridging::HostDir >( entity ), this );
 }
-void HostSm::hostDirDel( const ::Bridging::VlanId& key ) { ::Kel::unfollowEntity( hostDir_, key ); }
+void HostSm::hostDirDel( ::Bridging::VlanId key ) { ::Kel::unfollowEntity( hostDir_, key ); }
 void HostSm::kelFollowHostDir() {
    if( !status() ) return;
    ::Kel::followAll( status()->hostDirMap_(), hostDir_, [ this ]( const auto& e ) { hostDirIs( e ); }, [ this ]( const auto& k ) { hostDirDel( k ); } );
 }
-void HostSm::kelFollowHostDir( const ::Bridging::VlanId& key ) {
+void HostSm::kelFollowHostDir( ::Bridging::VlanId key ) {
    if( const auto entity = status() ? status()->hostDir( key ) : nullptr ) hostDirIs( entity );
    else hostDirDel( key );
 }

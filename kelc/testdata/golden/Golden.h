@@ -93,11 +93,11 @@ class Label : public ::Kel::Value< Label > {
 class Host : public ::Kel::Value< Host > {
  public:
    Host() = default;
-   Host( const ::Bridging::VlanId& vlan, ::Kel::U32 moves, ::Kel::Seconds lastMove, ::Bridging::State state ) : vlan_( vlan ), moves_( moves ), lastMove_( lastMove ), state_( state ) {}
+   Host( ::Bridging::VlanId vlan, ::Kel::U32 moves, ::Kel::Seconds lastMove, ::Bridging::State state ) : vlan_( vlan ), moves_( moves ), lastMove_( lastMove ), state_( state ) {}
    Host( ::Kel::TextIter& from, ::Kel::TextIter to ) { ::Kel::parse( _Type, this, from, to ); }
    explicit Host( ::Kel::LogIn& in ) { ::Kel::read( _Type, this, in ); }
    ::Bridging::VlanId vlan() const { return vlan_; }
-   void vlanIs( const ::Bridging::VlanId& v ) { vlan_ = v; }
+   void vlanIs( ::Bridging::VlanId v ) { vlan_ = v; }
    ::Kel::U32 moves() const { return moves_; }
    void movesIs( ::Kel::U32 v ) { moves_ = v; }
    /// When it last moved.
@@ -131,16 +131,16 @@ class HostDir : public ::Kel::Entity {
    };
    using HostMap_ = ::Kel::HashMap< ::Bridging::VlanId, ::Bridging::Host >;
 
-   HostDir( const ::Bridging::VlanId& vlan, bool internal );
+   HostDir( ::Bridging::VlanId vlan, bool internal );
    ::Bridging::VlanId vlan() const { return vlan_; }
    bool internal() const { return internal_; }
-   ::Bridging::Host host( const ::Bridging::VlanId& key ) const { return at( host_, key, ::Bridging::Host() ); }
+   ::Bridging::Host host( ::Bridging::VlanId key ) const { return at( host_, key, ::Bridging::Host() ); }
    ::Bridging::Host hostIs( const ::Bridging::Host& v ) { return setIn( Attr_::host, host_, ::Bridging::VlanId( v.vlan() ), v ); }
    ::Bridging::Host newHost( const ::Bridging::Host& v ) { return hostIs( v ); }
-   ::Bridging::Host hostDel( const ::Bridging::VlanId& key ) { return delFrom( Attr_::host, host_, key ); }
+   ::Bridging::Host hostDel( ::Bridging::VlanId key ) { return delFrom( Attr_::host, host_, key ); }
    ::Bridging::Host hostDel( const HostMap_::ConstIterator& at ) { return delAt( Attr_::host, host_, at ); }
    void hostDelAll() { delAll( Attr_::host, host_ ); }
-   void hostNotify( const ::Bridging::VlanId& key ) { attrNotify( Attr_::host, &key ); }
+   void hostNotify( ::Bridging::VlanId key ) { attrNotify( Attr_::host, &key ); }
    void hostNotifyCollection() { attrNotify( Attr_::host ); }
    ::std::size_t hostCount() const { return host_.size(); }
    HostMap_::Iterator hostIter() { return host_.iterator(); }
@@ -156,7 +156,7 @@ class HostDir : public ::Kel::Entity {
       explicit NotifieeConst( const ::Kel::Ptr< const HostDir >& notifier ) : NotifieeConst() { activate( notifier.ptr() ); }
       ::Kel::Ptr< const HostDir > notifier() const { return static_cast< const HostDir* >( notifierEntity() ); }
       virtual void onHost() {}
-      virtual void onHost( const ::Bridging::VlanId& ) {}
+      virtual void onHost( ::Bridging::VlanId ) {}
       virtual void onHostkelImmediate() {}
       virtual void onAgingTime() {}
       void dispatch( const ::Kel::Change& change ) override;
@@ -174,7 +174,7 @@ class HostDir : public ::Kel::Entity {
    HostMap_ host_;
    ::Kel::Seconds agingTime_ = 300;
 };
-::Kel::Ptr< HostDir > hostDirFactory( const ::Bridging::VlanId& vlan, bool internal );
+::Kel::Ptr< HostDir > hostDirFactory( ::Bridging::VlanId vlan, bool internal );
 
 class Status : public ::Kel::Entity {
  public:
@@ -184,13 +184,13 @@ class Status : public ::Kel::Entity {
    using HostDirMap_ = ::Kel::HashMap< ::Bridging::VlanId, ::Kel::Ptr< ::Bridging::HostDir > >;
 
    explicit Status( const ::Kel::Name& name );
-   ::Kel::Ptr< ::Bridging::HostDir > hostDir( const ::Bridging::VlanId& key ) const { return at( hostDir_, key, ::Kel::Ptr< ::Bridging::HostDir >() ); }
-   ::Kel::Ptr< ::Bridging::HostDir > newHostDir( const ::Bridging::VlanId& vlan, bool internal ) { return newChild< ::Bridging::HostDir >( Attr_::hostDir, hostDir_, vlan, { &vlan, &internal }, vlan, internal ); }
-   ::Kel::Ptr< ::Bridging::HostDir > hostDirIs( const ::Bridging::VlanId& vlan, bool internal ) { return newHostDir( vlan, internal ); }
-   ::Kel::Ptr< ::Bridging::HostDir > hostDirDel( const ::Bridging::VlanId& key ) { return delFrom( Attr_::hostDir, hostDir_, key ); }
+   ::Kel::Ptr< ::Bridging::HostDir > hostDir( ::Bridging::VlanId key ) const { return at( hostDir_, key, ::Kel::Ptr< ::Bridging::HostDir >() ); }
+   ::Kel::Ptr< ::Bridging::HostDir > newHostDir( ::Bridging::VlanId vlan, bool internal ) { return newChild< ::Bridging::HostDir >( Attr_::hostDir, hostDir_, vlan, { &vlan, &internal }, vlan, internal ); }
+   ::Kel::Ptr< ::Bridging::HostDir > hostDirIs( ::Bridging::VlanId vlan, bool internal ) { return newHostDir( vlan, internal ); }
+   ::Kel::Ptr< ::Bridging::HostDir > hostDirDel( ::Bridging::VlanId key ) { return delFrom( Attr_::hostDir, hostDir_, key ); }
    ::Kel::Ptr< ::Bridging::HostDir > hostDirDel( const HostDirMap_::ConstIterator& at ) { return delAt( Attr_::hostDir, hostDir_, at ); }
    void hostDirDelAll() { delAll( Attr_::hostDir, hostDir_ ); }
-   void hostDirNotify( const ::Bridging::VlanId& key ) { attrNotify( Attr_::hostDir, &key ); }
+   void hostDirNotify( ::Bridging::VlanId key ) { attrNotify( Attr_::hostDir, &key ); }
    void hostDirNotifyCollection() { attrNotify( Attr_::hostDir ); }
    ::std::size_t hostDirCount() const { return hostDir_.size(); }
    HostDirMap_::Iterator hostDirIter() { return hostDir_.iterator(); }
@@ -198,7 +198,7 @@ class Status : public ::Kel::Entity {
    const HostDirMap_& hostDirMap_() const { return hostDir_; }
    const ::Bridging::Label& label() const { return label_; }
    void labelIs( const ::Bridging::Label& v ) { set( Attr_::label, label_, v, &NotifieeConst::onLabel ); }
-   ::Kel::Ptr< ::Bridging::HostDir > find( const ::Bridging::VlanId& vlan ) const;
+   ::Kel::Ptr< ::Bridging::HostDir > find( ::Bridging::VlanId vlan ) const;
 
    class NotifieeConst : public ::Kel::Entity::NotifieeConst {
     public:
@@ -206,7 +206,7 @@ class Status : public ::Kel::Entity {
       explicit NotifieeConst( const ::Kel::Ptr< const Status >& notifier ) : NotifieeConst() { activate( notifier.ptr() ); }
       ::Kel::Ptr< const Status > notifier() const { return static_cast< const Status* >( notifierEntity() ); }
       virtual void onHostDir() {}
-      virtual void onHostDir( const ::Bridging::VlanId& ) {}
+      virtual void onHostDir( ::Bridging::VlanId ) {}
       virtual void onHostDirkelImmediate() {}
       virtual void onLabel() {}
       void dispatch( const ::Kel::Change& change ) override;
@@ -238,11 +238,11 @@ class HostSm : public ::Kel::Machine {
    ~HostSm() override;
    ::Kel::Ptr< const ::Bridging::Status > status() const;
    void statusIs( const ::Kel::Ptr< const ::Bridging::Status >& entity );
-   ::Kel::Ptr< KelHostDir > hostDir( const ::Bridging::VlanId& key ) const;
+   ::Kel::Ptr< KelHostDir > hostDir( ::Bridging::VlanId key ) const;
    ::Kel::Ptr< KelHostDir > hostDirIs( const ::Kel::Ptr< const ::Bridging::HostDir >& entity );
-   void hostDirDel( const ::Bridging::VlanId& key );
+   void hostDirDel( ::Bridging::VlanId key );
    /// Does nothing: reactors have no notifiees.
-   void hostDirNotify( const ::Bridging::VlanId& ) {}
+   void hostDirNotify( ::Bridging::VlanId ) {}
    ::std::size_t hostDirCount() const { return hostDir_.size(); }
    HostDirMap_::ConstIterator hostDirIterConst() const { return hostDir_.iterator(); }
    bool ready() const { return ready_; }
@@ -257,7 +257,7 @@ class HostSm : public ::Kel::Machine {
 
  private:
    void kelFollowHostDir();
-   void kelFollowHostDir( const ::Bridging::VlanId& key );
+   void kelFollowHostDir( ::Bridging::VlanId key );
    static const ::Kel::Attr attrs_[];
    ::Kel::Ptr< KelStatus > status_;
    HostDirMap_ hostDir_;
@@ -271,7 +271,7 @@ class HostSm::KelStatus : public ::Bridging::Status::NotifieeConst {
    /// The watched entity; null once it has gone.
    ::Kel::Ptr< const ::Bridging::Status > status() const { return notifier(); }
    void onHostDir() override { kelOwner_->kelFollowHostDir(); }
-   void onHostDir( const ::Bridging::VlanId& key ) override { kelOwner_->kelFollowHostDir( key ); }
+   void onHostDir( ::Bridging::VlanId key ) override { kelOwner_->kelFollowHostDir( key ); }
    /// Called by the machine when the reactor is in its place, and once before it goes.
    void kelStart() {}
    void kelGone() {}
@@ -287,10 +287,10 @@ class HostSm::KelHostDir : public ::Bridging::HostDir::NotifieeConst {
    /// The watched entity; null once it has gone.
    ::Kel::Ptr< const ::Bridging::HostDir > hostDir() const { return notifier(); }
    void handleHosts();
-   void handleHost( const ::Bridging::VlanId& vlan );
+   void handleHost( ::Bridging::VlanId vlan );
    void cleanHosts();
    void onHost() override { handleHosts(); }
-   void onHost( const ::Bridging::VlanId& key ) override { handleHost( key ); }
+   void onHost( ::Bridging::VlanId key ) override { handleHost( key ); }
    /// Called by the machine when the reactor is in its place, and once before it goes.
    void kelStart() { handleHosts(); }
    void kelGone() { if( !::std::exchange( kelGone_, true ) ) { cleanHosts(); } }
