@@ -30,7 +30,7 @@ demo-live: build
 
 ## bench      run the benchmarks beside their peers
 bench:
-	$(dependencies) build check bench
+	$(dependencies) build bench
 	@bench/run
 
 ## install    install under DESTDIR and PREFIX (/usr/local)

@@ -144,11 +144,12 @@ function(vanta_install_package)
    set(definitions ${CMAKE_INSTALL_DATADIR}/kel)
    get_property(libraries GLOBAL PROPERTY VANTA_LIBRARIES)
    configure_package_config_file(${VANTA_ROOT}/packaging/VantaConfig.cmake.in ${CMAKE_BINARY_DIR}/VantaConfig.cmake
-                                 INSTALL_DESTINATION ${destination} PATH_VARS CMAKE_INSTALL_BINDIR definitions)
+                                 INSTALL_DESTINATION ${destination})
    write_basic_package_version_file(${CMAKE_BINARY_DIR}/VantaConfigVersion.cmake COMPATIBILITY SameMajorVersion)
    install(FILES ${CMAKE_BINARY_DIR}/VantaConfig.cmake ${CMAKE_BINARY_DIR}/VantaConfigVersion.cmake
                  ${VANTA_ROOT}/cmake/KelModule.cmake DESTINATION ${destination})
-   install(TARGETS kelc RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+   install(TARGETS kelc EXPORT KelcTargets RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+   install(EXPORT KelcTargets NAMESPACE Vanta:: DESTINATION ${destination})
    # Each library installs the definitions of its modules; these two are of types written by hand.
    install(FILES ${VANTA_ROOT}/platform/kel/Kel.kel DESTINATION ${definitions}/kel)
    install(FILES ${VANTA_ROOT}/platform/quor/Quor.kel DESTINATION ${definitions}/quor)

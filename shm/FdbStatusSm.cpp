@@ -6,6 +6,9 @@
 // The two forms of a learned host: an entity's value under (filtering database, address), and a record of the shared table under the same key.
 // A host that equals the default, in either form, is no host. A corrupt table never stops a machine that reads it: the table's hook is told, and
 // the look-up counts as one that found nothing, the walk as one that has ended. Writes are not guarded.
+//
+// Each change of a table or of an entity calls reactors, which may take away what is worked on here: a filtering database, a machine. So a
+// function holds what it goes on with, and a walk over hosts ends when its reactor is no longer attached to them.
 
 namespace Bridging {
 
@@ -13,15 +16,28 @@ namespace {
 
 using Plexo::Bridging::PlexoFdbStatus;
 
-auto entry( const char* function ) { return kelModuleFdbStatusSm::_defaultTraceHandle().at( 5, "FdbStatusSm", function ); }
+constexpr char source[] = "FdbStatusSm";
+
+Kel::TraceStream entry( const char* function ) { return kelModuleFdbStatusSm::_defaultTraceHandle().at( 5, source, function ); }
 
 /// Calls `visit( key )` for every record of the table; a corruption ends the walk.
 template< class Visit >
-void eachRecord( const Plexo::Bridging::Status& table, Visit visit ) {
+void eachRecord( const Kel::Ptr< const Plexo::Bridging::Status >& table, Visit visit ) {
+   if( !table ) return;
    try {
-      for( auto i = table.plexoFdbStatusIterConst(); i; ++i ) visit( HostKey( i.key() ) );
+      for( auto i = table->plexoFdbStatusIterConst(); i; ++i ) visit( HostKey( i.key() ) );
+   } catch( const Plexo::CorruptionException& e ) {
+      table->plexoFdbStatusControl().corruptionDetected( e.what() );
+   }
+}
+
+/// The record under a key; the default one where a corruption hides it.
+PlexoFdbStatus recordOf( const Plexo::Bridging::Status& table, const HostKey& key ) {
+   try {
+      return table.plexoFdbStatus( key );
    } catch( const Plexo::CorruptionException& e ) {
       table.plexoFdbStatusControl().corruptionDetected( e.what() );
+      return PlexoFdbStatus();
    }
 }
 
@@ -29,16 +45,19 @@ void eachRecord( const Plexo::Bridging::Status& table, Visit visit ) {
 
 void WriterFdbStatusSm::handleInitialized() {
    if( auto t = entry( "virtual void Bridging::WriterFdbStatusSm::handleInitialized()" ) ) t << "";
-   Kel::Rilo::message( "WriterFdbStatusSm::handleInitialized()" );
+   Kel::Rilo::message( source, "WriterFdbStatusSm::handleInitialized()" );
    // Before the first write, so that what an earlier run left disappears while what is still true is overwritten in place.
-   if( plexoStatus() ) {
-      eachRecord( *plexoStatus(), [ this ]( const HostKey& key ) {
-         const auto fdb = status() ? status()->fdbStatus( key.fid() ) : nullptr;
-         if( !fdb || !fdb->learnedHost( key.addr() ) ) plexoStatus()->plexoFdbStatusDel( key );
-      } );
-   }
+   const auto table = plexoStatus();
+   eachRecord( table, [ this, &table ]( const HostKey& key ) {
+      const auto hosts = status();
+      const auto fdb = hosts ? hosts->fdbStatus( key.fid() ) : nullptr;
+      if( !fdb || !fdb->learnedHost( key.addr() ) ) table->plexoFdbStatusDel( key );
+   } );
    initializedIs( true );
-   for( auto i = fdbStatusIterConst(); i; ++i ) i.value()->handleLearnedHosts();
+   for( auto i = fdbStatusIterConst(); i; ++i ) {
+      const auto reactor = i.value();
+      reactor->handleLearnedHosts();
+   }
 }
 
 void WriterFdbStatusSm::KelFdbStatus::handleLearnedHosts() {
@@ -48,13 +67,14 @@ void WriterFdbStatusSm::KelFdbStatus::handleLearnedHosts() {
       return;
    }
    if( auto t = entry( function ) ) t << "";
-   Kel::Rilo::message( "WriterFdbStatusSm::handleLearnedHosts()" );
-   if( !fdbStatus() ) return;
-   for( auto i = fdbStatus()->learnedHostIterConst(); i; ++i ) handleLearnedHost( i.key() );
+   Kel::Rilo::message( source, "WriterFdbStatusSm::handleLearnedHosts()" );
+   const auto fdb = fdbStatus();
+   if( !fdb ) return;
+   for( auto i = fdb->learnedHostIterConst(); i && fdbStatus() == fdb; ++i ) handleLearnedHost( i.key() );
 }
 
 void WriterFdbStatusSm::KelFdbStatus::handleLearnedHost( const Quor::EthAddr& addr ) {
-   const auto& table = writerFdbStatusSm()->plexoStatus();
+   const auto table = writerFdbStatusSm()->plexoStatus();
    if( !table ) return;
    const auto fdb = fdbStatus();
    const HostKey key( fdb ? fdb->fid() : Fid(), addr );
@@ -65,33 +85,30 @@ void WriterFdbStatusSm::KelFdbStatus::handleLearnedHost( const Quor::EthAddr& ad
 
 void WriterFdbStatusSm::KelFdbStatus::cleanLearnedHosts() {
    const auto fdb = fdbStatus();
-   const auto& table = writerFdbStatusSm()->plexoStatus();
+   const auto table = writerFdbStatusSm()->plexoStatus();
    if( !fdb || !table ) return;
    for( auto i = fdb->learnedHostIterConst(); i; ++i ) table->plexoFdbStatusDel( HostKey( fdb->fid(), i.key() ) );
 }
 
 void ReaderFdbStatusSm::handlePlexoFdbStatuses() {
-   if( !plexoStatus() ) return;
-   eachRecord( *plexoStatus(), [ this ]( const HostKey& key ) { handlePlexoFdbStatus( key ); } );
+   eachRecord( plexoStatus(), [ this ]( const HostKey& key ) { handlePlexoFdbStatus( key ); } );
 }
 
 void ReaderFdbStatusSm::handlePlexoFdbStatus( const HostKey& key ) {
-   if( !status() || !plexoStatus() ) return;
-   PlexoFdbStatus record;
-   try {
-      record = plexoStatus()->plexoFdbStatus( key );
-   } catch( const Plexo::CorruptionException& e ) {
-      plexoStatus()->plexoFdbStatusControl().corruptionDetected( e.what() );
-   }
+   const auto table = plexoStatus();
+   const auto hosts = status();
+   if( !table || !hosts ) return;
+   const Fid fid = key.fid();
+   const PlexoFdbStatus record = recordOf( *table, key );
    if( record != PlexoFdbStatus() ) {
-      status()->fdbStatusIs( key.fid() )->learnedHostIs(
+      hosts->fdbStatusIs( fid )->learnedHostIs(
          LearnedHost( key.addr(), record.intf(), record.moves(), record.lastMoveTime(), record.entryType() ) );
       return;
    }
-   const auto fdb = status()->fdbStatus( key.fid() );
+   const auto fdb = hosts->fdbStatus( fid );
    if( !fdb ) return;
    if( !!fdb->learnedHost( key.addr() ) ) fdb->learnedHostDel( key.addr() );
-   if( fdb->learnedHostCount() == 0 ) status()->fdbStatusDel( key.fid() );
+   if( fdb->learnedHostCount() == 0 && hosts->fdbStatus( fid ) == fdb ) hosts->fdbStatusDel( fid );
 }
 
 }

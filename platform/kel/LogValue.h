@@ -117,8 +117,8 @@ template< class T >
 void logWrite( LogOut& out, Part< T > p ) {
    if constexpr( Detail::LogSize< T >::value > 0 ) out.wrote( Detail::putPart( out.reserve( Detail::LogSize< T >::value + 8 ), p ) );
    else if constexpr( Detail::isString< T > ) out.string( static_cast< const T* >( p.at )->view() );
-   else if constexpr( Detail::hasParts< T > ) static_cast< const T* >( p.at )->kelParts( [ &out ]( auto... parts ) { ( logWrite( out, parts ), ... ); } );
-   else T::_Type.info().external->write( p.at, out );
+   else if constexpr( !Detail::hasParts< T > ) T::_Type.info().external->write( p.at, out );
+   else static_cast< const T* >( p.at )->kelParts( [ &out ]( auto... parts ) { ( logWrite( out, parts ), ... ); } );
 }
 
 /// Reads a value. Throws `RangeException` on bytes that are no such value; it may then be changed in part.

@@ -64,10 +64,11 @@ void Plan::add( TypeCode code, const Type& type, U32 offset, const Type& scalar 
 }
 
 const Plan& Type::makePlan() const {
+   // They outlive every library's clean-up, in which values may still be printed.
    static std::mutex mutex;
-   static std::list< Plan > all;
+   static auto* const all = new std::list< Plan >;
    const std::lock_guard lock( mutex );
-   if( !plan_ ) plan_ = &all.emplace_back( *this );
+   if( !plan_ ) plan_ = &all->emplace_back( *this );
    return *plan_;
 }
 

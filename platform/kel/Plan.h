@@ -7,9 +7,8 @@
 
 namespace Kel {
 
-/// A value type's rows, flattened down to the plain attributes at their bottom: with the text
-/// that stands between them: the canonical form goes through it. It is made when a value of the type is first printed or parsed, and kept from
-/// then on (`Type::plan`).
+/// A value type's rows, flattened down to the plain attributes at their bottom, with the text that stands between them: how its canonical form is
+/// printed and read back. It is made when a value of the type is first printed or parsed, and kept from then on (`Type::plan`).
 struct Plan {
    /// One plain attribute and the text before it.
    struct Step {
@@ -28,7 +27,7 @@ struct Plan {
    Plan& operator=( const Plan& ) = delete;
 
    std::vector< Step > steps;
-   std::string_view end;   ///< the text behind the last attribute
+   std::string_view end;    ///< the text behind the last attribute
    std::size_t room = 0;    ///< no value's texts and numbers take more characters
 
    /// Texts may be copied in whole blocks of this size: so many bytes behind each can be read.

@@ -37,7 +37,7 @@ TEST( PlanTest, EveryChangedCharacterIsJudgedAsByTheGrammar ) {
    ASSERT_EQ( Facets::valueToStrep( *parsed( canonical ) ).str(), canonical );
    int taken = 0;
    for( std::size_t i = 0; i + 1 < canonical.size(); ++i ) {
-      for( const char c : { '0', '9', ' ', '-', '\'', '\\', 'x', ',', '}' } ) {
+      for( const char c : { '0', '9', ':', ' ', '-', '\'', '\\', 'x', ',', '}' } ) {
          std::string changed = canonical;
          changed[ i ] = c;
          const auto direct = parsed( changed );
