@@ -20,7 +20,8 @@ struct RecordLog : Plexo::Bridging::Status::NotifieeConst {
    using NotifieeConst::onPlexoFdbStatus;
    void onPlexoFdbStatus( const HostKey& key ) override {
       heard.push_back( nameOf( key ) + ( notifier()->plexoFdbStatus( key ) == PlexoFdbStatus() ? " gone" : "" ) );
-      if( then ) then();
+      const auto now = then;   // which may take itself away
+      if( now ) now();
    }
    Strings take() { return std::exchange( heard, {} ); }
    Strings heard;
@@ -280,6 +281,7 @@ TEST_F( WriterTest, SurvivesWhatReactorsOfTheTableDo ) {
       learn( 1, 900, 1 );
       inStep();
       writer = nullptr;
+      log = nullptr;
    }
 }
 

@@ -82,7 +82,7 @@ class Printer : public HostListener {
       else std::fprintf( stderr, "vanta fdb watch: %s\n", stateForPeople( connection ).c_str() );
    }
 
-   void synced( std::size_t hosts ) {
+   void synced( std::uint64_t hosts ) {
       synced_ = true;
       if( settings_.json ) Json().object().member( "event", "sync" ).member( "hosts", std::uint64_t( hosts ) ).endObject().printLine();
       else print( bold( "--- " + std::to_string( hosts ) + ( hosts == 1 ? " host" : " hosts" ) + "; changes follow ---" ) + "\n" );
