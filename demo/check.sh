@@ -23,12 +23,12 @@ start_watchers() {
    started="$started $!"
 }
 
-# until_watched TEXT: waits until the watcher has seen a line with the text, for 10 seconds at most.
+# until_watched TEXT: waits until the watcher has seen a line with the text, for 30 seconds at most.
 until_watched() {
    tries=0
    until grep -q "$1" "$work/watched"; do
       tries=$((tries + 1))
-      [ $tries -lt 100 ] || fail "the watcher has not seen $1 in 10 seconds"
+      [ $tries -lt 300 ] || fail "the watcher has not seen $1 in 30 seconds"
       sleep 0.1
    done
 }
@@ -53,6 +53,7 @@ check() {
    watcher_view "$work/watched" >"$work/watcher"
    "$vanta" fdb show --json 2>/dev/null | tr '{' '\n' |
       sed -n 's/^"vlan":\([0-9]*\),"address":"\([^"]*\)","port":"\([^"]*\)".*/\1 \2 \3/p' | sort >"$work/shown"
+   [ "$(grep -c '"event":"sync"' "$work/watched")" = 1 ] || fail "the watcher has not seen exactly one sync marker"
    [ -s "$work/kernel" ] || fail "the kernel's view is empty"
    diff "$work/kernel" "$work/shown" >&2 || fail "the table is not what the kernel has (lines with <)"
    diff "$work/shown" "$work/watcher" >&2 || fail "what the watcher saw is not what was learned (lines with <)"

@@ -14,6 +14,7 @@ started=
 trap 'stop_all; remove_network; rm -rf "$work"' EXIT
 trap 'exit 1' INT TERM HUP
 export PLEXO_DIR="$work/tables"
+export RILO_DIR="$work/rings"
 mkdir "$PLEXO_DIR"
 # 77 is what a test driver takes for "not on this machine".
 cannot() {
@@ -44,7 +45,7 @@ say "the table, from another process (vanta fdb show)"
 say "the host 02:00:00:00:00:02 is plugged in on Ethernet3"
 move h2 3
 talk h2 10.0.10.4
-until_watched '"port":"Ethernet3","moves":1,'
+until_watched '"address":"02:00:00:00:00:02","port":"Ethernet3","moves":1,'
 sleep 0.5
 say "the table now"
 "$vanta" fdb show

@@ -12,6 +12,7 @@ started=
 trap 'stop_all; rm -rf "$work"' EXIT
 trap 'exit 1' INT TERM HUP
 export PLEXO_DIR="$work/tables"
+export RILO_DIR="$work/rings"
 mkdir "$PLEXO_DIR"
 
 say "a watcher waits; then vanta-fdbd starts and learns from recorded traffic on three ports"
@@ -24,7 +25,7 @@ until_watched '"vlan":1,"address":"02:00:00:00:00:05"'
 say "the table, from another process (vanta fdb show)"
 "$vanta" fdb show
 say "the host 02:00:00:00:00:02 is about to be plugged in on Ethernet3"
-until_watched '"port":"Ethernet3","moves":1,'
+until_watched '"address":"02:00:00:00:00:02","port":"Ethernet3","moves":1,'
 sleep 0.8 # the recording ends
 say "the table now"
 "$vanta" fdb show

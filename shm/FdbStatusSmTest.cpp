@@ -164,7 +164,6 @@ TEST_F( WriterTest, AttachesInAscendingOrderThenInitialises ) {
 }
 
 TEST_F( WriterTest, ToldInTheRingToo ) {
-   setenv( "RILO_DIR", directory.c_str(), 1 );
    ASSERT_TRUE( Kel::Rilo::open( "ShmTest" ) );
    Kel::RiloReader ring( Kel::Rilo::path() );
    const auto before = ring.read().next;

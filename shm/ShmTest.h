@@ -56,18 +56,27 @@ inline std::string nameOf( const HostKey& key ) {
    return std::to_string( key.fid().value() ) + "/" + std::to_string( key.addr().number() & 0xffffffff );
 }
 
-struct ShmTest : testing::Test {
-   ShmTest() {
+/// A directory that is named by an environment variable, for this process and those that it starts.
+struct TestDirectory {
+   explicit TestDirectory( const char* variable ) {
       char name[] = "/dev/shm/fdb-test-XXXXXX";
-      if( mkdtemp( name ) ) directory = name;
-      setenv( "PLEXO_DIR", name, 1 );
+      if( mkdtemp( name ) ) path = name;
+      setenv( variable, name, 1 );
    }
-   ~ShmTest() override { std::filesystem::remove_all( directory ); }
+   TestDirectory( const TestDirectory& ) = delete;
+   TestDirectory& operator=( const TestDirectory& ) = delete;
+   ~TestDirectory() { std::filesystem::remove_all( path ); }
+   std::string path;
+};
+
+struct ShmTest : testing::Test {
+   ShmTest() { static const TestDirectory rings( "RILO_DIR" ); }
 
    void learn( U16 fid, U32 n, U32 port, U32 moves = 0 ) { source->fdbStatusIs( fid )->learnedHostIs( host( n, port, moves ) ); }
    void forget( U16 fid, U32 n ) { source->fdbStatus( fid )->learnedHostDel( mac( n ) ); }
 
-   std::string directory;
+   const TestDirectory tables{ "PLEXO_DIR" };
+   const std::string& directory = tables.path;
    Ptr< Status > source = statusFactory( "source" );
 };
 

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 #include <sys/stat.h>
 
 // libpcap reads the file; it is trusted with the format and with nothing else. A timestamp is what the file says it is: a pcapng
@@ -25,13 +27,16 @@ std::string linkTypeName( int type ) {
 CaptureFile::CaptureFile( std::string path ) : path_( std::move( path ) ) { open(); }
 
 void CaptureFile::open() {
+   // Not blocking: the name may be that of a pipe which nobody writes.
    struct stat status;
-   std::FILE* file = std::fopen( path_.c_str(), "rbe" );
-   if( !file || fstat( fileno( file ), &status ) != 0 || S_ISDIR( status.st_mode ) ) {
-      fault_ = "capture '" + path_ + "': can't be opened: " + std::strerror( file ? EISDIR : errno ) + "; check its name and permissions";
-      if( file ) std::fclose( file );
+   const int fd = ::open( path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC );
+   if( fd < 0 || fstat( fd, &status ) != 0 || !S_ISREG( status.st_mode ) ) {
+      const std::string why = fd < 0 ? std::strerror( errno ) : S_ISDIR( status.st_mode ) ? std::strerror( EISDIR ) : "it is not a regular file";
+      fault_ = "capture '" + path_ + "': can't be opened: " + why + "; check its name and permissions";
+      if( fd >= 0 ) ::close( fd );
       return;
    }
+   std::FILE* file = fdopen( fd, "rb" );
    char error[ PCAP_ERRBUF_SIZE ] = "";
    pcap_.reset( pcap_fopen_offline_with_tstamp_precision( file, PCAP_TSTAMP_PRECISION_NANO, error ) );
    if( !pcap_ ) {

@@ -138,7 +138,7 @@ TEST_F( Program, StaysUntilItIsStoppedAndLeavesItsTable ) {
 }
 
 TEST_F( Program, HostsAgeAfterTheCaptureHasEnded ) {
-   start( demoCaptures + "--pace max --aging-time 1" );
+   start( demoCaptures + "--pace max --aging-time 3" );
    EXPECT_TRUE( until( [] { return !table().empty() && table() != kernelView(); } ) );
    EXPECT_TRUE( until( [] { return table().empty(); } ) );
    EXPECT_EQ( stop( SIGTERM ), 0 );

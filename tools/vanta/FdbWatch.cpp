@@ -84,7 +84,7 @@ class Printer : public HostListener {
 
    void synced( std::uint64_t hosts ) {
       synced_ = true;
-      if( settings_.json ) Json().object().member( "event", "sync" ).member( "hosts", std::uint64_t( hosts ) ).endObject().printLine();
+      if( settings_.json ) Json().object().member( "event", "sync" ).member( "hosts", hosts ).endObject().printLine();
       else print( bold( "--- " + std::to_string( hosts ) + ( hosts == 1 ? " host" : " hosts" ) + "; changes follow ---" ) + "\n" );
    }
 
