@@ -69,6 +69,33 @@ TEST( NotifieeTest, SilencedReactorsStayAttachedAndDieAsOthersDo ) {
    EXPECT_EQ( tree->notifieeCount(), 0u );
 }
 
+TEST( NotifieeTest, AFailureThatSomebodyWaitsForIsKeptAndNotTraced ) {
+   std::vector< std::string > traced;
+   const auto destination = Kel::traceToCallback( [ & ]( const Kel::TraceLine& line ) { traced.push_back( std::string( line.text ) ); } );
+   Kel::traceToStandardErrorIs( false );
+   const auto tree = treeFactory( "tree" );
+   int n = 0;
+   const auto failing = [ & ] { throw Kel::RangeException( std::to_string( ++n ) ); };
+   const auto first = Kel::makePtr< TreeWatch >( tree, failing ), second = Kel::makePtr< TreeWatch >( tree, failing );
+   {
+      Kel::CallbackFailure outer;
+      {
+         Kel::CallbackFailure inner;
+         tree->numberIs( 1 );
+         EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { inner.rethrow(); } ), "1" ) << "the first of two";
+         inner.rethrow();
+      }
+      outer.rethrow();
+      EXPECT_EQ( second->exceptionCount(), 1u );
+      tree->numberIs( 2 );
+      EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { outer.rethrow(); } ), "3" );
+   }
+   EXPECT_TRUE( traced.empty() );
+   tree->numberIs( 3 );
+   EXPECT_EQ( traced.size(), 2u ) << "nobody waits any more";
+   Kel::traceToStandardErrorIs( true );
+}
+
 TEST( NotifieeTest, AnEntityThatGoesInItsOwnWalkEndsIt ) {
    auto tree = treeFactory( "tree" );
    Tree* const entity = tree.ptr();
