@@ -13,28 +13,6 @@ namespace {
 
 constexpr Nanos s = nanosPerSecond;
 
-void put32( std::string& to, std::uint32_t v ) { to.append( reinterpret_cast< const char* >( &v ), 4 ); }
-void put16( std::string& to, std::uint16_t v ) { to.append( reinterpret_cast< const char* >( &v ), 2 ); }
-
-struct Sent {
-   Nanos time;
-   Bytes frame;
-};
-
-/// The classic format (draft-ietf-opsawg-pcap), nanosecond flavour.
-std::string pcapOf( const std::vector< Sent >& frames, std::uint32_t linkType = 1 ) {
-   std::string out;
-   put32( out, 0xa1b23c4d );
-   put16( out, 2 ), put16( out, 4 );
-   put32( out, 0 ), put32( out, 0 ), put32( out, 65535 ), put32( out, linkType );
-   for( const Sent& f : frames ) {
-      put32( out, static_cast< std::uint32_t >( f.time / s ) ), put32( out, static_cast< std::uint32_t >( f.time % s ) );
-      put32( out, static_cast< std::uint32_t >( f.frame.size() ) ), put32( out, static_cast< std::uint32_t >( f.frame.size() ) );
-      out.append( f.frame.begin(), f.frame.end() );
-   }
-   return out;
-}
-
 /// One block of pcapng (draft-ietf-opsawg-pcapng) with its length before and behind its body.
 void putBlock( std::string& to, std::uint32_t type, std::string body ) {
    body.resize( ( body.size() + 3 ) & ~std::size_t( 3 ) );

@@ -53,8 +53,9 @@ Output:
 
 A VLAN is its own filtering database. SIGTERM or SIGINT stops the agent; the table
 stays and keeps what was learned. Exit status: 0 stopped or ended as asked,
-1 nothing could be learned from, a capture was damaged (with --exit-at-end), or
-the table failed, 2 wrong command line.
+1 nothing could be learned from, the table failed, or, with --exit-at-end, a
+capture was damaged or hosts were left out for want of --capacity, 2 wrong
+command line.
 )";
 
 namespace {

@@ -291,4 +291,34 @@ TEST( DirTest, ReplacedEntryGoesThenComes ) {
    EXPECT_EQ( tree->parent(), dir.ptr() );
 }
 
+TEST_F( EntityTest, AFailureThatSomebodyWaitsForIsKeptAndNotTraced ) {
+   std::vector< std::string > traced;
+   const auto destination = Kel::traceToCallback( [ & ]( const Kel::TraceLine& line ) { traced.push_back( std::string( line.text ) ); } );
+   Kel::traceToStandardErrorIs( false );
+   struct Failing : Tree::NotifieeConst {
+      Failing( const Ptr< const Tree >& tree, int& n ) : NotifieeConst( tree ), calls( n ) {}
+      void onNumber() override { throw Kel::RangeException( std::to_string( ++calls ) ); }
+      int& calls;
+   };
+   int n = 0;
+   const auto first = Kel::makePtr< Failing >( tree, n ), second = Kel::makePtr< Failing >( tree, n );
+   {
+      Kel::CallbackFailure outer;
+      {
+         Kel::CallbackFailure inner;
+         tree->numberIs( 1 );
+         EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { inner.rethrow(); } ), "1" ) << "the first of two";
+         inner.rethrow();
+      }
+      outer.rethrow();
+      EXPECT_EQ( second->exceptionCount(), 1u );
+      tree->numberIs( 2 );
+      EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { outer.rethrow(); } ), "3" );
+   }
+   EXPECT_TRUE( traced.empty() );
+   tree->numberIs( 3 );
+   EXPECT_EQ( traced.size(), 2u ) << "nobody waits any more";
+   Kel::traceToStandardErrorIs( true );
+}
+
 }

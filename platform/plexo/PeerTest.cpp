@@ -1,8 +1,6 @@
-#include <cstdlib>
 #include <plexo/TestTable.h>
 
-// This program beside `plexo_peer` of the same word size and of the other one, each as writer and as reader. The other one's path
-// is given by the build (PLEXO_OTHER_PEER), or its directory by the environment (VANTA_OTHER_BIN).
+// This program beside `plexo_peer` of the same word size and of the other one, each as writer and as reader.
 namespace Plexo {
 
 namespace {
@@ -10,12 +8,8 @@ namespace {
 class PeerTest : public TableTest, public testing::WithParamInterface< bool > {
  protected:
    void SetUp() override {
-      const char* given = std::getenv( "VANTA_OTHER_BIN" );
-      const std::string other = given ? std::string( given ) + "/plexo_peer" : PLEXO_OTHER_PEER;
-      peer = GetParam() ? other : PLEXO_PEER;
-      if( peer.empty() || access( peer.c_str(), X_OK ) != 0 ) {
-         GTEST_SKIP() << "no plexo_peer of the other word size; name its directory in VANTA_OTHER_BIN";
-      }
+      peer = GetParam() ? otherProgram( "plexo_peer" ) : PLEXO_PEER;
+      if( peer.empty() ) GTEST_SKIP() << "VANTA_OTHER_BUILD does not name a build for the other word size";
    }
    int run( const std::string& arguments ) const { return std::system( ( peer + " " + arguments ).c_str() ); }
 
