@@ -60,7 +60,7 @@ void mapMembers( Writer& w, const Decl& decl, const Attr& attr ) {
               ".assign( key, v ); " + changedCalls( decl, attr, "key" ) + "}" );
    }
    w.line( type + " " + foo + "Del( " + keyParam( attr ) + " key );" );
-   w.line( "void " + foo + "DelAll() { for( auto i = " + slot + ".iterator(); i; ++i ) " + foo + "Del( i.key() ); }" );
+   w.line( "void " + foo + "DelAll() { const auto kept = kelKept(); for( auto i = " + slot + ".iterator(); i; ++i ) " + foo + "Del( i.key() ); }" );
    w.line( "::std::size_t " + foo + "Count() const { return " + slot + ".size(); }" );
    w.line( mapOf( attr ) + "::ConstIterator " + foo + "IterConst() const { return " + slot + ".iterator(); }" );
    w.line( "const " + mapOf( attr ) + "& " + foo + "Map_() const { return " + slot + "; }" );
@@ -226,12 +226,7 @@ void reactorClass( Writer& w, const Decl& decl, const Attr& attr ) {
 void machineClass( Writer& w, const Decl& decl ) {
    const std::string name = decl.name.text;
    const auto parameters = declaredParameters( decl );
-   w.doc( decl.doc );
-   w.line( "class " + name + " : public " + baseClass( decl ) + " {" );
-   w.in();
-   w.label( "public:" );
-   nestedClasses( w, decl );
-   attrIndices( w, baseClass( decl ), rowNames( decl ) );
+   openClass( w, decl, rowNames( decl ) );
    for( const auto& attr : decl.attrs ) {
       if( isWatch( *attr ) ) w.line( "class " + reactorName( *attr ) + ";" );
    }

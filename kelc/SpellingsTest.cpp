@@ -2,6 +2,7 @@
 #include <KelcTest/Spellings.h>
 #include <KelcTest/Table.h>
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <kel/GenericIf.h>
 #include <kel/ThrownTest.h>
@@ -43,7 +44,12 @@ namespace {
 
 std::string calls;   ///< what the handlers below have been called with
 
-void called( const std::string& call ) { calls += ( calls.empty() ? "" : " " ) + call; }
+std::function< void() > then;   ///< what the next one does
+
+void called( const std::string& call ) {
+   calls += ( calls.empty() ? "" : " " ) + call;
+   if( then ) std::exchange( then, nullptr )();
+}
 std::string takeCalls() { return std::exchange( calls, {} ); }
 
 template< class T >
@@ -283,6 +289,16 @@ TEST( Spellings, MachineWithoutEntitiesStartsAndTakesThemLater ) {
    EXPECT_EQ( takeCalls(), "hosts:2 clean:1" );
    root->fdbIs( 5 );
    EXPECT_EQ( takeCalls(), "" );
+}
+
+TEST( Spellings, MachineAndItsEntityMayGoWhileItStartsItsReactors ) {
+   auto root = rootFactory( "root" );
+   for( Kel::U16 fid = 1; fid < 4; ++fid ) root->fdbIs( fid );
+   auto writer = writerFactory( nullptr, nullptr, false );
+   takeCalls();
+   then = [ & ] { writer = nullptr, root = nullptr; };
+   writer->rootIs( root );
+   EXPECT_EQ( takeCalls(), "hosts:1 hosts:2 hosts:3" );
 }
 
 TEST( Spellings, ChildMachinesStartInTheirMapAndEndInIt ) {

@@ -1,9 +1,3 @@
-// 64-bit sizes and seconds in the 32-bit library too.
-#ifndef _TIME_BITS
-#define _FILE_OFFSET_BITS 64
-#define _TIME_BITS 64
-#endif
-
 #include <kel/RiloReader.h>
 
 #include <algorithm>
