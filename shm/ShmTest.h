@@ -39,12 +39,12 @@ inline std::string nameOf( const HostKey& key ) {
 }
 
 struct ShmTest : testing::Test {
-   ShmTest() { static const Plexo::TestDirectory rings( "RILO_DIR" ); }
+   ShmTest() { static const Plexo::TestDirectory rings{ { "RILO_DIR" } }; }
 
    void learn( U16 fid, U32 n, U32 port, U32 moves = 0 ) { source->fdbStatusIs( fid )->learnedHostIs( host( n, port, moves ) ); }
    void forget( U16 fid, U32 n ) { source->fdbStatus( fid )->learnedHostDel( mac( n ) ); }
 
-   const Plexo::TestDirectory home{ "PLEXO_DIR" };
+   const Plexo::TestDirectory home{ { "PLEXO_DIR" } };
    const std::string& directory = home.path;
    Ptr< Status > source = statusFactory( "source" );
 };

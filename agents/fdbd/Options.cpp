@@ -7,6 +7,7 @@
 #include <getopt.h>
 #include <kel/Exception.h>
 #include <map>
+#include <plexo/Writer.h>
 #include <set>
 #include <sys/stat.h>
 
@@ -143,11 +144,11 @@ void settleSources( std::vector< SourceOption >& sources ) {
    }
 }
 
-std::string tableName( std::string_view text ) {
-   constexpr std::size_t longest = 100;
-   const bool isFine = !text.empty() && text.size() <= longest && text.front() != '.' && text.find( '/' ) == std::string_view::npos;
-   if( !isFine ) throw UsageError( "--table " + quoted( text ) + ": give a name of 1 to 100 characters without '/' that does not begin with '.'" );
-   return std::string( text );
+std::string tableName( const char* text ) try {
+   Plexo::checkTableName( text );
+   return text;
+} catch( const Kel::RangeException& e ) {
+   throw UsageError( std::string( "--table: " ) + e.what() );
 }
 
 Pace paceNamed( std::string_view text ) {

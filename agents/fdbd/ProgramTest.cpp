@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fstream>
+#include <plexo/TestFiles.h>
 #include <regex>
 #include <sched.h>
 #include <sys/mount.h>
@@ -29,16 +30,15 @@ std::string captureFile( const std::string& name ) { return FDBD_CAPTURES "/" + 
 const std::string demoCaptures =
    " --capture " + captureFile( "port1.pcap" ) + " --capture " + captureFile( "port2.pcap" ) + " --capture " + captureFile( "port3.pcapng" ) + " ";
 
+std::string contentOf( const std::string& path ) {
+   std::ifstream in( path, std::ios::binary );
+   return { std::istreambuf_iterator< char >( in ), {} };
+}
+
 class Program : public ::testing::Test {
  protected:
-   void SetUp() override {
-      char name[] = "/tmp/fdbd-test-XXXXXX";
-      directory = mkdtemp( name );
-      setenv( "PLEXO_DIR", directory.c_str(), 1 );
-   }
    void TearDown() override {
-      if( pid > 0 ) kill( pid, SIGKILL ), waitpid( pid, nullptr, 0 );
-      EXPECT_EQ( std::system( ( "rm -rf " + directory ).c_str() ), 0 );
+      if( pid > 0 ) stop( SIGKILL );
    }
 
    /// Runs it to its end, 20 seconds at most; everything that it writes.
@@ -53,6 +53,7 @@ class Program : public ::testing::Test {
    void start( const std::string& arguments ) {
       pid = fork();
       if( pid == 0 ) {
+         alarm( Plexo::longestTest );
          execl( "/bin/sh", "sh", "-c", ( "exec " FDBD_PROGRAM " " + arguments + " 2> " + directory + "/stderr" ).c_str(), nullptr );
          _exit( 127 );
       }
@@ -98,21 +99,14 @@ class Program : public ::testing::Test {
       for( int i = 1; i <= count; ++i ) all.hosts[ HostId( 1, mac( std::uint64_t( i ) ) ) ].port = port( 1 );
       return all.lines();
    }
-   static std::string contentOf( const std::string& path ) {
-      std::ifstream in( path, std::ios::binary );
-      return { std::istreambuf_iterator< char >( in ), {} };
-   }
-
-   std::string directory;
+   const Plexo::TestDirectory home{ { "PLEXO_DIR", "RILO_DIR" } };
+   const std::string& directory = home.path;
    pid_t pid = 0;
 };
 
 /// What the kernel's own tool said at the end of the recording; the port pN became EthernetN.
 std::vector< std::string > kernelView() {
-   const std::string text = [] {
-      std::ifstream in( captureFile( "expected.json" ) );
-      return std::string( std::istreambuf_iterator< char >( in ), {} );
-   }();
+   const std::string text = contentOf( captureFile( "expected.json" ) );
    MirrorSink all;
    for( std::size_t at = text.find( '{' ); at != std::string::npos; at = text.find( '{', at + 1 ) ) {
       char address[ 18 ];

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <kel/Types.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -33,12 +33,12 @@ std::string thrown( const Action& action ) {
    return "nothing";
 }
 
-/// A directory of a test's own, named by an environment variable for this process and those that it starts.
+/// A directory of a test's own, which environment variables name for this process and those that it starts.
 struct TestDirectory {
-   explicit TestDirectory( const char* variable ) {
+   explicit TestDirectory( std::initializer_list< const char* > variables = {} ) {
       char name[] = "/dev/shm/vanta-test-XXXXXX";
       if( mkdtemp( name ) ) path = name;
-      setenv( variable, name, 1 );
+      for( const char* variable : variables ) setenv( variable, name, 1 );
    }
    TestDirectory( const TestDirectory& ) = delete;
    TestDirectory& operator=( const TestDirectory& ) = delete;

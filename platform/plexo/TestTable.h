@@ -95,7 +95,7 @@ class TableTest : public testing::Test {
  protected:
    std::string file( const std::string& table = "t" ) const { return directory + "/" + table + ".plexo"; }
 
-   const TestDirectory home{ "PLEXO_DIR" };
+   const TestDirectory home{ { "PLEXO_DIR" } };
    const std::string& directory = home.path;
 };
 
