@@ -16,33 +16,23 @@ inline void netU16Is( Kel::U8* at, Kel::U16 v ) noexcept {
    std::memcpy( at, &v, sizeof v );
 }
 
-/// The two addresses that an Ethernet frame begins with, as they stand there.
-struct EthAddrPair {
-   EthAddr destination;
-   EthAddr source;
-};
-static_assert( sizeof( EthAddrPair ) == 12 && alignof( EthAddrPair ) == 1 );
-
 /// A view of the Ethernet header that begins at `at`: destination, source, and a type or length (IEEE Std 802.3-2022, 3.1.1 and 3.2.6).
 /// `Byte` is `const Kel::U8` for one that is only read. REQUIRES: `bytes` bytes stand there.
 template< class Byte >
 class BasicEthHdr {
  public:
    static constexpr Kel::U32 bytes = 14;
+   static constexpr Kel::U32 sourceOffset = 6;
    static constexpr Kel::U32 typeOffset = 12;
 
    explicit BasicEthHdr( Byte* at ) noexcept : at_( at ) {}
 
-   EthAddrPair addresses() const noexcept {
-      EthAddrPair v;
-      std::memcpy( &v, at_, sizeof v );
-      return v;
-   }
-   EthAddr destination() const noexcept { return addresses().destination; }
-   EthAddr source() const noexcept { return addresses().source; }
+   EthAddr destination() const noexcept { return EthAddr( std::span< const Kel::U8, EthAddr::size >( at_, EthAddr::size ) ); }
+   EthAddr source() const noexcept { return EthAddr( std::span< const Kel::U8, EthAddr::size >( at_ + sourceOffset, EthAddr::size ) ); }
    Kel::U16 etherType() const noexcept { return netU16( at_ + typeOffset ); }
 
-   void addressesIs( const EthAddrPair& v ) const noexcept { std::memcpy( at_, &v, sizeof v ); }
+   void destinationIs( const EthAddr& v ) const noexcept { std::memcpy( at_, &v, sizeof v ); }
+   void sourceIs( const EthAddr& v ) const noexcept { std::memcpy( at_ + sourceOffset, &v, sizeof v ); }
    void etherTypeIs( Kel::U16 v ) const noexcept { netU16Is( at_ + typeOffset, v ); }
 
  private:

@@ -1,12 +1,11 @@
 #include <quor/Packet.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
 // A buffer is one block: its reference count, then its bytes. Each packet over it has its own start and length, and keeps the block's
 // address and size beside them, so that a tag is written without a look at the block's head beyond its count.
-//
-// Lengths stay at or below maxBytes + 1 before they are checked, so that no sum of them wraps at 32 bits.
 
 namespace Quor {
 
@@ -20,6 +19,32 @@ U32 checkedSize( std::size_t bytes, U32 headRoom, U32 tailRoom ) {
    return static_cast< U32 >( bytes ) + headRoom + tailRoom;
 }
 
+// The range that a packet would have, by numbers, since a pointer beyond its buffer is not one to calculate with.
+struct Region {
+   using U64 = Kel::U64;
+   U64 data_, dataBytes_, buffer_, size_;
+
+   static bool ptrWithinRegion( U64 ptr, U64 region, U64 size ) { return ptr - region <= size; }
+   void check() const {
+      KEL_ASSERT( "Quor/Packet", ptrWithinRegion( data_, buffer_, size_ ) );
+      KEL_ASSERT( "Quor/Packet", ptrWithinRegion( data_ + dataBytes_, buffer_, size_ ) );
+   }
+};
+
+Kel::U64 number( const void* ptr ) { return reinterpret_cast< std::uintptr_t >( ptr ); }
+
+}
+
+// Neither of the two returns: they say what is wrong.
+void Packet::trimmedBeyond( U32 bytes ) const {
+   Region{ number( data_ ) + bytes, Kel::U64( dataBytes_ ) - bytes, number( buffer_ ), size_ }.check();
+   KEL_ASSERT( "Quor/Packet", bytes <= dataBytes_ );
+   std::abort();
+}
+
+void Packet::grownBeyond( U32 bytes ) const {
+   Region{ number( data_ ), Kel::U64( dataBytes_ ) + bytes, number( buffer_ ), size_ }.check();
+   std::abort();
 }
 
 Packet::SharedBuffer* Packet::newBuffer( U32 size ) {

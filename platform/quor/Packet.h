@@ -57,30 +57,27 @@ class Packet : public Kel::PtrInterface {
    U32 tailRoom() const noexcept { return size_ - headRoom() - dataBytes_; }
 
    /// Moves the start of the data back by `bytes`, where there is room and nobody shares the buffer; into a fresh buffer otherwise. What the
-   /// new bytes hold is left open.
-   void headGrow( U32 bytes ) {
+   /// new bytes hold is left open. Returns the new start, to write.
+   U8* headGrow( U32 bytes ) {
       KEL_ASSERT( "Quor/Packet", sharedBuffer_ != 0 );
       if( headRoom() < bytes || isShared() ) [[unlikely]] moveForHead( bytes );
       data_ -= bytes;
       dataBytes_ += bytes;
-      checkRegion();
+      return data_;
    }
    /// Drops the first `bytes` of the data.
    void headTrim( U32 bytes ) {
       KEL_ASSERT( "Quor/Packet", sharedBuffer_ != 0 );
-      const U32 had = dataBytes_;
-      bytes = std::min( bytes, maxBytes + 1 );
-      data_ = moved( data_, bytes );
-      dataBytes_ -= std::min( bytes, had );
-      checkRegion();
-      KEL_ASSERT( "Quor/Packet", bytes <= had );
+      if( bytes > dataBytes_ ) [[unlikely]] trimmedBeyond( bytes );
+      data_ += bytes;
+      dataBytes_ -= bytes;
    }
    /// Moves the end of the data by `bytes` into the tail room. What the new bytes hold is left open.
    void tailGrow( U32 bytes ) {
       KEL_ASSERT( "Quor/Packet", sharedBuffer_ != 0 );
+      if( bytes > tailRoom() ) [[unlikely]] grownBeyond( bytes );
       if( isShared() ) move( headRoom(), tailRoom() );
-      dataBytes_ = std::min( dataBytes_ + std::min( bytes, maxBytes ), maxBytes + 1 );
-      checkRegion();
+      dataBytes_ += bytes;
    }
    /// Drops the last `bytes` of the data.
    void tailTrim( U32 bytes ) {
@@ -97,15 +94,8 @@ class Packet : public Kel::PtrInterface {
    };
 
    static SharedBuffer* newBuffer( U32 size );
-   // By numbers, since a pointer beyond its buffer is not one to calculate with.
-   static U8* moved( U8* ptr, U32 bytes ) noexcept { return reinterpret_cast< U8* >( reinterpret_cast< std::uintptr_t >( ptr ) + bytes ); }
-   static bool ptrWithinRegion( const U8* ptr, const U8* region, U32 size ) noexcept {
-      return reinterpret_cast< std::uintptr_t >( ptr ) - reinterpret_cast< std::uintptr_t >( region ) <= size;
-   }
-   void checkRegion() const {
-      KEL_ASSERT( "Quor/Packet", ptrWithinRegion( data_, buffer_, size_ ) );
-      KEL_ASSERT( "Quor/Packet", ptrWithinRegion( data_ + dataBytes_, buffer_, size_ ) );
-   }
+   [[noreturn, gnu::cold]] void trimmedBeyond( U32 bytes ) const;
+   [[noreturn, gnu::cold]] void grownBeyond( U32 bytes ) const;
    void take( SharedBuffer* buffer, U32 size, U32 headRoom, U32 bytes ) noexcept;
    void drop() noexcept;
    /// Takes the data into a fresh buffer with this much room around it.
