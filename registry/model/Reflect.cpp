@@ -131,10 +131,9 @@ If Maker::valueUnlike( Kel::Type& type, const void* other ) {
    }
 }
 
-Ifs Maker::parameters( const Kel::Type& type, bool asChild, const Kel::Type* keyType ) {
+Ifs Maker::parameters( const Kel::Type& type, const Kel::Type* keyType ) {
    Ifs out;
-   const bool isNameKeyed = keyType == &BuiltIn::name || keyType == &BuiltIn::string8;
-   if( type.info().takesName && ( !asChild || isNameKeyed ) ) out.push_back( value( asChild ? typeObject( std::string( keyType->qualifiedName() ) ) : BuiltIn::name ) );
+   if( type.info().takesName && ( !keyType || isName( *keyType ) ) ) out.push_back( value( BuiltIn::name ) );
    for( U16 i = 0; i < type.attrCount(); ++i ) {
       const Attr& row = type.attr( i );
       if( !row.has( Flags::constructorRole ) ) continue;

@@ -16,6 +16,8 @@ using Ifs = std::vector< If >;
 
 /// The type object with this name. Throws when the library has none.
 Kel::Type& typeObject( const std::string& name );
+/// Whether entities are named by values of this type as they are.
+inline bool isName( const Kel::Type& type ) { return type.code() == Kel::TypeCode::name || type.code() == Kel::TypeCode::string8; }
 /// How reflection tells one attribute, in the words of Model.txt.
 std::string lineOf( const Kel::Attr& row, const Kel::Type& owner );
 
@@ -26,8 +28,8 @@ class Maker {
    If value( Kel::Type& type );
    /// One that differs from `other`.
    If valueUnlike( Kel::Type& type, const void* other );
-   /// The constructor parameters of an entity type, in order. Of a child that is named by its key the name is left out.
-   Ifs parameters( const Kel::Type& type, bool asChild = false, const Kel::Type* keyType = nullptr );
+   /// The constructor parameters of an entity type, in order. A child in a collection that is keyed by something else than its name gets none.
+   Ifs parameters( const Kel::Type& type, const Kel::Type* keyType = nullptr );
    Kel::Ptr< Kel::Entity > entity( const Kel::Type& type );
    Kel::Ptr< Kel::Entity > entity( const Kel::Type& type, const Ifs& parameters );
 
