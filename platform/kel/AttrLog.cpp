@@ -12,7 +12,7 @@ namespace Kel {
 
 namespace {
 
-enum class Record : U8 { set = 0, gone = 1, end = 2, whole = 3 };
+enum class Record : U8 { set = 0, gone = 1, end = 2, whole = 3, tail = 4 };
 
 bool isCollection( const Attr& row ) {
    return row.kind == AttrKind::map || row.kind == AttrKind::childMap || row.kind == AttrKind::refMap || row.kind == AttrKind::queue;
@@ -146,6 +146,11 @@ void AttrLog::writeCollection( U16 attr, const Collection* collection, U64 since
    const Attr& row = entity_.fwkType().attr( attr );
    const bool whole = since == 0 || ( collection && since < collection->floor );
    if( whole ) out.u8( static_cast< U8 >( Record::whole ) );
+   if( row.kind == AttrKind::queue ) {
+      // First, since it tells on which side of a queue that wraps an element stands.
+      out.u8( static_cast< U8 >( Record::tail ) );
+      out.u32( row.extra.collection->tail( memberOf( entity_, row ) ) );
+   }
    if( collection ) {
       auto first = collection->keys.end();
       while( first != collection->keys.begin() && ( whole || std::prev( first )->revision > since ) ) --first;
@@ -233,6 +238,10 @@ void AttrLogProxy::updateCollection( U16 attr, const Attr& row, LogIn& in ) {
    for( auto record = Record( in.u8() ); record != Record::end; record = Record( in.u8() ) ) {
       switch( record ) {
       case Record::whole: stale = keysOf( row, map ); break;
+      case Record::tail:
+         if( row.kind != AttrKind::queue ) throw RangeException( "a position in the attribute log of " + std::string( row.name ) + ", which is no queue" );
+         ops.tailIs( entity_, attr, map, in.u32() );
+         break;
       case Record::gone:
          read( *row.keyType, key.storage(), in );
          ops.erase( entity_, attr, map, key.object() );
@@ -266,7 +275,7 @@ void AttrLogProxy::setElement( U16 attr, const Attr& row, void* map, const void*
                             key, static_cast< const char* >( value.object() ) + row.type->attr( static_cast< U16 >( row.keyAttr - 1 ) ).offset ) ) {
          throw RangeException( "an element of " + std::string( row.name ) + " does not carry the key that it stands under" );
       }
-      return ops.set( entity_, attr, map, key, value.object() );
+      return ( row.kind == AttrKind::queue ? ops.setBeforeTail : ops.set )( entity_, attr, map, key, value.object() );
    }
    std::vector< Ptr< GenericIf > > parameters;
    if( row.type->info().takesName && row.keyType == &BuiltIn::name ) parameters.push_back( new OwnedValueIf( *row.keyType, key, false ) );

@@ -319,6 +319,12 @@ struct CollectionOps {
    /// Appends to a queue and removes its head into `*value`; null for other collections.
    void ( *enq )( Entity& owner, U16 attr, void* map, const void* value );
    void ( *deq )( Entity& owner, U16 attr, void* map, void* value );
+   /// Where the next element of a queue goes.
+   U32 ( *tail )( const void* map );
+   /// Moves the tail on to that of the queue that this one is a copy of, and removes what is too old for it.
+   void ( *tailIs )( Entity& owner, U16 attr, void* map, U32 tail );
+   /// As `set`, for a position that lies before the tail.
+   void ( *setBeforeTail )( Entity& owner, U16 attr, void* map, const void* key, const void* value );
 };
 
 template< class Map >
@@ -341,6 +347,29 @@ struct CollectionOpsOf {
       auto& m = *static_cast< Map* >( map );
       if constexpr( isQueue ) owner.setAt( attr, m, *static_cast< const Key* >( key ), *static_cast< const Element* >( value ) );
       else owner.setIn( attr, m, *static_cast< const Key* >( key ), *static_cast< const Element* >( value ) );
+   }
+   static U32 tail( const void* map ) {
+      if constexpr( isQueue ) return constMap( map ).tail();
+      else return 0;
+   }
+   static void tailIs( Entity& owner, U16 attr, void* map, U32 tail ) {
+      if constexpr( isQueue ) {
+         auto& queue = *static_cast< Map* >( map );
+         const auto to = static_cast< Key >( tail );
+         if( to != tail ) throw RangeException( "a queue has no position " + std::to_string( tail ) );
+         for( auto i = queue.iterator(); i && queue.isBehind( i.key(), to ); ++i ) owner.delFrom( attr, queue, Key( i.key() ) );
+         queue.tailIs( to );
+      }
+   }
+   static void setBeforeTail( Entity& owner, U16 attr, void* map, const void* key, const void* value ) {
+      if constexpr( isQueue ) {
+         auto& queue = *static_cast< Map* >( map );
+         const auto& index = *static_cast< const Key* >( key );
+         const auto& v = *static_cast< const Element* >( value );
+         if( const Element* current = queue.findBeforeTail( index ); current && *current == v ) return;
+         queue.setBeforeTail( index, v );
+         owner.changedKey( attr, key );
+      }
    }
    static void enq( Entity& owner, U16 attr, void* map, const void* value ) {
       if constexpr( isQueue ) owner.enqIn( attr, *static_cast< Map* >( map ), *static_cast< const Element* >( value ) );
@@ -380,7 +409,9 @@ struct CollectionOpsOf {
    }
    static constexpr CollectionOps make() {
       return { &size, &find, &next, &set, &erase, ofEntities ? &adopt : nullptr, ofEntities ? &entities : nullptr,
-               ofEntities ? &named : nullptr, isQueue ? &enq : nullptr, isQueue ? &deq : nullptr };
+               ofEntities ? &named : nullptr, isQueue ? &enq : nullptr, isQueue ? &deq : nullptr,
+               isQueue ? &tail : nullptr, isQueue ? &tailIs : nullptr,
+               isQueue ? &setBeforeTail : nullptr };
    }
 };
 

@@ -94,12 +94,6 @@ TEST_F( EntityTest, CollectionsAnnounceKeysInAllForms ) {
    take();
    tree->pairsDelAll();
    EXPECT_EQ( take().size(), 6u );
-   EXPECT_FALSE( tree->pairsIter() );
-}
-
-TEST_F( EntityTest, DeletionByIteratorTakesAnyAndNothingAtTheEnd ) {
-   tree->pairsIs( 3, Pair( 1, 2 ) );
-   EXPECT_EQ( tree->pairsDel( tree->pairsIterConst() ), Pair( 1, 2 ) );
    EXPECT_EQ( tree->pairsDel( tree->pairsIter() ), Pair() );
 }
 
@@ -176,15 +170,26 @@ TEST_F( EntityTest, ThrowingCallbackDoesNotStopTheWalkNorDoesItsHandler ) {
 }
 
 TEST_F( EntityTest, ReactorActivatesOnceAndCanBeQuiet ) {
-   const auto a = listen( "a" );
+   auto a = listen( "a" );
    EXPECT_EQ( thrown< Kel::InternalException >( [ & ] { a->activate( tree.ptr() ); } ), "entity reactor is already active" );
    a->hasNotificationActiveIs( false );
    tree->numberIs( 1 );
    a->hasNotificationActiveIs( true );
    tree->numberIs( 2 );
    EXPECT_THAT( take(), ElementsAre( "a number" ) );
+   // A quiet one dies as others do.
+   a->hasNotificationActiveIs( false );
+   a = nullptr;
+   tree->numberIs( 3 );
+   EXPECT_EQ( tree->notifieeCount(), 0u );
    const Ptr< Listener > none = Kel::makePtr< Listener >( nullptr, "none", log );
    EXPECT_FALSE( none->notifier() );
+   const auto branch = branchFactory( "branch" );
+   EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { none->activate( branch.ptr() ); } ), "Entity is the wrong type" );
+   EXPECT_EQ( branch->notifieeCount(), 0u );
+   none->activate( tree.ptr() );
+   tree->numberIs( 4 );
+   EXPECT_THAT( take(), ElementsAre( "none number" ) );
 }
 
 TEST_F( EntityTest, ChildrenAreNamedByTheirKeyAndKeptByTheirParameters ) {
@@ -219,46 +224,44 @@ TEST_F( EntityTest, ChildrenAreNamedByTheirKeyAndKeptByTheirParameters ) {
 TEST_F( EntityTest, NullReferencesAreRefusedWhereTheyMustBe ) {
    const auto leaf = tree->leafIs( "oak", 1, 2 );
    tree->requiredIs( leaf );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { tree->requiredIs( nullptr ); } ),
+   EXPECT_EQ( thrown( [ & ] { tree->requiredIs( nullptr ); } ),
               "null _required parameter to mutator for Facets::Tree::required not allowed" );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { tree->linkedIs( 4, nullptr ); } ),
+   EXPECT_EQ( thrown( [ & ] { tree->linkedIs( 4, nullptr ); } ),
               "null _linked parameter to mutator for Facets::Tree::linked not allowed" );
    EXPECT_EQ( tree->required(), leaf );
    tree->favouriteIs( leaf );
    tree->favouriteIs( nullptr );
    EXPECT_FALSE( tree->favourite() );
-   EXPECT_EQ( thrown< Kel::RangeException >( [] { Kel::ValidPtr< Leaf > p( nullptr ); } ), "null ValidPtr" );
+   EXPECT_EQ( thrown( [] { Kel::ValidPtr< Leaf > p( nullptr ); } ), "null ValidPtr" );
 }
 
 TEST_F( EntityTest, StoreThenCheckKeepsTheRefusedValueUnannounced ) {
    const Kel::U32 before = tree->changeCount();
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { tree->limitIs( 101 ); } ), "Tree::limit > Tree::limitMax not allowed" );
+   EXPECT_EQ( thrown( [ & ] { tree->limitIs( 101 ); } ), "Tree::limit > Tree::limitMax not allowed" );
    EXPECT_EQ( tree->limit(), 101 );
    EXPECT_EQ( tree->changeCount(), before );
    tree->limitIs( 100 );
    EXPECT_EQ( tree->changeCount(), before + 1 );
 }
 
-TEST_F( EntityTest, DerivedAttributesAndConstantsRead ) {
-   tree->pairIs( Pair( 4, 5 ) );
-   EXPECT_EQ( tree->outer(), Vid( 4 ) );
-   EXPECT_EQ( tree->doubled(), 14u );
-   EXPECT_EQ( tree->limitMax(), 100 );
-   EXPECT_EQ( tree->greeting(), "hello" );
-   const auto bush = bushFactory( "bush" );
-   EXPECT_EQ( bush->number(), 7u );
-   EXPECT_EQ( bush->berries(), 3u );
+// Typed setters give each reactor its callback straight away; one of a base type has none for what the derived type adds.
+TEST_F( EntityTest, ReactorsToABaseTypeHearOnlyWhatItHas ) {
    struct Watch : Bush::NotifieeConst {
       using NotifieeConst::NotifieeConst;
       void onNumber() override { ++numbers; }
       void onBerries() override { ++berries; }
       int numbers = 0, berries = 0;
    };
-   const auto watch = Kel::makePtr< Watch >( bush );
-   bush->numberIs( 1 );
-   bush->berriesIs( 1 );
-   EXPECT_EQ( watch->numbers, 1 );
-   EXPECT_EQ( watch->berries, 1 );
+   const auto bush = bushFactory( "bush" );
+   EXPECT_EQ( bush->number(), 7u );
+   const auto whole = Kel::makePtr< Watch >( bush );
+   const auto base = Kel::makePtr< Listener >( bush, "base", log );
+   bush->berriesIs( 4 );
+   EXPECT_EQ( whole->berries, 1 );
+   EXPECT_THAT( take(), ElementsAre() );
+   bush->numberIs( 8 );
+   EXPECT_EQ( whole->numbers, 1 );
+   EXPECT_THAT( take(), ElementsAre( "base number" ) );
 }
 
 TEST( DirTest, ReplacedEntryGoesThenComes ) {
@@ -274,12 +277,12 @@ TEST( DirTest, ReplacedEntryGoesThenComes ) {
    dir->entryIs( "a", treeFactory( "a" ) );
    EXPECT_THAT( watch->seen, ElementsAre( "a there", "a gone", "a there" ) );
    EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { dir->entry< Branch >( "a" ); } ), "Entity is the wrong type" );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { dir->entryIs( "b", nullptr ); } ),
+   EXPECT_EQ( thrown( [ & ] { dir->entryIs( "b", nullptr ); } ),
               "null _entry parameter to mutator for Kel::Dir::entry not allowed" );
    EXPECT_EQ( dir->entry< Tree >( "a" )->fullName(), "dir/a" );
    const auto inner = Kel::dirFactory( "inner" );
    dir->entryIs( inner );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { inner->entryIs( dir ); } ), "directory dir/inner stands in dir and can't hold it" );
+   EXPECT_EQ( thrown( [ & ] { inner->entryIs( dir ); } ), "directory dir/inner stands in dir and can't hold it" );
    // A directory is no owner: what others hold too outlives it.
    const auto tree = dir->entry< Tree >( "a" );
    inner->entryIs( tree );

@@ -46,12 +46,12 @@ TEST_F( GenericIfTest, ValuesAreBuiltReadAndSetByName ) {
    EXPECT_EQ( copy->as< Pair >(), Pair( 3, 9 ) );
    const Arg outer( Vid( 7 ) );
    EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( copy, "outer", Kind::set, &outer ); } ), "attempting to modify a const instance" );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { perform( value, "inner", Kind::set, &outer ); } ), "Facets::Vid given where Facets::VidOrNone is wanted" );
+   EXPECT_EQ( thrown( [ & ] { perform( value, "inner", Kind::set, &outer ); } ), "Facets::Vid given where Facets::VidOrNone is wanted" );
    const Arg inner( VidOrNone( 1 ) );
    const Kel::GenericIf* list[] = { &outer, &inner };
    value->genericIfListConstructor( list );
    EXPECT_EQ( value->as< Pair >(), Pair( 7, 1 ) );
-   EXPECT_NE( thrown< Kel::RangeException >( [ & ] { value->genericIfListConstructor( std::span( list, 1 ) ); } ), "nothing" );
+   EXPECT_NE( thrown( [ & ] { value->genericIfListConstructor( std::span( list, 1 ) ); } ), "nothing" );
    Pair raw( 1, 2 );
    Pair::GenericIf_ own( &raw, false );
    own.valIs( Pair( 5, 6 ) );
@@ -63,7 +63,7 @@ TEST_F( GenericIfTest, ValuesAreBuiltReadAndSetByName ) {
    EXPECT_EQ( value->voidPtrIs( Vid::_Type ), nullptr );
    // A scalar is checked on its way in.
    const If scalar = Vid::_Type.genericIf( Kel::String8( "5" ), false );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { perform( scalar, "value", Kind::set, Ptr( new Arg( Kel::U16( 0 ) ) ).ptr() ); } ),
+   EXPECT_EQ( thrown( [ & ] { perform( scalar, "value", Kind::set, Ptr( new Arg( Kel::U16( 0 ) ) ).ptr() ); } ),
               "Vid::value < 1 or > 4094 not allowed" );
    EXPECT_EQ( scalar->as< Vid >(), Vid( 5 ) );
    EXPECT_EQ( text( scalar, "max" ), "4094" );
@@ -87,7 +87,7 @@ TEST_F( GenericIfTest, EntityAttributesChangeThroughTheirMutators ) {
    const Arg value( Kel::U32( 9 ) );
    EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( constAdapter, "number", Kind::set, &value ); } ), "attempting to modify a const instance" );
    const Arg large( Kel::U16( 101 ) );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { perform( adapter, "limit", Kind::set, &large ); } ), "Tree::limit > Tree::limitMax not allowed" );
+   EXPECT_EQ( thrown( [ & ] { perform( adapter, "limit", Kind::set, &large ); } ), "Tree::limit > Tree::limitMax not allowed" );
    EXPECT_EQ( text( adapter, "limit" ), "101" );
    EXPECT_EQ( text( adapter, "limitMax" ), "100" );
    EXPECT_EQ( text( adapter, "greeting" ), "'hello'" );
@@ -126,7 +126,7 @@ TEST_F( GenericIfTest, ChildrenAndReferencesAreMadeAndFound ) {
    buddies[ 1 ] = nullptr;
    EXPECT_NE( thrown< Kel::NameInUseException >( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ), "nothing" );
    buddies[ 0 ] = nullptr;
-   EXPECT_NE( thrown< Kel::RangeException >( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ), "nothing" );
+   EXPECT_NE( thrown( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ), "nothing" );
    const Arg vid( Vid( 12 ) );
    const Kel::GenericIf* key[] = { &vid };
    EXPECT_EQ( perform( adapter, "keyed", Kind::create, nullptr, nullptr, key )->strRep(), "tree/12" );
@@ -134,9 +134,9 @@ TEST_F( GenericIfTest, ChildrenAndReferencesAreMadeAndFound ) {
    EXPECT_EQ( tree->favourite(), tree->leaf( "oak" ) );
    perform( adapter, "favourite", Kind::set );
    EXPECT_FALSE( tree->favourite() );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { perform( adapter, "required", Kind::set ); } ),
+   EXPECT_EQ( thrown( [ & ] { perform( adapter, "required", Kind::set ); } ),
               "null _required parameter to mutator for Facets::Tree::required not allowed" );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { perform( adapter, "favourite", Kind::set, adapter.ptr() ); } ),
+   EXPECT_EQ( thrown( [ & ] { perform( adapter, "favourite", Kind::set, adapter.ptr() ); } ),
               "Facets::Tree given where Facets::Leaf is wanted" );
    // An element that carries its key needs no other.
    const If keyed = perform( adapter, "keyed", Kind::get, nullptr, &vid );
@@ -150,7 +150,7 @@ TEST_F( GenericIfTest, ChildrenAndReferencesAreMadeAndFound ) {
    const Kel::GenericIf* to[] = { &two };
    perform( adapter, "reset", Kind::invoke, nullptr, nullptr, to );
    EXPECT_EQ( tree->number(), 2u );
-   EXPECT_NE( thrown< Kel::RangeException >( [ & ] { perform( adapter, "reset", Kind::invoke ); } ), "nothing" );
+   EXPECT_NE( thrown( [ & ] { perform( adapter, "reset", Kind::invoke ); } ), "nothing" );
    adapter->kelDoZombieReactors( true );
    EXPECT_TRUE( tree->isZombie() );
 }
