@@ -224,7 +224,7 @@ struct Kel::CollectionOpsOf< Plexo::TableAttr< Record, Key_ > > {
       return true;
    }
    static constexpr CollectionOps make() {
-      return { &size, &find, &next, &set, &erase, nullptr, nullptr, nullptr, nullptr, nullptr };
+      return { &size, &find, &next, &set, &erase, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr };
    }
 };
 
