@@ -14,7 +14,8 @@ namespace Outside {
 
 constinit const Kel::Attr Mux::attrs_[] = { Kel::ptrAttr< Kel::Dir >( "lower", Kel::AttrKind::ref, offsetof( Mux, lower_ ), 0 ) };
 constinit Kel::Type Mux::_Type{
-   { .qualifiedName = "Outside::Mux", .code = Kel::TypeCode::machine, .attrs = attrs_, .base = &Kel::Machine::_Type }
+   { .qualifiedName = "Outside::Mux", .code = Kel::TypeCode::machine, .attrs = attrs_, .base = &Kel::Machine::_Type,
+     .firstAttr = Kel::Machine::Attr_::count_ }
 };
 constinit const Kel::Attr IntfConfig::attrs_[] = { Kel::attr< Kel::U32 >( "intfId", offsetof( IntfConfig, intfId_ ), 5 ),
                                                    Kel::attr< Kel::U32 >( "genId", offsetof( IntfConfig, genId_ ), 5 ) };

@@ -278,7 +278,7 @@ void AttrLogProxy::setElement( U16 attr, const Attr& row, void* map, const void*
       return ( row.kind == AttrKind::queue ? ops.setBeforeTail : ops.set )( entity_, attr, map, key, value.object() );
    }
    std::vector< Ptr< GenericIf > > parameters;
-   if( row.type->info().takesName && row.keyType == &BuiltIn::name ) parameters.push_back( new OwnedValueIf( *row.keyType, key, false ) );
+   if( isNamedByKey( *row.type, *row.keyType ) ) parameters.push_back( new OwnedValueIf( *row.keyType, key, false ) );
    for( U16 i = 0; i < row.type->attrCount(); ++i ) {
       const Attr& parameter = row.type->attr( i );
       if( !parameter.has( KelAttrIntrospectionFlags::constructorRole ) ) continue;

@@ -295,6 +295,10 @@ void Entity::attrIs( U16 attr, const void* value ) {
    changed( attr );
 }
 
+bool isNamedByKey( const Type& child, const Type& key ) {
+   return child.info().takesName && ( &key == &BuiltIn::name || &key == &BuiltIn::string8 );
+}
+
 // A child's constructor takes its name first, when it has one of its own; that is the text of its key unless the key is the name.
 Ptr< Entity > Entity::newChildAt( U16 attr, std::span< const GenericIf* const > parameters ) {
    const Attr& row = fwkType().attr( attr );
@@ -302,8 +306,10 @@ Ptr< Entity > Entity::newChildAt( U16 attr, std::span< const GenericIf* const > 
    if( !type.info().make ) throw InternalException( std::string( type.qualifiedName() ) + " can't be created by reflection" );
    if( parameters.empty() ) throw RangeException( "no key given for a new " + std::string( type.qualifiedName() ) );
    const void* key = Detail::checkedArgument( parameters[ 0 ], *row.keyType );
-   const bool byName = type.info().takesName && row.keyType == &BuiltIn::name;
-   const Name name( byName ? *static_cast< const Name* >( key ) : Name( keyName( *row.keyType, key ) ) );
+   const bool byName = isNamedByKey( type, *row.keyType );
+   const Name name( row.keyType == &BuiltIn::name      ? *static_cast< const Name* >( key ) :
+                    row.keyType == &BuiltIn::string8 ? Name( *static_cast< const String8* >( key ) ) :
+                                                       Name( keyName( *row.keyType, key ) ) );
    ConstructorArguments arguments( type, parameters.subspan( byName ) );
    std::vector< const void* >& values = arguments.values;
    void* map = reinterpret_cast< char* >( this ) + row.offset;

@@ -24,6 +24,9 @@ Name keyName( const K& key ) {
    else return Name( keyName( typeOf< K >(), &key ) );
 }
 
+/// Whether the children of a collection with such keys are constructed with their key as their name, before their other parameters.
+bool isNamedByKey( const Type& child, const Type& key );
+
 /// Base of every entity: it has a name and a parent, is held by `Ptr`, and tells its notifiees of every change, synchronously. Attributes
 /// are compared, stored, counted, marked in the attribute log and announced, in this order, by the functions below; the generated setters
 /// only name the attribute. An entity is used from the one thread that owns its tree.

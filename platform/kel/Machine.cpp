@@ -2,7 +2,13 @@
 
 namespace Kel {
 
-constinit Type Machine::_Type{ { .qualifiedName = "Kel::Machine", .code = TypeCode::machine } };
+namespace {
+
+constinit const Attr machineAttrs[] = { derivedAttr< Machine, &Machine::hasNotificationActive >( "hasNotificationActive" ) };
+
+}
+
+constinit Type Machine::_Type{ { .qualifiedName = "Kel::Machine", .code = TypeCode::machine, .attrs = machineAttrs } };
 
 void Machine::nullRefused( const char* attribute ) const {
    const std::string name = attribute;

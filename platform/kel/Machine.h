@@ -12,7 +12,7 @@ class Machine : public PtrInterface {
  public:
    static constexpr TypeCode _code = TypeCode::machine;
    static Type _Type;
-   struct Attr_ { enum : U16 { count_ = 0 }; };
+   struct Attr_ { enum : U16 { hasNotificationActive, count_ }; };
 
    Machine() = default;
    Machine( const Machine& ) = delete;
