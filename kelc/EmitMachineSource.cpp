@@ -136,6 +136,7 @@ void reactorMap( Writer& w, const Decl& decl, const Attr& attr ) {
    w.line( "}" );
    w.line( reactor + " " + name + "::" + foo + "Is( const " + watchedPtr( attr ) + "& entity ) {" );
    w.line( "   if( !entity ) nullRefused( \"" + foo + "\" );" );
+   w.line( std::string( "   " ) + keepItself );
    w.line( "   return ::Kel::followEntity( " + slot + ", " + keyOfEntity( attr, "entity" ) + ", " + constPtr +
            "( entity ), this );" );
    w.line( "}" );

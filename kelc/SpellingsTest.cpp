@@ -198,7 +198,7 @@ TEST( Spellings, CollectionsAndReferences ) {
    EXPECT_EQ( fdb->find( HostKey( 3, Quor::EthAddr() ) ).moves(), 5u );
 }
 
-TEST( Spellings, ReflectionCallsOperationsAndDerivedAttributes ) {
+TEST( Spellings, ReflectionCallsAnOverload ) {
    const auto fdb = fdbFactory( 3 );
    Fdb::GenericIf_ generic( fdb.ptr(), false );
    takeCalls();
@@ -207,12 +207,6 @@ TEST( Spellings, ReflectionCallsOperationsAndDerivedAttributes ) {
    Kel::AttributeOp op{ .attribute = Fdb::Attr_::flush, .kind = Kel::AttributeOp::Kind::invoke, .arguments = arguments };
    generic.attributeOp( op, nullptr, nullptr );
    EXPECT_EQ( takeCalls(), "flush red" );
-   const auto vlan = vlanFactory( "v", 7, false, Pair( 3, 4 ) );
-   Vlan::GenericIf_ vlanIf( vlan.ptr(), false );
-   Kel::Ptr< Kel::GenericIf > result;
-   vlanIf.attributeOp( { .attribute = Vlan::Attr_::outer }, nullptr, &result );
-   EXPECT_EQ( result->strRep(), "3" );
-   EXPECT_EQ( vlanIf.attributeId( "kelHasAttrLogInterface" ), 1 );
    EXPECT_EQ( BigRoot::_Type.attributeId( "extra" ), BigRoot::Attr_::extra );
    EXPECT_EQ( BigRoot::Attr_::extra, Root::Attr_::count_ );
 }

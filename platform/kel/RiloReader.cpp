@@ -90,7 +90,7 @@ U64 RiloReader::Scan::mayStillCome( U64 from, U64 except ) const {
 
 RiloReader::RiloReader( const std::string& path ) : path_( path ) {
    fd_ = UniqueFd( ::open( path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC ) );
-   if( !fd_ ) throw Exception( "trace ring " + path + " can't be opened: " + std::strerror( errno ) );
+   if( !fd_ ) throwErrno( "trace ring " + path + " can't be opened" );
    readHeader();
 }
 

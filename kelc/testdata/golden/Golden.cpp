@@ -127,6 +127,7 @@ void HostSm::statusIs( const ::Kel::Ptr< const ::Bridging::Status >& entity ) {
 }
 ::Kel::Ptr< HostSm::KelHostDir > HostSm::hostDirIs( const ::Kel::Ptr< const ::Bridging::HostDir >& entity ) {
    if( !entity ) nullRefused( "hostDir" );
+   const auto kept = kelKept();
    return ::Kel::followEntity( hostDir_, ::Bridging::VlanId( entity->vlan() ), ::Kel::Ptr< const ::Bridging::HostDir >( entity ), this );
 }
 void HostSm::hostDirDel( ::Bridging::VlanId key ) { ::Kel::unfollowEntity( hostDir_, key ); }
