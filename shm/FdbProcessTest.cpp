@@ -39,10 +39,11 @@ class ProcessTest : public ShmTest, public testing::WithParamInterface< bool > {
 
 /// Readers that start before, during and after the writer's life all come to see the same.
 TEST_P( ProcessTest, ReadersStartAtAnyTime ) {
+   constexpr U32 hosts = 5000;                                          // the table's index doubles several times
    Peer before = peer( "read" );
    EXPECT_EQ( "", before.say( "show" ) );
    const double times[] = { 0, -1.5, 0.1, 1e300, 5e-324, std::numeric_limits< double >::infinity(), std::numeric_limits< double >::quiet_NaN() };
-   for( U32 n = 1; n <= 200; ++n ) {
+   for( U32 n = 1; n <= hosts; ++n ) {
       LearnedHost h = host( n, n % 16000 + 1, n );
       h.lastMoveTimeIs( times[ n % std::size( times ) ] );
       h.entryTypeIs( static_cast< EntryType >( n % 19 ) );
@@ -53,7 +54,7 @@ TEST_P( ProcessTest, ReadersStartAtAnyTime ) {
    Peer during = peer( "read" );
    expectShown( before, linesOf( hostsOf( *source ) ) );
    expectShown( during, linesOf( hostsOf( *source ) ) );
-   for( U32 n = 2; n <= 200; n += 2 ) forget( 0, n );
+   for( U32 n = 2; n <= hosts; n += 2 ) forget( 0, n );
    learn( 7, 1, 1 );
    const std::string expected = linesOf( hostsOf( *source ) );
    retire();
@@ -81,8 +82,8 @@ TEST_P( ProcessTest, TheNextWriterKnowsOtherHosts ) {
    };
    Peer follower = peer( "read" );
    Peer first = peer( "write" );
-   for( U32 n = 1; n <= 50; ++n ) learn( n <= 25 ? 1 : 2, n, 1 );
-   for( U32 n = 1; n <= 50; ++n ) first.learn( n <= 25 ? 1 : 2, host( n, 1 ) );
+   for( U32 n = 1; n <= 500; ++n ) learn( n <= 25 ? 1 : 2, n, 1 );
+   for( U32 n = 1; n <= 500; ++n ) first.learn( n <= 25 ? 1 : 2, host( n, 1 ) );
    first.say( "publish" );
    const std::string all = linesOf( hostsOf( *source ) );
    EXPECT_EQ( "", shows( all ) );
@@ -112,7 +113,7 @@ TEST_P( ProcessTest, TheNextWriterKnowsOtherHosts ) {
    // A third writer, in this process, takes over what the one of the other program left.
    retire();
    publish();
-   learn( 1, 60, 1 );
+   learn( 1, 600, 1 );
    expectShown( follower, linesOf( hostsOf( *source ) ) );
 }
 

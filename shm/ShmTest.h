@@ -6,7 +6,6 @@
 #include <plexo/Exceptions.h>
 #include <plexo/Format.h>
 #include <plexo/TestFiles.h>
-#include <poll.h>
 
 // Helpers of the tests of this room: a directory of tables per test, hosts from a few numbers, and a table's bytes to spoil.
 namespace Bridging {
@@ -57,14 +56,7 @@ inline void drain( const Ptr< Plexo::Bridging::Status >& table ) {
 
 /// Waits on the reader's descriptor until `done`, for at most some seconds.
 inline bool drainUntil( const Ptr< Plexo::Bridging::Status >& table, const std::function< bool() >& done ) {
-   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 20 );
-   for( ;; ) {
-      drain( table );
-      if( done() ) return true;
-      if( std::chrono::steady_clock::now() > end ) return false;
-      pollfd ready{ table->plexoFdbStatusControl().fd(), POLLIN, 0 };
-      poll( &ready, 1, 1000 );
-   }
+   return Plexo::drainUntil( [ & ] { return table->plexoFdbStatusControl().fd(); }, [ & ] { drain( table ); }, done );
 }
 
 /// The bytes of a table's file, to spoil.

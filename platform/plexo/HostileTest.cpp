@@ -123,21 +123,6 @@ TEST_F( HostileTest, FilesOfEveryLength ) {
    }
 }
 
-TEST_F( HostileTest, GarbageFilesAreRefusedAndReplaced ) {
-   std::mt19937 random( 1 );
-   for( U32 round = 0; round < 50; ++round ) {
-      std::filesystem::remove( file() );
-      std::ofstream out( file(), std::ios::binary );
-      for( U32 i = 0; i < 3000 * ( round % 4 ); ++i ) out.put( char( random() ) );
-      out.close();
-      Follower follower;
-      EXPECT_EQ( TableState::degraded, follower.reader.state() );
-      Writer writer( hostLayout, "t", 1, 200 );
-      learn( writer, 1, 1 );
-      EXPECT_TRUE( follower.waitFor( [ & ] { return follower.seen.size() == 1; } ) );
-   }
-}
-
 struct Spoiling {
    const char* reason;
    void ( *spoil )( std::function< void( std::size_t, U32 ) > put, std::size_t slab );

@@ -1,12 +1,15 @@
 #pragma once
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <kel/Types.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -20,6 +23,18 @@ constexpr int longestTest = 25;
 inline std::string otherProgram( const std::string& name ) {
    const char* const build = std::getenv( "VANTA_OTHER_BUILD" );
    return build && *build ? std::string( build ) + "/bin/" + name : "";
+}
+
+/// Has `drain` take what there is, whenever the descriptor is readable, until `done`; false when that takes too long.
+inline bool drainUntil( const std::function< int() >& fd, const std::function< void() >& drain, const std::function< bool() >& done ) {
+   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( longestTest - 5 );
+   for( ;; ) {
+      drain();
+      if( done() ) return true;
+      if( std::chrono::steady_clock::now() > end ) return false;
+      pollfd ready{ fd(), POLLIN, 0 };
+      poll( &ready, 1, 1000 );
+   }
 }
 
 /// The text of the exception that `action` throws; "nothing" when it throws none.

@@ -4,7 +4,6 @@
 #include <plexo/Reader.h>
 #include <plexo/TestFiles.h>
 #include <plexo/TestRecord.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 
@@ -70,14 +69,7 @@ class Follower : public TableObserver {
    }
    /// Waits on the descriptor until `done`, for at most some seconds.
    bool waitFor( const std::function< bool() >& done ) {
-      const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 20 );
-      for( ;; ) {
-         drain();
-         if( done() ) return true;
-         if( std::chrono::steady_clock::now() > end ) return false;
-         pollfd ready{ reader.fd(), POLLIN, 0 };
-         poll( &ready, 1, 1000 );
-      }
+      return drainUntil( [ & ] { return reader.fd(); }, [ & ] { drain(); }, done );
    }
    bool waitFor( TableState state ) {
       return waitFor( [ & ] { return reader.state() == state; } );

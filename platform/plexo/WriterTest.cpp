@@ -68,19 +68,6 @@ TEST_F( WriterTest, IsFullExactlyAtItsMaximum ) {
    }
 }
 
-/// Slots rest while the journal may still name them, so a full table that churns needs room beyond its maximum.
-TEST_F( WriterTest, ChurnsAtItsMaximumForEver ) {
-   Writer writer( hostLayout, "t", 100, 100 );
-   for( U32 i = 0; i < 50000; ++i ) {
-      if( i >= 100 ) {
-         EXPECT_TRUE( forget( writer, i - 100 ) );
-      }
-      learn( writer, i, i );
-   }
-   EXPECT_EQ( 100u, writer.records() );
-   EXPECT_EQ( 100u, walk( writer ).size() );
-}
-
 /// An erased slot keeps its key until its journal entry has left the ring, then the oldest is the first to be used again.
 TEST_F( WriterTest, ErasedSlotsRest ) {
    Writer writer( hostLayout, "t", 100, 100 );                          // a ring of 1024
