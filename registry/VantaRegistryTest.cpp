@@ -1,6 +1,7 @@
 #include <Vanta/FdbStatusSm.h>
 #include <Vanta/PseudowireIntfId.h>
 #include <Vanta/VantaIntfId.h>
+#include <Vanta/VlanMuxDemux.h>
 #include <Vanta/VlanTpid.h>
 #include <algorithm>
 #include <cstdlib>
@@ -40,6 +41,7 @@ const ModuleRow modules[] = {
      { "Quor::CpuIntfId", "Quor::PortChannelIntfId", "Quor::PeerEthIntfId", "Quor::PeerPortChannelIntfId", "Quor::SubIntfId" } },
    { "BridgingHostEntryType", kelInitBridgingHostEntryType, { "Bridging::EntryType" } },
    { "FdbStatusSm", kelInitFdbStatusSm, { "Bridging::WriterFdbStatusSm", "Bridging::ReaderFdbStatusSm" } },
+   { "VlanMuxDemux", kelInitVlanMuxDemux, { "Vanta::VlanMuxDemux" } },
    { "VlanId", kelInitVlanId,
      { "Bridging::VlanId", "Bridging::VlanIdOrNone", "Bridging::VlanIdOrAny", "Bridging::VlanIdOrAnyOrNone", "Bridging::VlanXlateKey",
        "Bridging::VlanXlateMapping" } },

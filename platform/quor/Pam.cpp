@@ -4,7 +4,11 @@
 
 namespace Quor {
 
-constinit Kel::Type Pam::_Type{ { .qualifiedName = "Quor::Pam", .code = _code, .base = &Kel::Machine::_Type } };
+constinit Kel::Type Pam::_Type{ { .qualifiedName = "Quor::Pam",
+                                  .code = _code,
+                                  .size = sizeof( Pam ),
+                                  .base = &Kel::Machine::_Type,
+                                  .wrap = &Kel::makeGenericIf< Pam > } };
 
 PamNotifiee::~PamNotifiee() {
    if( pam_ ) pam_->notifiee_ = nullptr;
