@@ -305,7 +305,8 @@ void constantMember( Writer& w, const Attr& attr ) {
 std::string constantRow( const Attr& attr ) {
    if( isConstantExpression( attr ) ) return "::Kel::constantAttr( \"" + attr.name.text + "\", &" + attr.name.text + " )";
    const std::string owner = localName( *attr.owner );
-   return "::Kel::derivedAttr< " + owner + ", &" + owner + "::" + attr.name.text + " >( \"" + attr.name.text + "\" )";
+   return "::Kel::derivedAttr< " + owner + ", &" + owner + "::" + attr.name.text + " >( \"" + attr.name.text +
+          "\", ::Kel::KelAttrIntrospectionFlags::nonInstantiating )";
 }
 
 }

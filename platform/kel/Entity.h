@@ -444,11 +444,12 @@ constexpr Attr ptrAttr( const char* name, AttrKind kind, std::size_t offset, U32
    return row;
 }
 
-/// The row of an attribute that is computed on each read by the member function `Get`.
+/// The row of an attribute that is computed on each read by the member function `Get`. A constant whose type can't be one in C++ is such an
+/// attribute with the flag `nonInstantiating`.
 template< class T, auto Get >
-constexpr Attr derivedAttr( const char* name ) {
+constexpr Attr derivedAttr( const char* name, U32 flags = 0 ) {
    using Result = std::remove_cvref_t< decltype( ( std::declval< const T& >().*Get )() ) >;
-   Attr row = attr< Result >( name, 0 );
+   Attr row = attr< Result >( name, 0, flags );
    row.kind = AttrKind::derived;
    row.extra.derived = []( const void* self, void* out ) { *static_cast< Result* >( out ) = ( static_cast< const T* >( self )->*Get )(); };
    return row;

@@ -144,7 +144,7 @@ void describeModule( Module& module ) {
       reactor->typeKindIs( *type, type->isValue(), type->hasReflection() );
       for( const bool constants : { false, true } ) {
          for( const Attr& row : type->ownAttrs() ) {
-            if( ( row.kind == AttrKind::constant ) != constants ) continue;
+            if( row.isConstant() != constants ) continue;
             reactor->attributeIs( *type, row.name, row.type ? row.type->qualifiedName() : "operation", row.flags );
          }
       }

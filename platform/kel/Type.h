@@ -142,6 +142,10 @@ struct Attr {
 
    constexpr std::string_view nameView() const { return { name, nameSize }; }
    constexpr bool has( U32 flag ) const { return ( flags & flag ) != 0; }
+   /// It belongs to the type and never changes.
+   constexpr bool isConstant() const {
+      return kind == AttrKind::constant || ( kind == AttrKind::derived && has( KelAttrIntrospectionFlags::nonInstantiating ) );
+   }
 };
 
 /// Text and log of a value type whose class is written by hand. `print` writes the display form, which the framework puts

@@ -20,7 +20,7 @@ namespace {
 
 std::string roleOf( const Attr& row, const Kel::Type& owner ) {
    if( row.kind == AttrKind::control ) return row.has( Flags::nonInstantiating ) ? "control " : "instantiating control ";
-   if( row.kind == AttrKind::constant || ( row.kind == AttrKind::derived && row.has( Flags::nonInstantiating ) ) ) return "const ";
+   if( row.isConstant() ) return "const ";
    if( row.kind == AttrKind::derived ) return "derived ";
    if( row.kind == AttrKind::operation ) return "op ";
    if( row.has( Flags::constructorRole ) ) return row.has( Flags::writable ) ? "paramvar " : "param ";
@@ -63,9 +63,9 @@ U64 Maker::number( U64 min, U64 max ) {
    }
 }
 
-std::string Maker::text( std::size_t max ) {
+std::string Maker::text( std::size_t max, U8 min ) {
    std::string out;
-   for( U64 size = number( 0, max ); out.size() < size; ) out += static_cast< char >( number( 0, 255 ) );
+   for( U64 size = number( 0, max ); out.size() < size; ) out += static_cast< char >( number( min, 255 ) );
    return out;
 }
 
@@ -83,7 +83,8 @@ void Maker::plain( TypeCode code, void* at ) {
    case TypeCode::s64: return put( number( 0, ~U64( 0 ) ) );
    case TypeCode::f64: return put( std::ldexp( static_cast< double >( static_cast< S64 >( random_() ) ), static_cast< int >( random_() % 200 ) - 100 ) );
    case TypeCode::string8: *static_cast< String8* >( at ) = text( 20 ); return;
-   case TypeCode::name: *static_cast< Name* >( at ) = String8( "n" + text( 20 ) ); return;
+   // Exceptions tell names; a zero byte would end their text.
+   case TypeCode::name: *static_cast< Name* >( at ) = String8( "n" + text( 20, 1 ) ); return;
    default: throw std::logic_error( "no plain type" );
    }
 }

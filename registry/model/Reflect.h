@@ -35,7 +35,7 @@ class Maker {
 
  private:
    Kel::U64 number( Kel::U64 min, Kel::U64 max );
-   std::string text( std::size_t max );
+   std::string text( std::size_t max, Kel::U8 min = 0 );
    void plain( Kel::TypeCode code, void* at );
    void scalar( const Kel::Type& type, void* at );
    std::mt19937_64 random_{ 1 };
