@@ -111,13 +111,12 @@ void collection( Writer& w, const Member& m ) {
    else valueSetters( w, m );
    w.line( type + " " + foo + "Del( " + m.keyParam + " key ) { return delFrom( " + at + ", key ); }" );
    w.line( type + " " + foo + "Del( const " + m.map + "::ConstIterator& at ) { return delAt( " + at + ", at ); }" );
-   w.line( "void " + foo + "DelAll() { delAll( " + at + " ); }" );
+   w.pair( "void " + foo + "DelAll() { delAll( " + at + " ); }", "void " + foo + "NotifyCollection() { attrNotify( " + m.index + " ); }" );
    w.line( "void " + foo + "Notify( " + m.keyParam + " key ) { attrNotify( " + m.index + ", &key ); }" );
-   w.line( "void " + foo + "NotifyCollection() { attrNotify( " + m.index + " ); }" );
-   w.line( "::std::size_t " + foo + "Count() const { return " + m.slot + ".size(); }" );
+   w.pair( "::std::size_t " + foo + "Count() const { return " + m.slot + ".size(); }",
+           "const " + m.map + "& " + foo + "Map_() const { return " + m.slot + "; }" );
    w.line( m.map + "::Iterator " + foo + "Iter() { return " + m.slot + ".iterator(); }" );
    w.line( m.map + "::ConstIterator " + foo + "IterConst() const { return " + m.slot + ".iterator(); }" );
-   w.line( "const " + m.map + "& " + foo + "Map_() const { return " + m.slot + "; }" );
 }
 
 void table( Writer& w, const Member& m ) {
@@ -191,22 +190,24 @@ void accessors( Writer& w, const Decl& decl, const Attr& attr ) {
 }
 
 void notifieeClass( Writer& w, const Decl& decl ) {
-   const std::string pointer = "::Kel::Ptr< const " + decl.name.text + " >";
-   w.blank();
-   w.line( "class NotifieeConst : public " + baseClass( decl ) + "::NotifieeConst {" );
-   w.line( " public:" );
+   const std::string base = "::Kel::NotifieeOf< " + decl.name.text + ", " + baseClass( decl ) + "::NotifieeConst >";
+   const auto all = announced( decl );
+   if( all.empty() ) return w.line( "class NotifieeConst : public " + base + " { using NotifieeOf::NotifieeOf; };" );
+   w.line( "class NotifieeConst : public " + base + " {" );
    w.in();
-   w.line( "NotifieeConst() { watchedTypeIs( " + decl.name.text + "::_Type ); }" );
-   w.line( "explicit NotifieeConst( const " + pointer + "& notifier ) : NotifieeConst() { activate( notifier.ptr() ); }" );
-   w.line( pointer + " notifier() const { return static_cast< const " + decl.name.text + "* >( notifierEntity() ); }" );
-   for( const Attr* attr : announced( decl ) ) {
+   w.label( "public:" );
+   w.line( "using NotifieeOf::NotifieeOf;" );
+   Strings callbacks;
+   for( const Attr* attr : all ) {
       const Member m( *attr );
-      w.line( "virtual void on" + m.upper + "() {}" );
+      const std::string on = "virtual void on" + m.upper;
+      callbacks.push_back( on + "() {}" );
       if( !m.shape.isCollection() ) continue;
-      w.line( "virtual void on" + m.upper + "( " + m.keyParam + " ) {}" );
-      w.line( "virtual void on" + m.upper + "kelImmediate() {}" );
+      callbacks.push_back( on + "( " + m.keyParam + " ) {}" );
+      callbacks.push_back( on + "kelImmediate() {}" );
    }
-   if( !announced( decl ).empty() ) w.line( "void dispatch( const ::Kel::Change& change ) override;" );
+   w.filled( callbacks, "" );
+   w.line( "void dispatch( const ::Kel::Change& change ) override;" );
    w.out();
    w.line( "};" );
 }
@@ -259,7 +260,6 @@ void entityClass( Writer& w, const Decl& decl ) {
       if( attr->shape.isCollection() && hasRow( *attr ) )
          w.line( "using " + Member( *attr ).map + " = " + mapType( Member( *attr ) ) + ";" );
    }
-   w.blank();
    w.line( ( parameters.size() == 1 ? "explicit " : "" ) + name + inParens( parameters ) + ";" );
    for( const auto& attr : decl.attrs ) accessors( w, decl, *attr );
    opMembers( w, decl.ops );
@@ -269,10 +269,9 @@ void entityClass( Writer& w, const Decl& decl ) {
    bool isProtected = false;
    for( const auto& attr : decl.attrs ) {
       if( !attr->isVirtual ) continue;
-      if( !std::exchange( isProtected, true ) ) w.blank(), w.label( "protected:" );
+      if( !std::exchange( isProtected, true ) ) w.label( "protected:" );
       w.line( Member( *attr ).map + "& kel" + upperFirst( attr->name.text ) + "() { return " + attr->name.text + "_; }" );
    }
-   w.blank();
    w.label( "private:" );
    if( !rowNames( decl ).empty() ) w.line( "static const ::Kel::Attr attrs_[];" );
    entityMembers( w, decl );

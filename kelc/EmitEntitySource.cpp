@@ -83,19 +83,6 @@ Strings entityRow( const Decl& decl, const Attr& attr ) {
    return { "::Kel::withSetter< " + name + ", " + element + ", &" + name + "::" + m.foo + "Is >( " + row + " )" };
 }
 
-// How a constructor reads its parameters from untyped pointers.
-std::string makeBody( const Decl& decl ) {
-   Strings arguments;
-   auto take = [ & ]( const std::string& type ) {
-      arguments.push_back( "*static_cast< const " + type + "* >( p[ " + std::to_string( arguments.size() ) + " ] )" );
-   };
-   if( isNamed( decl ) ) take( "::Kel::Name" );
-   for( const Attr* attr : constructorParameters( decl ) ) take( heldType( *attr ) );
-   const std::string name = localName( decl );
-   return "[]( const void* const* " + std::string( arguments.empty() ? "" : "p" ) +
-          " ) { return ::Kel::Ptr< ::Kel::Entity >( new " + name + inParens( arguments ) + " ); }";
-}
-
 void limitedSetter( Writer& w, const Decl& decl, const Attr& attr ) {
    const Member m( attr );
    const std::string limit =
@@ -119,16 +106,17 @@ void dispatchBody( Writer& w, const Decl& decl ) {
    w.line( "void " + localName( decl ) + "::NotifieeConst::dispatch( const ::Kel::Change& change ) {" );
    w.in();
    w.line( "switch( change.attr ) {" );
+   Strings scalars;
    for( const Attr* attr : all ) {
       const Member m( *attr );
-      if( !m.shape.isCollection() ) {
-         w.line( "case " + m.index + ": return on" + m.upper + "();" );
-         continue;
-      }
-      w.line( "case " + m.index + ":" );
-      w.line( "   on" + m.upper + "kelImmediate();" );
-      w.line( "   return change.key ? on" + m.upper + "( *static_cast< const " + m.key + "* >( change.key ) ) : on" + m.upper +
-              "();" );
+      if( !m.shape.isCollection() ) scalars.push_back( "case " + m.index + ": return on" + m.upper + "();" );
+   }
+   w.filled( scalars, "" );
+   for( const Attr* attr : all ) {
+      const Member m( *attr );
+      if( !m.shape.isCollection() ) continue;
+      w.line( "case " + m.index + ": return on" + m.upper + "kelImmediate(), change.key ? on" + m.upper + "( *static_cast< const " + m.key +
+              "* >( change.key ) ) : on" + m.upper + "();" );
    }
    w.line( "default: return " + baseClass( decl ) + "::NotifieeConst::dispatch( change );" );
    w.line( "}" );
@@ -157,10 +145,9 @@ void entityObject( Writer& w, const Decl& decl ) {
       if( !hasRow( *attr ) ) continue;
       for( auto& row : entityRow( decl, *attr ) ) all.push_back( std::move( row ) );
    }
-   openTypeObject( w, decl, std::move( all ) );
-   w.line( "   .make = " + makeBody( decl ) + "," );
-   w.line( std::string( "   " ) + ( isNamed( decl ) ? ".takesName = true, " : "" ) + ".wrap = &::Kel::makeGenericIf< " + name +
-           " > } };" );
+   Strings parameters;
+   for( const Attr* attr : constructorParameters( decl ) ) parameters.push_back( heldType( *attr ) );
+   typeObjectOf( w, decl, std::move( all ), isNamed( decl ) ? "namedInfo" : "entityInfo", parameters );
    w.line( name + "::" + name + inParens( constructorDeclaration( decl ) ) + " : " + constructorInit( decl ) + " {}" );
    for( const auto& attr : decl.attrs ) {
       if( hasHandSetter( *attr ) ) limitedSetter( w, decl, *attr );
@@ -168,7 +155,6 @@ void entityObject( Writer& w, const Decl& decl ) {
    dispatchBody( w, decl );
    w.line( ptrType( decl, false ) + " " + factoryName( decl ) + inParens( constructorDeclaration( decl ) ) + " { return " +
            ptrType( decl, false ) + "( new " + name + inParens( constructorArguments( decl ) ) + " ); }" );
-   w.blank();
 }
 
 }

@@ -212,7 +212,6 @@ void reactorClass( Writer& w, const Decl& decl, const Attr& attr ) {
    w.line( "/// Called by the machine when the reactor is in its place, and once before it goes." );
    w.line( "void kelStart()" + body( watchCalls( attr, "start" ) ) );
    w.line( gone.empty() ? "void kelGone() {}" : "void kelGone() { if( !::std::exchange( kelGone_, true ) ) { " + gone + "} }" );
-   w.blank();
    w.label( "private:" );
    // One that follows a collection of the machine's own goes with its entry there, whatever becomes of the entity elsewhere.
    const bool goesWithEntity = !attr.watch->from || !attr.watch->fromMember.empty();
@@ -238,7 +237,6 @@ void machineClass( Writer& w, const Decl& decl ) {
    for( const auto& attr : decl.attrs ) {
       if( attr->shape.isCollection() ) w.line( "using " + mapOf( *attr ) + " = " + mapType( *attr ) + ";" );
    }
-   w.blank();
    w.line( ( parameters.size() == 1 ? "explicit " : "" ) + name + inParens( parameters ) + ";" );
    w.line( "~" + name + "() override;" );
    for( const auto& attr : decl.attrs ) accessors( w, decl, *attr );
@@ -246,7 +244,6 @@ void machineClass( Writer& w, const Decl& decl ) {
    opMembers( w, decl.ops );
    ownedFunctions( w, decl );
    typeMembers( w, decl );
-   w.blank();
    w.label( "private:" );
    privateFunctions( w, decl );
    if( !rowNames( decl ).empty() ) w.line( "static const ::Kel::Attr attrs_[];" );

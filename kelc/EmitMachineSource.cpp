@@ -236,8 +236,7 @@ void machineObject( Writer& w, const Decl& decl ) {
    for( const auto& attr : decl.attrs ) {
       if( attr->role != Role::owner ) all.push_back( machineRow( decl, *attr ) );
    }
-   openTypeObject( w, decl, std::move( all ) );
-   w.line( "   .wrap = &::Kel::makeGenericIf< " + name + " > } };" );
+   typeObjectOf( w, decl, std::move( all ), "objectInfo" );
    constructor( w, decl );
    destructor( w, decl );
    end( w, decl );
@@ -259,7 +258,6 @@ void machineObject( Writer& w, const Decl& decl ) {
    w.line( "}" );
    sameParameters( w, decl );
    factory( w, decl );
-   w.blank();
 }
 
 }

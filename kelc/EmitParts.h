@@ -35,8 +35,10 @@ std::string rowExtra( const Decl& decl );
 bool rows( Writer& w, const Decl& decl, const std::vector< std::string >& all );
 /// The class of an entity or machine up to its indices, one per row.
 void openClass( Writer& w, const Decl& decl, const std::vector< std::string >& rowNames );
-/// The objects of an entity or machine: its nested types', its rows, those of its operations last, and the beginning of its own.
-void openTypeObject( Writer& w, const Decl& decl, std::vector< std::string > all );
+/// The objects of an entity or machine: its nested types', its rows, those of its operations last, and its own, which libKel's `info` makes
+/// for its class, its base and the types of its parameters.
+void typeObjectOf( Writer& w, const Decl& decl, std::vector< std::string > all, const std::string& info,
+                   const std::vector< std::string >& parameters = {} );
 /// The operations that reflection can call, one per name.
 std::vector< const Op* > reflectedOps( const Decl& decl );
 std::string opRow( const Decl& decl, const Op& op );

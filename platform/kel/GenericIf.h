@@ -137,4 +137,46 @@ Ptr< GenericIf > makeGenericIf( void* object, bool isConst ) {
    return Ptr< GenericIf >( new GenericIfOf< T >( static_cast< T* >( object ), isConst ) );
 }
 
+
+// --- what generated type objects are made of ------------------------------------------------------------------------------------------
+
+template< class T >
+constexpr TypeInfo valueInfo( const char* qualifiedName, std::span< const Attr > attrs, const Bounds& bounds = {} ) {
+   return { .qualifiedName = qualifiedName, .code = T::_code, .size = sizeof( T ), .attrs = attrs, .values = &valueOps< T >, .bounds = bounds,
+            .wrap = &makeGenericIf< T > };
+}
+
+template< class E >
+constexpr TypeInfo enumInfo( const char* qualifiedName, std::span< const Enumerator > names ) {
+   return { .qualifiedName = qualifiedName, .code = TypeCode::enumeration, .size = sizeof( E ), .values = &valueOps< E >,
+            .enumerators = names, .wrap = &makeGenericIf< E > };
+}
+
+/// Of an entity or a machine; `Base` is the class that it derives from.
+template< class T, class Base >
+constexpr TypeInfo objectInfo( const char* qualifiedName, std::span< const Attr > attrs ) {
+   return { .qualifiedName = qualifiedName, .code = T::_code, .size = sizeof( T ), .attrs = attrs, .base = &Base::_Type,
+            .firstAttr = Base::Attr_::count_, .wrap = &makeGenericIf< T > };
+}
+
+/// Of an entity that is made from a key and constructor parameters, given by their types.
+template< class T, class Base, class... Parameters >
+constexpr TypeInfo entityInfo( const char* qualifiedName, std::span< const Attr > attrs ) {
+   TypeInfo info = objectInfo< T, Base >( qualifiedName, attrs );
+   info.make = []( const void* const* p ) {
+      return [ p ]< std::size_t... I >( std::index_sequence< I... > ) {
+         return Ptr< Entity >( new T( *static_cast< const Parameters* >( p[ I ] )... ) );
+      }( std::index_sequence_for< Parameters... >() );
+   };
+   return info;
+}
+
+/// Of an entity that is made from its name first.
+template< class T, class Base, class... Parameters >
+constexpr TypeInfo namedInfo( const char* qualifiedName, std::span< const Attr > attrs ) {
+   TypeInfo info = entityInfo< T, Base, Name, Parameters... >( qualifiedName, attrs );
+   info.takesName = true;
+   return info;
+}
+
 }

@@ -82,6 +82,16 @@ class NotifieeBase : public PtrInterface {
    U32 exceptions_ = 0;
 };
 
+/// What every generated `T::NotifieeConst` begins with; `Base` is that of the entity type that `T` derives from.
+template< class T, class Base >
+class NotifieeOf : public Base {
+ public:
+   NotifieeOf() { this->watchedTypeIs( T::_Type ); }
+   explicit NotifieeOf( const Ptr< const T >& notifier ) : NotifieeOf() { this->activate( notifier.ptr() ); }
+   /// The watched entity; null once it has gone.
+   Ptr< const T > notifier() const { return static_cast< const T* >( this->notifierEntity() ); }
+};
+
 /// For a caller that cannot go on when a reactor to what it changes fails. While it lives, what the default handler (`onException`) meets in
 /// this thread is kept here, the first exception of all, and not traced; of several the innermost one keeps it.
 class CallbackFailure {
