@@ -59,8 +59,9 @@ TEST( VantaIntfId, Parents ) {
    struct {
       const char* name;
       const char* parent;
-   } const rows[] = { { "Ethernet1/3/2.100", "Ethernet1/3/2" }, { "Ethernet3", "Ethernet3" },   { "Port-Channel7.5", "Port-Channel7" },
-                      { "Port-Channel7", "Port-Channel7" },     { "Recirculation1", "Recirculation1" }, { "Cpu", "Cpu" } };
+   } const rows[] = { { "Ethernet1/3/2.100", "Ethernet1/3/2" }, { "Ethernet3", "Ethernet3" },
+                      { "Port-Channel7.5", "Port-Channel7" },   { "Port-Channel7", "Port-Channel7" },
+                      { "Recirculation1", "Recirculation1" },   { "Cpu", "Cpu" } };
    for( const auto& row : rows ) EXPECT_EQ( SubIntfId::parentIntfId( IntfId( row.name ) ), IntfId( row.parent ) ) << row.name;
    EXPECT_EQ( PortChannelIntfId::parentIntfIdFromSubIntf( IntfId( "Port-Channel7.5" ) ), IntfId( "Port-Channel7" ) );
    EXPECT_EQ( part( SubIntfId::parentIntfId( IntfId( "Recirculation1.5" ) ), 0 ), 0u );
@@ -76,7 +77,8 @@ TEST( VantaIntfId, TwinsDifferInTheirKindOnly ) {
       EXPECT_EQ( PeerEthIntfId::fromPeerEthIntfId( PeerEthIntfId::toPeerEthIntfId( eth ) ), eth );
       const IntfId channel = make( 7, index, high );
       EXPECT_EQ( PeerPortChannelIntfId::toPeerPortChannelIntfId( channel ), make( 9, index, high ) );
-      EXPECT_EQ( PeerPortChannelIntfId::fromPeerPortChannelIntfId( PeerPortChannelIntfId::toPeerPortChannelIntfId( channel ) ), channel );
+      EXPECT_EQ( PeerPortChannelIntfId::fromPeerPortChannelIntfId( PeerPortChannelIntfId::toPeerPortChannelIntfId( channel ) ),
+                 channel );
    }
 }
 
@@ -87,13 +89,15 @@ TEST( VantaIntfIdDeathTest, AnotherKindStopsTheProcess ) {
    };
    EXPECT_DEATH( PortChannelIntfId::portChannel( cpu ), text( "portChannel", "isPortChannelIntfId\\( intfId" ) );
    EXPECT_DEATH( PortChannelIntfId::subIntf( cpu ), text( "subIntf", "isPortChannelIntfId\\( intfId" ) );
-   EXPECT_DEATH( PortChannelIntfId::parentIntfIdFromSubIntf( cpu ), text( "parentIntfIdFromSubIntf", "isPortChannelIntfId\\( subIntfId" ) );
+   EXPECT_DEATH( PortChannelIntfId::parentIntfIdFromSubIntf( cpu ),
+                 text( "parentIntfIdFromSubIntf", "isPortChannelIntfId\\( subIntfId" ) );
    EXPECT_DEATH( PeerEthIntfId::toPeerEthIntfId( cpu ), text( "toPeerEthIntfId", "EthIntfId::isEthIntfId\\( intfId" ) );
    EXPECT_DEATH( PeerEthIntfId::toPeerEthIntfId( IntfId() ), "EthIntfId::isEthIntfId" );
    EXPECT_DEATH( PeerEthIntfId::fromPeerEthIntfId( cpu ), text( "fromPeerEthIntfId", "isPeerEthIntfId\\( intfId" ) );
    EXPECT_DEATH( PeerPortChannelIntfId::toPeerPortChannelIntfId( cpu ),
                  text( "toPeerPortChannelIntfId", "PortChannelIntfId::isPortChannelIntfId\\( intfId" ) );
-   EXPECT_DEATH( PeerPortChannelIntfId::fromPeerPortChannelIntfId( cpu ), text( "fromPeerPortChannelIntfId", "isPeerPortChannelIntfId\\( intfId" ) );
+   EXPECT_DEATH( PeerPortChannelIntfId::fromPeerPortChannelIntfId( cpu ),
+                 text( "fromPeerPortChannelIntfId", "isPeerPortChannelIntfId\\( intfId" ) );
 }
 
 }

@@ -1,4 +1,5 @@
-// What the compiler writes for every spelling of the language, at work: the classes of testdata/Spellings.kel with bodies by hand.
+// What the compiler writes for every spelling of the language, at work: the classes of testdata/Spellings.kel with bodies by
+// hand.
 #include <KelcTest/Spellings.h>
 #include <KelcTest/Table.h>
 
@@ -80,7 +81,9 @@ void Fdb::flush() { called( "flush" ); }
 Host Fdb::find( const HostKey& key ) const { return host( key ); }
 Kel::Ptr< Vlan > Root::doCreate( Vid vid ) { return vlanIs( vid, false, Pair() ); }
 Kel::Ptr< Vlan > BigRoot::doCreate( Vid vid ) { return vlanIs( vid, true, Pair() ); }
-void VlanIntfConfigDir::doGetIntf( Kel::U32 intfId, Outside::IntfConfig** const& config ) { *config = intfConfig( intfId ).ptr(); }
+void VlanIntfConfigDir::doGetIntf( Kel::U32 intfId, Outside::IntfConfig** const& config ) {
+   *config = intfConfig( intfId ).ptr();
+}
 void Writer::handleInitialized() { called( "init" ); }
 void Writer::handleAging() { called( "aging" ); }
 void Writer::handleVlans() { called( "vlans" ); }
@@ -307,10 +310,10 @@ TEST( Spellings, ChildMachinesStartInTheirMapAndEndInIt ) {
    merger->sourceSmIs( Ranked( "b", Level::low ), config );
    EXPECT_EQ( takeCalls(), "sm:a+ sm:b+" );
    EXPECT_EQ( merger->sourceSmIs( Ranked( "a", Level::low ), config ), sm );
-   EXPECT_EQ(
-      thrownBy( [ & ] { merger->sourceSmIs( Ranked( "a", Level::low ), vlanIntfConfigDirFactory( "x" ) ); } ),
-      "Reinstantiating the pointer interface where constructor parameter attribute _config has a different value of x than the current "
-      "value of dir/config not allowed" );
+   EXPECT_EQ( thrownBy( [ & ] { merger->sourceSmIs( Ranked( "a", Level::low ), vlanIntfConfigDirFactory( "x" ) ); } ),
+              "Reinstantiating the pointer interface where constructor parameter attribute _config has a different value of x "
+              "than the current "
+              "value of dir/config not allowed" );
    EXPECT_EQ( merger->sourceSmIterConst().key().source(), "a" );
    config->intfConfigIs( 5, 1 );
    EXPECT_EQ( takeCalls(), "config:5 config:5" );

@@ -154,7 +154,8 @@ TEST( VantaRegistry, ModulesDescribeThemselvesOnce ) {
    EXPECT_EQ( expected, told() );
 
    EXPECT_THAT( reactor.namespaces(), ElementsAre( "Bridging", "Plexo::Bridging", "Quor" ) );
-   EXPECT_TRUE( reactor.type( "Plexo::Bridging::Status" )->attributes[ 1 ].flags.has( Kel::KelAttrIntrospectionFlags::nonInstantiating ) );
+   using Flags = Kel::KelAttrIntrospectionFlags;
+   EXPECT_TRUE( reactor.type( "Plexo::Bridging::Status" )->attributes[ 1 ].flags.has( Flags::nonInstantiating ) );
    Kel::IntrospectionReactor::instanceIs( false );
 }
 

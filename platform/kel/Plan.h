@@ -7,8 +7,9 @@
 
 namespace Kel {
 
-/// A value type's rows, flattened down to the plain attributes at their bottom, with the text that stands between them: how its canonical form is
-/// printed and read back. It is made when a value of the type is first printed or parsed, and kept from then on (`Type::plan`).
+/// A value type's rows, flattened down to the plain attributes at their bottom, with the text that stands between them: how its
+/// canonical form is printed and read back. It is made when a value of the type is first printed or parsed, and kept from then on
+/// (`Type::plan`).
 struct Plan {
    /// One plain attribute and the text before it.
    struct Step {

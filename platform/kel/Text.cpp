@@ -5,8 +5,9 @@
 #include <kel/Trace.h>
 #include <kel/Plan.h>
 
-// One printer over the rows; TextParser.cpp has the parser. It recurses only from a value type into the types of its attributes, which are
-// fixed when the type is compiled. A composite is printed along its plan: texts that never change and plain attributes in turn.
+// One printer over the rows; TextParser.cpp has the parser. It recurses only from a value type into the types of its attributes,
+// which are fixed when the type is compiled. A composite is printed along its plan: texts that never change and plain attributes
+// in turn.
 
 namespace Kel {
 
