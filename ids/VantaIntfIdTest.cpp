@@ -3,7 +3,6 @@
 #include <Vanta/VantaIntfId.h>
 #include <gtest/gtest.h>
 #include <quor/EthIntfId.h>
-#include <random>
 
 namespace Quor {
 namespace {
@@ -68,17 +67,13 @@ TEST( VantaIntfId, Parents ) {
 }
 
 TEST( VantaIntfId, TwinsDifferInTheirKindOnly ) {
-   std::mt19937 random( 1 );
-   for( int i = 0; i < 1000; ++i ) {
-      const U32 index = static_cast< U32 >( random() & 0x1ffffff ) | 1;
-      const auto high = static_cast< U32 >( random() );
-      const IntfId eth = make( 0, index, high );
-      EXPECT_EQ( PeerEthIntfId::toPeerEthIntfId( eth ), make( 8, index, high ) );
-      EXPECT_EQ( PeerEthIntfId::fromPeerEthIntfId( PeerEthIntfId::toPeerEthIntfId( eth ) ), eth );
-      const IntfId channel = make( 7, index, high );
-      EXPECT_EQ( PeerPortChannelIntfId::toPeerPortChannelIntfId( channel ), make( 9, index, high ) );
-      EXPECT_EQ( PeerPortChannelIntfId::fromPeerPortChannelIntfId( PeerPortChannelIntfId::toPeerPortChannelIntfId( channel ) ),
-                 channel );
+   for( const U32 bits : { 0x0234567u, 0x1ffffffu } ) {
+      const IntfId eth = make( 0, bits, ~bits ), peerEth = make( 8, bits, ~bits );
+      EXPECT_EQ( PeerEthIntfId::toPeerEthIntfId( eth ), peerEth );
+      EXPECT_EQ( PeerEthIntfId::fromPeerEthIntfId( peerEth ), eth );
+      const IntfId channel = make( 7, bits, ~bits ), peerChannel = make( 9, bits, ~bits );
+      EXPECT_EQ( PeerPortChannelIntfId::toPeerPortChannelIntfId( channel ), peerChannel );
+      EXPECT_EQ( PeerPortChannelIntfId::fromPeerPortChannelIntfId( peerChannel ), channel );
    }
 }
 
