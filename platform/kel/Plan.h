@@ -1,11 +1,20 @@
 #pragma once
 
+#include <cstring>
 #include <kel/Type.h>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace Kel {
+
+/// What stands at an address, whatever its alignment.
+template< class T >
+T load( const void* at ) {
+   T v;
+   std::memcpy( &v, at, sizeof v );
+   return v;
+}
 
 /// A value type's rows, flattened down to the plain attributes at their bottom, with the text that stands between them: how its
 /// canonical form is printed and read back. It is made when a value of the type is first printed or parsed, and kept from then on

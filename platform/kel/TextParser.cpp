@@ -16,13 +16,6 @@ namespace Kel {
 
 namespace {
 
-template< class T >
-T get( const void* at ) {
-   T v;
-   std::memcpy( &v, at, sizeof v );
-   return v;
-}
-
 /// A fault of the text's own form, which is told as it is wherever it stands; one of a value is told with its attribute's name.
 class SyntaxFault : public RangeException {
  public:
@@ -327,7 +320,7 @@ void Parser::attribute( const Type& type, void* into ) {
 bool Parser::sameText( std::string_view text ) {
    if( static_cast< std::size_t >( to_ - at_ ) < text.size() ) return false;
    constexpr std::size_t word = sizeof( U64 );
-   const auto differ = [ & ]( std::size_t i ) { return get< U64 >( at_ + i ) ^ get< U64 >( text.data() + i ); };
+   const auto differ = [ & ]( std::size_t i ) { return load< U64 >( at_ + i ) ^ load< U64 >( text.data() + i ); };
    U64 differences = 0;
    if( text.size() >= word ) {
       for( std::size_t i = 0; i + word < text.size(); i += word ) differences |= differ( i );
