@@ -3,7 +3,8 @@
 cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH VANTA_ROOT)
 
 option(VANTA_M32 "Build for 32-bit x86 (programs that need further packages are left out)" OFF)
-option(VANTA_WERROR "Take warnings for errors (not for those who build this as a part of their own project)" ${PROJECT_IS_TOP_LEVEL})
+# Not for those who build this as a part of their own project.
+option(VANTA_WERROR "Take warnings for errors" ${PROJECT_IS_TOP_LEVEL})
 option(VANTA_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
 
 if(NOT CMAKE_BUILD_TYPE)

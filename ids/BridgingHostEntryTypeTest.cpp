@@ -7,10 +7,13 @@ namespace Bridging {
 namespace {
 
 TEST( EntryType, NamesAndNumbers ) {
-   const char* const names[] = { "learnedDynamicMac", "learnedSecureMac", "configuredDynamicMac", "configuredSecureMac", "configuredStaticMac",
-                                 "peerDynamicMac", "peerStaticMac", "peerSecureMac", "learnedRemoteMac", "configuredRemoteMac",
-                                 "receivedRemoteMac", "peerLearnedRemoteMac", "peerConfiguredRemoteMac", "peerReceivedRemoteMac",
-                                 "evpnDynamicRemoteMac", "evpnConfiguredRemoteMac", "peerEvpnRemoteMac", "configuredRouterMac", "peerRouterMac" };
+   const char* const names[] = {
+      "learnedDynamicMac",       "learnedSecureMac",      "configuredDynamicMac", "configuredSecureMac",
+      "configuredStaticMac",     "peerDynamicMac",        "peerStaticMac",        "peerSecureMac",
+      "learnedRemoteMac",        "configuredRemoteMac",   "receivedRemoteMac",    "peerLearnedRemoteMac",
+      "peerConfiguredRemoteMac", "peerReceivedRemoteMac", "evpnDynamicRemoteMac", "evpnConfiguredRemoteMac",
+      "peerEvpnRemoteMac",       "configuredRouterMac",   "peerRouterMac"
+   };
    static_assert( std::size( names ) == 19 );
    for( unsigned i = 0; i < std::size( names ); ++i ) {
       EXPECT_EQ( Bridging::stringValue( EntryTypeInstance( i ) ), names[ i ] );

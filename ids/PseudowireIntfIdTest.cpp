@@ -79,7 +79,8 @@ TEST( PseudowireIntfId, Names ) {
 /// A value type that is an identifier: it has the identifier's text, order, hash and log.
 template< class T >
 class WrappedIntfId : public testing::Test {};
-using Wrappers = testing::Types< CpuIntfId, PortChannelIntfId, PeerEthIntfId, PeerPortChannelIntfId, SubIntfId, PseudowireIntfId >;
+using Wrappers =
+   testing::Types< CpuIntfId, PortChannelIntfId, PeerEthIntfId, PeerPortChannelIntfId, SubIntfId, PseudowireIntfId >;
 TYPED_TEST_SUITE( WrappedIntfId, Wrappers );
 
 TYPED_TEST( WrappedIntfId, HasTheFacetsOfItsIdentifier ) {

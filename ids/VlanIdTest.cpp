@@ -17,7 +17,8 @@ void takesExactly( U32 min, U32 max, const char* text ) {
       const auto number = static_cast< U16 >( v );
       const bool good = v >= min && v <= max;
       ASSERT_EQ( thrown( [ & ] { ASSERT_EQ( T( number ).value(), number ); } ), good ? "nothing" : text ) << v;
-      ASSERT_EQ( thrown( [ & ] { ASSERT_EQ( strepToValue< T >( std::to_string( v ) ), T( number ) ); } ), good ? "nothing" : text );
+      ASSERT_EQ( thrown( [ & ] { ASSERT_EQ( strepToValue< T >( std::to_string( v ) ), T( number ) ); } ),
+                 good ? "nothing" : text );
       const Kel::U8 wire[] = { static_cast< Kel::U8 >( v >> 8 ), static_cast< Kel::U8 >( v ) };
       Kel::LogIn in( wire );
       ASSERT_EQ( thrown( [ & ] { ASSERT_EQ( T( in ).value(), number ); } ), good ? "nothing" : text ) << v;

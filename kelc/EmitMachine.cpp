@@ -62,7 +62,8 @@ void mapMembers( Writer& w, const Decl& decl, const Attr& attr ) {
               ".assign( key, v ); " + changedCalls( decl, attr, "key" ) + "}" );
    }
    w.line( type + " " + foo + "Del( " + keyParam( attr ) + " key );" );
-   w.line( "void " + foo + "DelAll() { const auto kept = kelKept(); for( auto i = " + slot + ".iterator(); i; ++i ) " + foo + "Del( i.key() ); }" );
+   w.line( "void " + foo + "DelAll() { const auto kept = kelKept(); for( auto i = " + slot + ".iterator(); i; ++i ) " + foo +
+           "Del( i.key() ); }" );
    w.line( "::std::size_t " + foo + "Count() const { return " + slot + ".size(); }" );
    w.line( mapOf( attr ) + "::ConstIterator " + foo + "IterConst() const { return " + slot + ".iterator(); }" );
    w.line( "const " + mapOf( attr ) + "& " + foo + "Map_() const { return " + slot + "; }" );

@@ -24,7 +24,8 @@ std::string machineRow( const Decl& decl, const Attr& attr ) {
                 "::Kel::machineMapAttr< " + mapOf( attr ) + " >" + quotedName + offset + " )" :
                 "::Kel::reactorMapAttr< " + mapOf( attr ) + ", " + element + " >" + quotedName + offset + " )";
    }
-   if( isWatch( attr ) ) return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::reactor, " + offset + ", 0 )";
+   if( isWatch( attr ) )
+      return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::reactor, " + offset + ", 0 )";
    if( attr.shape.holding == Holding::ref )
       return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::ref, " + offset + ", 0 )";
    return "::Kel::attr< " + rowType( *attr.shape.element.decl ) + " >" + quotedName + offset +
@@ -41,7 +42,9 @@ void constructor( Writer& w, const Decl& decl ) {
       inits.push_back( baseClass( decl ) + inParens( baseArguments ) );
    }
    std::vector< const Attr* > parameters = constructorParameters( decl );
-   auto isGiven = [ & ]( const Attr* attr ) { return std::find( parameters.begin(), parameters.end(), attr ) != parameters.end(); };
+   auto isGiven = [ & ]( const Attr* attr ) {
+      return std::find( parameters.begin(), parameters.end(), attr ) != parameters.end();
+   };
    for( const auto& attr : decl.attrs ) {
       if( attr->role == Role::owner || ( isGiven( attr.get() ) && !isWatch( *attr ) ) )
          inits.push_back( fooOf( *attr ) + "_( " + fooOf( *attr ) + " )" );
@@ -147,8 +150,8 @@ void reactorMap( Writer& w, const Decl& decl, const Attr& attr ) {
       w.line( "   const auto from = " + holder + ";" );
       w.line( "   if( !from ) return;" );
    }
-   w.line( "   ::Kel::followAll( " + std::string( own ? "" : "from->" ) + member + "Map_(), " + slot + ", [ this ]( const auto& e ) { " + foo +
-           "Is( e ); }, [ this ]( const auto& k ) { " + foo + "Del( k ); } );" );
+   w.line( "   ::Kel::followAll( " + std::string( own ? "" : "from->" ) + member + "Map_(), " + slot +
+           ", [ this ]( const auto& e ) { " + foo + "Is( e ); }, [ this ]( const auto& k ) { " + foo + "Del( k ); } );" );
    w.line( "}" );
    w.line( "void " + name + "::" + followOf( attr ) + "( " + keyParam( attr ) + " key ) {" );
    const std::string found = access + member + "( key )";
@@ -194,7 +197,8 @@ void mapRemoval( Writer& w, const Decl& decl, const Attr& attr ) {
       w.line( "   if( " + fooOf( attr ) + "( copy ) != machine ) return machine;" );   // its end has put another one there
       w.line( "}" );
    }
-   w.line( ( calls.empty() ? slot + ".erase( copy, &removed );" : "if( " + slot + ".erase( copy, &removed ) ) { " + calls + "}" ) );
+   w.line(
+      ( calls.empty() ? slot + ".erase( copy, &removed );" : "if( " + slot + ".erase( copy, &removed ) ) { " + calls + "}" ) );
    w.line( "return removed;" );
    w.out();
    w.line( "}" );

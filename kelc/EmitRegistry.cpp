@@ -14,8 +14,8 @@ std::string emitRegistry( const std::string& library, const std::vector< const M
    w.blank();
    w.line( "namespace {" );
    w.blank();
-   w.line(
-      "/// The qualified names of the library's types, for readers that do not run it: per module the last registered first, each group at a" );
+   w.line( "/// The qualified names of the library's types, for readers that do not run it: per module the last registered "
+           "first, each group at a" );
    w.line( "/// 32-byte boundary." );
    w.line( "[[gnu::used, gnu::retain, gnu::section( \".kel.type\" ), gnu::aligned( 32 )]] const struct {" );
    for( const Module* m : modules ) {

@@ -289,7 +289,8 @@ void constantMember( Writer& w, const Attr& attr ) {
    if( !isConstantExpression( attr ) ) {
       w.line( cppType( type ) + " " + attr.name.text + "() const { return " + expression( type, attr.init ) + "; }" );
    } else {
-      const std::string value = type.qualifiedName() == "Kel::String8" ? cppText( attr.init.text ) : expression( type, attr.init );
+      const std::string value =
+         type.qualifiedName() == "Kel::String8" ? cppText( attr.init.text ) : expression( type, attr.init );
       w.line( "static constexpr ::Kel::Constant< " + cppType( type ) + " > " + attr.name.text + "{ " + value + " };" );
    }
 }

@@ -57,8 +57,12 @@ t.kel:3:6: error: expected the enumeration's name, found '{'
 enum { a; }
      ^
 )" },
-   { "StrayBytes", "value V : U8; @@\x01 value W : U8;", "t.kel:2:15: error: '@@\\x01' is not part of the definition language\nvalue V : U8; @@? value W : U8;\n              ^~~\n" },
-   { "TabsAndUtf8KeepTheirWidth", "\tvalue V : \"\xc3\xa4\" ;", "t.kel:2:12: error: expected the type of the value's number or string, found '\"\\xc3\\xa4\"'\n\tvalue V : \"\xc3\xa4\" ;\n\t          ^~~\n" },
+   { "StrayBytes", "value V : U8; @@\x01 value W : U8;",
+     "t.kel:2:15: error: '@@\\x01' is not part of the definition language\nvalue V : U8; @@? value W : U8;\n              "
+     "^~~\n" },
+   { "TabsAndUtf8KeepTheirWidth", "\tvalue V : \"\xc3\xa4\" ;",
+     "t.kel:2:12: error: expected the type of the value's number or string, found '\"\\xc3\\xa4\"'\n\tvalue V : \"\xc3\xa4\" "
+     ";\n\t          ^~~\n" },
    { "UnfinishedBlock", "entity E( name ) {\n   a : U8;", R"(t.kel:3:11: error: expected '}', found the end of the file
    a : U8;
           ^

@@ -154,7 +154,8 @@ Decl* Program::find( const std::string& qualifiedName ) const {
    return at == types_.end() ? nullptr : at->second;
 }
 
-// Looks in one scope. As in C++, the nearest scope that knows the first part of a qualified name decides; `stop` says that it did.
+// Looks in one scope. As in C++, the nearest scope that knows the first part of a qualified name decides; `stop` says that it
+// did.
 Decl* Program::inScope( const std::string& scope, const std::string& name, std::string* hidden, bool& stop ) const {
    const auto colon = name.find( "::" );
    if( Decl* decl = find( join( scope, name ) ) ) return decl;

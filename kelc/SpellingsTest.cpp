@@ -1,4 +1,5 @@
-// What the compiler writes for every spelling of the language, at work: the classes of testdata/Spellings.kel with bodies by hand.
+// What the compiler writes for every spelling of the language, at work: the classes of testdata/Spellings.kel with bodies by
+// hand.
 #include <KelcTest/Spellings.h>
 #include <KelcTest/Table.h>
 
@@ -81,7 +82,9 @@ void Fdb::flush() { called( "flush" ); }
 Host Fdb::find( const HostKey& key ) const { return host( key ); }
 Kel::Ptr< Vlan > Root::doCreate( Vid vid ) { return vlanIs( vid, false, Pair() ); }
 Kel::Ptr< Vlan > BigRoot::doCreate( Vid vid ) { return vlanIs( vid, true, Pair() ); }
-void VlanIntfConfigDir::doGetIntf( Kel::U32 intfId, Outside::IntfConfig** const& config ) { *config = intfConfig( intfId ).ptr(); }
+void VlanIntfConfigDir::doGetIntf( Kel::U32 intfId, Outside::IntfConfig** const& config ) {
+   *config = intfConfig( intfId ).ptr();
+}
 void Writer::handleInitialized() { called( "init" ); }
 void Writer::handleAging() { called( "aging" ); }
 void Writer::handleVlans() { called( "vlans" ); }
@@ -122,17 +125,12 @@ TEST( Spellings, ScalarsAndEnumerations ) {
 }
 
 TEST( Spellings, CompositesHaveTheDefaultsOfTheirDefinition ) {
-   const Mixed mixed;
-   EXPECT_EQ( mixed.size(), 17u );
-   EXPECT_TRUE( mixed.flag() );
-   EXPECT_EQ( mixed.text(), std::string_view( "a \"b\"\n\x01" ) );
-   EXPECT_EQ( mixed.pair(), Pair( 7, 0 ) );
-   EXPECT_EQ( mixed.level(), Level::low );
-   EXPECT_EQ( mixed.colour(), Colour::blue );
-   EXPECT_EQ( mixed.addr(), Quor::EthAddr( "02:00:00:00:00:01" ) );
+   EXPECT_EQ( shown( Mixed() ),
+              "Value('Spelling::Mixed', ** {'size': 17, 'flag': True, 'text': 'a \"b\"\\n\\x01', "
+              "'pair': Value('Spelling::Pair', ** {'outer': 7, 'inner': 0}), 'level': 'low', 'colour': 'blue', "
+              "'addr': '02:00:00:00:00:01'})" );
    EXPECT_EQ( Mixed::limit(), 17u );
-   EXPECT_TRUE( mixed.isSmall( 18 ) );
-   EXPECT_EQ( Range().end(), Vid( 4094 ) );
+   EXPECT_TRUE( Mixed().isSmall( 18 ) );
    EXPECT_TRUE( !Host() );
    EXPECT_FALSE( !Host( {}, {}, 1, 0, 0, 0, Colour::red ) );
    EXPECT_EQ( sizeof( Host ), 48u );
@@ -140,21 +138,6 @@ TEST( Spellings, CompositesHaveTheDefaultsOfTheirDefinition ) {
    EXPECT_EQ( HostKey( 5, Quor::EthAddr() ).hash(), Quor::EthAddr().hash() ^ 5u );
    EXPECT_LT( Ranked( "b", Level::low ), Ranked( "a", Level::high ) );
    EXPECT_TRUE( Ranked( "b", Level::low ).isLower( Ranked( "a", Level::low ) ) );
-}
-
-TEST( Spellings, TextRoundTripsForEveryValue ) {
-   const auto roundTrip = []( const auto& value ) {
-      using T = std::decay_t< decltype( value ) >;
-      const auto text = Kel::valueToStrep( value );
-      EXPECT_EQ( Kel::strepToValue< T >( text.view() ), value ) << text.view();
-   };
-   roundTrip( Mixed() );
-   roundTrip( Host( HostKey( 1, Quor::EthAddr( "02:00:00:00:00:01" ) ), Quor::IntfId( "Ethernet3/2" ), 1, 2.5, ~Kel::U64( 0 ),
-                    -1, Colour::grey ) );
-   roundTrip( Ranked( "x", Level::high ) );
-   roundTrip( PortId( Quor::IntfId( "Port-Channel7" ) ) );
-   roundTrip( Group::State( 1, 2 ) );
-   EXPECT_EQ( Kel::valueToStrep( PortId( Kel::String8( "Ethernet3" ) ) ), "'Ethernet3'" );
 }
 
 TEST( Spellings, EntitiesKeepTheirLimitsAndDefaults ) {
@@ -182,15 +165,12 @@ TEST( Spellings, CollectionsAndReferences ) {
    EXPECT_EQ( thrownBy( [ & ] { root->byVlanIs( nullptr ); } ),
               "null _byVlan parameter to mutator for Spelling::Root::byVlan not allowed" );
    const auto fdb = root->fdbIs( 3 );
-   const auto topo = root->topoIs( "t", 7, fdb );
-   EXPECT_EQ( root->topoIs( "t", 7, fdb ), topo );
+   root->topoIs( "t", 7, fdb );
    EXPECT_NE( thrownBy( [ & ] { root->topoIs( "t", 7, nullptr ); } ).find( "_best has a different value of null" ),
               std::string::npos );
    const auto group = root->groupIs( "g" );
    EXPECT_EQ( group->state(), Group::State( 1, 2 ) );
    EXPECT_EQ( group->phase(), Group::Phase::late );
-   group->queue32Enq( Group::State( 3, 4 ) );
-   EXPECT_EQ( group->queue32Deq(), Group::State( 3, 4 ) );
    vlan->allowedIs( 30, true );
    vlan->allowedIs( 20, true );
    EXPECT_EQ( vlan->allowedIterConst().key(), Vid( 20 ) );
@@ -308,10 +288,10 @@ TEST( Spellings, ChildMachinesStartInTheirMapAndEndInIt ) {
    merger->sourceSmIs( Ranked( "b", Level::low ), config );
    EXPECT_EQ( takeCalls(), "sm:a+ sm:b+" );
    EXPECT_EQ( merger->sourceSmIs( Ranked( "a", Level::low ), config ), sm );
-   EXPECT_EQ(
-      thrownBy( [ & ] { merger->sourceSmIs( Ranked( "a", Level::low ), vlanIntfConfigDirFactory( "x" ) ); } ),
-      "Reinstantiating the pointer interface where constructor parameter attribute _config has a different value of x than the current "
-      "value of dir/config not allowed" );
+   EXPECT_EQ( thrownBy( [ & ] { merger->sourceSmIs( Ranked( "a", Level::low ), vlanIntfConfigDirFactory( "x" ) ); } ),
+              "Reinstantiating the pointer interface where constructor parameter attribute _config has a different value of x "
+              "than the current "
+              "value of dir/config not allowed" );
    EXPECT_EQ( merger->sourceSmIterConst().key().source(), "a" );
    config->intfConfigIs( 5, 1 );
    EXPECT_EQ( takeCalls(), "config:5 config:5" );

@@ -156,25 +156,9 @@ TEST( VantaRegistry, ModulesDescribeThemselvesOnce ) {
    EXPECT_EQ( expected, told() );
 
    EXPECT_THAT( reactor.namespaces(), ElementsAre( "Bridging", "Plexo::Bridging", "Quor" ) );
-   EXPECT_TRUE( reactor.type( "Plexo::Bridging::Status" )->attributes[ 1 ].flags.has( Kel::KelAttrIntrospectionFlags::nonInstantiating ) );
+   using Flags = Kel::KelAttrIntrospectionFlags;
+   EXPECT_TRUE( reactor.type( "Plexo::Bridging::Status" )->attributes[ 1 ].flags.has( Flags::nonInstantiating ) );
    Kel::IntrospectionReactor::instanceIs( false );
-}
-
-/// The cached handles of each entity type: the framework's two attributes first, then its own, as the accessors use them.
-TEST( VantaRegistry, AttributeHandlesAreCached ) {
-   for( const ModuleRow& row : modules ) {
-      const Kel::Module& module = *Kel::TypeRegistry::instance().module( row.name );
-      std::vector< Kel::S32 > expected;
-      for( const Kel::Type* type : module.types ) {
-         if( !type->isEntity() ) continue;
-         for( const char* name : { "kelNboAttrLogSaForMsgChannel", "kelHasAttrLogInterface" } ) {
-            EXPECT_GE( type->attributeId( name ), 0 ) << type->qualifiedName();
-            expected.push_back( type->attributeId( name ) );
-         }
-         for( const Kel::Attr& attr : type->ownAttrs() ) expected.push_back( type->attributeId( attr.nameView() ) );
-      }
-      EXPECT_EQ( expected, std::vector< Kel::S32 >( module.handles.begin(), module.handles.end() ) ) << row.name;
-   }
 }
 
 TEST( VantaRegistry, FactoriesMakeEveryEntity ) {

@@ -73,21 +73,6 @@ TEST_F( Loop, timersInOrderThroughAnotherLoop ) {
    EXPECT_EQ( "0abc", said );
    EXPECT_FALSE( c.active() );
    EXPECT_TRUE( never.active() );
-   idle();
-}
-
-TEST_F( Loop, timersFromTimers ) {
-   Kel::Timer second, periodic, doomed = activity.after( 0s, say( 'x' ) );
-   doomed = activity.after( 0s, [ & ] {
-      said += 'a';
-      periodic = activity.every( 1ms, [ & ] {
-         said += 'p';
-         if( said.size() == 4 ) periodic.cancel();
-      } );
-      EXPECT_FALSE( doomed.active() );
-   } );
-   EXPECT_FALSE( activity.runFor( 30ms ) );
-   EXPECT_EQ( "appp", said );
    EXPECT_THROW( (void)activity.every( 0ns, say( 'x' ) ), Kel::RangeException );
    idle();
 }

@@ -5,8 +5,8 @@
 #include <kel/Path.h>
 #include <unordered_set>
 
-// Keys stand in order of their revision, oldest first, so that a difference is the tail of the list: its cost is that of what it holds. A key
-// that changes again moves to the end.
+// Keys stand in order of their revision, oldest first, so that a difference is the tail of the list: its cost is that of what it
+// holds. A key that changes again moves to the end.
 
 namespace Kel {
 
@@ -15,7 +15,8 @@ namespace {
 enum class Record : U8 { set = 0, gone = 1, end = 2, whole = 3, tail = 4 };
 
 bool isCollection( const Attr& row ) {
-   return row.kind == AttrKind::map || row.kind == AttrKind::childMap || row.kind == AttrKind::refMap || row.kind == AttrKind::queue;
+   return row.kind == AttrKind::map || row.kind == AttrKind::childMap || row.kind == AttrKind::refMap ||
+          row.kind == AttrKind::queue;
 }
 
 const char* memberOf( const Entity& entity, const Attr& row ) { return reinterpret_cast< const char* >( &entity ) + row.offset; }
@@ -28,7 +29,9 @@ std::string keyBytes( const Type& type, const void* key ) {
 
 LogIn bytesOf( const std::string& text ) { return LogIn( { reinterpret_cast< const U8* >( text.data() ), text.size() } ); }
 
-void writeReference( const Ptr< Entity >& entity, LogOut& out ) { out.string( entity ? entity->fullName().view() : std::string_view() ); }
+void writeReference( const Ptr< Entity >& entity, LogOut& out ) {
+   out.string( entity ? entity->fullName().view() : std::string_view() );
+}
 
 // An optional child is there by its name, a reference by the full name of what it refers to.
 void writeScalar( const Attr& row, const char* member, LogOut& out ) {
@@ -46,7 +49,8 @@ void writeElement( const Attr& row, const void* element, LogOut& out ) {
    const Type& type = *row.type;
    for( U16 i = 0; i < type.attrCount(); ++i ) {
       const Attr& parameter = type.attr( i );
-      if( parameter.has( KelAttrIntrospectionFlags::constructorRole ) ) writeScalar( parameter, memberOf( *entity, parameter ), out );
+      if( parameter.has( KelAttrIntrospectionFlags::constructorRole ) )
+         writeScalar( parameter, memberOf( *entity, parameter ), out );
    }
 }
 
@@ -56,8 +60,8 @@ AttrLog::AttrLog( const Entity& entity ) : entity_( entity ), marks_( entity.fwk
 
 bool AttrLog::isLogged( U16 attr ) const {
    const Attr& row = entity_.fwkType().attr( attr );
-   return row.has( KelAttrIntrospectionFlags::logged ) && ( isCollection( row ) || row.kind == AttrKind::scalar || row.kind == AttrKind::ref ||
-                                                            row.kind == AttrKind::child );
+   return row.has( KelAttrIntrospectionFlags::logged ) &&
+          ( isCollection( row ) || row.kind == AttrKind::scalar || row.kind == AttrKind::ref || row.kind == AttrKind::child );
 }
 
 void AttrLog::markAll() {
@@ -174,7 +178,8 @@ Ptr< Entity > readReference( const Entity& from, const Attr& row, LogIn& in ) {
    const std::string_view name = in.string();
    if( name.empty() ) return nullptr;
    const Ptr< Entity > found = entityAtFullName( from, name );
-   if( !found ) throw FrameworkException( "no entity has the full name " + std::string( name ) + ", which " + row.name + " refers to" );
+   if( !found )
+      throw FrameworkException( "no entity has the full name " + std::string( name ) + ", which " + row.name + " refers to" );
    if( !found->fwkType().derivesFrom( *row.type ) ) throw FrameworkException( "Entity is the wrong type" );
    return found;
 }
@@ -186,7 +191,8 @@ void AttrLogProxy::update( LogIn& in ) {
    const U64 since = in.u64();
    const U64 revision = in.u64();
    if( since && since != revision_ ) {
-      throw RangeException( "a difference since revision " + std::to_string( since ) + " does not follow revision " + std::to_string( revision_ ) );
+      throw RangeException( "a difference since revision " + std::to_string( since ) + " does not follow revision " +
+                            std::to_string( revision_ ) );
    }
    for( U16 attr = in.u16(); attr != 0xffff; attr = in.u16() ) {
       if( attr >= type.attrCount() || !type.attr( attr ).has( KelAttrIntrospectionFlags::logged ) ) {
@@ -271,8 +277,9 @@ void AttrLogProxy::setElement( U16 attr, const Attr& row, void* map, const void*
    if( row.kind != AttrKind::childMap ) {
       OwnedValueIf value( *row.type, nullptr, false );
       read( *row.type, value.storage(), in );
-      if( row.keyAttr && !row.keyType->info().values->equal(
-                            key, static_cast< const char* >( value.object() ) + row.type->attr( static_cast< U16 >( row.keyAttr - 1 ) ).offset ) ) {
+      if( row.keyAttr &&
+          !row.keyType->info().values->equal( key, static_cast< const char* >( value.object() ) +
+                                                      row.type->attr( static_cast< U16 >( row.keyAttr - 1 ) ).offset ) ) {
          throw RangeException( "an element of " + std::string( row.name ) + " does not carry the key that it stands under" );
       }
       return ( row.kind == AttrKind::queue ? ops.setBeforeTail : ops.set )( entity_, attr, map, key, value.object() );
@@ -292,7 +299,8 @@ void AttrLogProxy::setElement( U16 attr, const Attr& row, void* map, const void*
       }
    }
    if( parameters.empty() ) parameters.push_back( new OwnedValueIf( *row.keyType, key, false ) );
-   if( !parameters[ 0 ] || &parameters[ 0 ]->type() != row.keyType || !row.keyType->info().values->equal( key, parameters[ 0 ]->object() ) ) {
+   if( !parameters[ 0 ] || &parameters[ 0 ]->type() != row.keyType ||
+       !row.keyType->info().values->equal( key, parameters[ 0 ]->object() ) ) {
       throw RangeException( "a child of " + std::string( row.name ) + " does not carry the key that it stands under" );
    }
    std::vector< const GenericIf* > given;

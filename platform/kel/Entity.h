@@ -87,7 +87,7 @@ class Entity : public PtrInterface {
    explicit Entity( Name name ) : name_( std::move( name ) ) {}
    void onZeroReferences() const noexcept override;
 
-   // --- what generated mutators call -------------------------------------------------------------------------------------------------
+   // --- what generated mutators call ---
 
    /// `callback`, the attribute's own in its reactors, saves each of them the way through `dispatch`.
    template< class T, class Notifiee = NotifieeBase >
@@ -130,10 +130,11 @@ class Entity : public PtrInterface {
       return setIn( attr, map, key, value );
    }
 
-   /// The child under `key`, made from `arguments` when it is not there yet; when it is, the immutable constructor parameters, given in the
-   /// order of their rows in `parameters`, must be those that it was made with.
+   /// The child under `key`, made from `arguments` when it is not there yet; when it is, the immutable constructor parameters,
+   /// given in the order of their rows in `parameters`, must be those that it was made with.
    template< class C, class Map, class K, class... Arguments >
-   Ptr< C > newChild( U16 attr, Map& map, const K& key, std::initializer_list< const void* > parameters, const Arguments&... arguments ) {
+   Ptr< C > newChild( U16 attr, Map& map, const K& key, std::initializer_list< const void* > parameters,
+                      const Arguments&... arguments ) {
       if( auto* existing = map.find( key ) ) {
          ( *existing )->sameParameters( std::span( parameters.begin(), parameters.size() ) );
          return Ptr< C >( static_cast< C* >( existing->ptr() ) );
@@ -266,15 +267,16 @@ class Entity : public PtrInterface {
    void deleted( U16 attr, V& removed, const void* key ) {
       const Ptr< Entity > self( notifiees_ || isEntityPtr< V > ? held() : nullptr );
       if constexpr( isEntityPtr< V > ) {
-         if( removed && removed->parent() == this ) release( const_cast< std::remove_const_t< typename V::element_type >* >( removed.ptr() ) );
+         if( removed && removed->parent() == this )
+            release( const_cast< std::remove_const_t< typename V::element_type >* >( removed.ptr() ) );
       }
       changedKey( attr, key );
    }
    void release( Entity* child );
    void sameParameters( std::span< const void* const > parameters ) const;
    void notify( const Change& change ) const;
-   /// Gives each reactor its typed callback; one of a class that does not know the attribute has none. Each library has its own copy of this,
-   /// beside the setters: a call across libraries costs as much as all the rest.
+   /// Gives each reactor its typed callback; one of a class that does not know the attribute has none. Each library has its own
+   /// copy of this, beside the setters: a call across libraries costs as much as all the rest.
    [[gnu::visibility("hidden"), gnu::noinline]] void call( NotifieeBase::Callback callback, U16 attr ) const {
       notifiees_->walk( false, [ callback, attr ]( NotifieeBase& reactor ) {
          try {
@@ -343,7 +345,9 @@ struct CollectionOpsOf {
 
    static const Map& constMap( const void* map ) { return *static_cast< const Map* >( map ); }
    static std::size_t size( const void* map ) { return constMap( map ).size(); }
-   static const void* find( const void* map, const void* key ) { return constMap( map ).find( *static_cast< const Key* >( key ) ); }
+   static const void* find( const void* map, const void* key ) {
+      return constMap( map ).find( *static_cast< const Key* >( key ) );
+   }
    static bool next( const void* map, const void* after, void* keyOut ) {
       auto i = after ? constMap( map ).iteratorAfter( *static_cast< const Key* >( after ) ) : constMap( map ).iterator();
       if( !i ) return false;
@@ -401,7 +405,8 @@ struct CollectionOpsOf {
       std::vector< Ptr< Entity > > all;
       if constexpr( ofEntities ) {
          for( auto i = constMap( map ).iterator(); i; ++i ) {
-            if( const Element* e = i.ptr(); e && *e ) all.emplace_back( const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) ) );
+            if( const Element* e = i.ptr(); e && *e )
+               all.emplace_back( const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) ) );
          }
       }
       return all;
@@ -409,7 +414,8 @@ struct CollectionOpsOf {
    static Ptr< Entity > named( const void* map, const Name& name ) {
       if constexpr( ofEntities ) {
          for( auto i = constMap( map ).iterator(); i; ++i ) {
-            if( const Element* e = i.ptr(); e && *e && ( *e )->name() == name ) return const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) );
+            if( const Element* e = i.ptr(); e && *e && ( *e )->name() == name )
+               return const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) );
          }
       }
       return nullptr;
@@ -451,7 +457,9 @@ constexpr Attr derivedAttr( const char* name, U32 flags = 0 ) {
    using Result = std::remove_cvref_t< decltype( ( std::declval< const T& >().*Get )() ) >;
    Attr row = attr< Result >( name, 0, flags );
    row.kind = AttrKind::derived;
-   row.extra.derived = []( const void* self, void* out ) { *static_cast< Result* >( out ) = ( static_cast< const T* >( self )->*Get )(); };
+   row.extra.derived = []( const void* self, void* out ) {
+      *static_cast< Result* >( out ) = ( static_cast< const T* >( self )->*Get )();
+   };
    return row;
 }
 
@@ -466,7 +474,9 @@ const T& argumentAs( const GenericIf* argument ) {
 /// Replaces the generic setter of a stored attribute by the member function `Set`, which is written by hand.
 template< class T, class V, auto Set >
 constexpr Attr withSetter( Attr row ) {
-   row.extra.set = []( void* self, const void* value ) { ( static_cast< T* >( self )->*Set )( *static_cast< const V* >( value ) ); };
+   row.extra.set = []( void* self, const void* value ) {
+      ( static_cast< T* >( self )->*Set )( *static_cast< const V* >( value ) );
+   };
    return row;
 }
 

@@ -5,7 +5,8 @@
 #include <kel/Path.h>
 #include <vector>
 
-// Notification from mutators: silence on no change, order, re-entrancy of every kind, failing callbacks, and what collections say.
+// Notification from mutators: silence on no change, order, re-entrancy of every kind, failing callbacks, and what collections
+// say.
 
 namespace Facets {
 
@@ -22,7 +23,8 @@ using Kel::Ptr;
 
 /// Writes down what it hears, and may do something about it.
 struct Listener : Tree::NotifieeConst {
-   Listener( const Ptr< const Tree >& tree, std::string n, std::vector< std::string >& l ) : NotifieeConst( tree ), label( std::move( n ) ), log( l ) {}
+   Listener( const Ptr< const Tree >& tree, std::string n, std::vector< std::string >& l )
+       : NotifieeConst( tree ), label( std::move( n ) ), log( l ) {}
    using NotifieeConst::onKeyed;
    using NotifieeConst::onPairs;
    using NotifieeConst::onRecent;
@@ -195,7 +197,8 @@ TEST_F( EntityTest, ChildrenAreNamedByTheirKeyAndKeptByTheirParameters ) {
    EXPECT_EQ( tree->newLeaf( "oak", 1, 9 ), leaf );
    EXPECT_EQ( leaf->mode(), 5u );
    EXPECT_EQ( thrown< Kel::NameInUseException >( [ & ] { tree->leafIs( "oak", 3, 2 ); } ),
-              "Reinstantiating the entity with name oak where constructor parameter attribute _nonce has a different value of 3 than the current "
+              "Reinstantiating the entity with name oak where constructor parameter attribute _nonce has a different value of 3 "
+              "than the current "
               "value of 1 not allowed" );
    EXPECT_EQ( leaf->fullName(), "tree/oak" );
    const auto keyed = tree->keyedIs( 12 );
@@ -206,7 +209,8 @@ TEST_F( EntityTest, ChildrenAreNamedByTheirKeyAndKeptByTheirParameters ) {
    EXPECT_EQ( Kel::entityAtPath( tree, "Ethernet3/2" ), slashed );
    EXPECT_EQ( Kel::entityAtFullName( *keyed, slashed->fullName() ), slashed );
    EXPECT_FALSE( Kel::entityAtPath( tree, "Ethernet3" ) );
-   EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { Kel::entityAtPath< Leaf >( tree, "12" ); } ), "Entity is the wrong type" );
+   EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { Kel::entityAtPath< Leaf >( tree, "12" ); } ),
+              "Entity is the wrong type" );
    const auto a = listen( "a" );
    EXPECT_EQ( tree->keyedDel( 12 ), keyed );
    EXPECT_TRUE( keyed->isZombie() );

@@ -28,8 +28,8 @@ struct AttributeOp {
    std::span< const GenericIf* const > arguments = {};
 };
 
-/// The reflection adapter: any instance of any type, behind one interface. It wraps an instance that stays its owner's, const or not, or owns
-/// a copied value. An entity that is wrapped is held.
+/// The reflection adapter: any instance of any type, behind one interface. It wraps an instance that stays its owner's, const or
+/// not, or owns a copied value. An entity that is wrapped is held.
 class GenericIf : public PtrInterface {
  public:
    GenericIf( Type& type, void* object, bool isConst );
@@ -53,9 +53,9 @@ class GenericIf : public PtrInterface {
    virtual S32 attributeId( std::string_view name ) const { return type_.attributeId( name ); }
    /// Builds the value from one value per attribute, in order.
    virtual void genericIfListConstructor( std::span< const GenericIf* const > list );
-   /// Performs one operation. `result` may be null when none is wanted. Throws `ConstException` "attempting to modify a const instance" for a
-   /// change through an adapter that wraps a const instance, `RangeException` for an argument of another type or outside its range, and what
-   /// the typed operation throws.
+   /// Performs one operation. `result` may be null when none is wanted. Throws `ConstException` "attempting to modify a const
+   /// instance" for a change through an adapter that wraps a const instance, `RangeException` for an argument of another type or
+   /// outside its range, and what the typed operation throws.
    virtual void attributeOp( const AttributeOp& op, const GenericIf* argument, Ptr< GenericIf >* result );
    /// The canonical form of a value; the full name of an entity.
    virtual String8 strRep() const;
@@ -70,7 +70,9 @@ class GenericIf : public PtrInterface {
       return *static_cast< const T* >( checked( typeOf< T >() ) );
    }
 
-   void attributeOp( const AttributeOp& op, const GenericIf* argument, Ptr< GenericIf >& result ) { attributeOp( op, argument, &result ); }
+   void attributeOp( const AttributeOp& op, const GenericIf* argument, Ptr< GenericIf >& result ) {
+      attributeOp( op, argument, &result );
+   }
    /// Sets a plain attribute from a value of its type, without a wrapper around it.
    template< class T >
    void attributeIs( U16 attribute, const T& value ) {

@@ -19,8 +19,8 @@ struct Arg : Kel::GenericIfOf< T > {
 };
 
 struct GenericIfTest : testing::Test {
-   If perform( const If& on, const char* attribute, Kind kind, const Kel::GenericIf* argument = nullptr, const Kel::GenericIf* key = nullptr,
-               std::span< const Kel::GenericIf* const > arguments = {} ) {
+   If perform( const If& on, const char* attribute, Kind kind, const Kel::GenericIf* argument = nullptr,
+               const Kel::GenericIf* key = nullptr, std::span< const Kel::GenericIf* const > arguments = {} ) {
       const Kel::S32 id = on->attributeId( attribute );
       EXPECT_GE( id, 0 ) << attribute;
       If result;
@@ -45,8 +45,10 @@ TEST_F( GenericIfTest, ValuesAreBuiltReadAndSetByName ) {
    const If copy = type.genericIf( value.ptr(), true );
    EXPECT_EQ( copy->as< Pair >(), Pair( 3, 9 ) );
    const Arg outer( Vid( 7 ) );
-   EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( copy, "outer", Kind::set, &outer ); } ), "attempting to modify a const instance" );
-   EXPECT_EQ( thrown( [ & ] { perform( value, "inner", Kind::set, &outer ); } ), "Facets::Vid given where Facets::VidOrNone is wanted" );
+   EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( copy, "outer", Kind::set, &outer ); } ),
+              "attempting to modify a const instance" );
+   EXPECT_EQ( thrown( [ & ] { perform( value, "inner", Kind::set, &outer ); } ),
+              "Facets::Vid given where Facets::VidOrNone is wanted" );
    const Arg inner( VidOrNone( 1 ) );
    const Kel::GenericIf* list[] = { &outer, &inner };
    value->genericIfListConstructor( list );
@@ -85,7 +87,8 @@ TEST_F( GenericIfTest, EntityAttributesChangeThroughTheirMutators ) {
    perform( adapter, "real", Kind::set, Ptr( new Arg( 1.5 ) ).ptr() );   // a time is a double
    EXPECT_EQ( tree->real(), 1.5 );
    const Arg value( Kel::U32( 9 ) );
-   EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( constAdapter, "number", Kind::set, &value ); } ), "attempting to modify a const instance" );
+   EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( constAdapter, "number", Kind::set, &value ); } ),
+              "attempting to modify a const instance" );
    const Arg large( Kel::U16( 101 ) );
    EXPECT_EQ( thrown( [ & ] { perform( adapter, "limit", Kind::set, &large ); } ), "Tree::limit > Tree::limitMax not allowed" );
    EXPECT_EQ( text( adapter, "limit" ), "101" );
@@ -119,12 +122,15 @@ TEST_F( GenericIfTest, ChildrenAndReferencesAreMadeAndFound ) {
    EXPECT_EQ( tree->leaf( "oak" )->nonce(), 1u );
    const Arg two( Kel::U32( 2 ) );
    parameters[ 1 ] = &two;
-   EXPECT_NE( thrown< Kel::NameInUseException >( [ & ] { perform( adapter, "leaf", Kind::create, nullptr, nullptr, parameters ); } ), "nothing" );
+   EXPECT_NE(
+      thrown< Kel::NameInUseException >( [ & ] { perform( adapter, "leaf", Kind::create, nullptr, nullptr, parameters ); } ),
+      "nothing" );
    const Kel::GenericIf* buddies[] = { &name, oak.ptr() };
    perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies );
    EXPECT_EQ( tree->peer( "oak" )->buddy(), tree->leaf( "oak" ) );
    buddies[ 1 ] = nullptr;
-   EXPECT_NE( thrown< Kel::NameInUseException >( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ), "nothing" );
+   EXPECT_NE( thrown< Kel::NameInUseException >( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ),
+              "nothing" );
    buddies[ 0 ] = nullptr;
    EXPECT_NE( thrown( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ), "nothing" );
    const Arg vid( Vid( 12 ) );

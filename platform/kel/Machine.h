@@ -6,8 +6,8 @@
 
 namespace [[gnu::visibility("default")]] Kel {
 
-/// Base of every state machine: a reference-counted object that owns reactors to the entities that it watches and has operations that
-/// reflection can call.
+/// Base of every state machine: a reference-counted object that owns reactors to the entities that it watches and has operations
+/// that reflection can call.
 class Machine : public PtrInterface {
  public:
    static constexpr TypeCode _code = TypeCode::machine;
@@ -41,17 +41,19 @@ class Machine : public PtrInterface {
       if constexpr( std::is_base_of_v< Entity, T > ) return value ? value->fullName().str() : "null";
       else return value ? "a machine" : "null";
    }
-   [[noreturn, gnu::cold]] static void reinstantiated( const char* attribute, const std::string& wanted, const std::string& current );
+   [[noreturn, gnu::cold]] static void reinstantiated( const char* attribute, const std::string& wanted,
+                                                       const std::string& current );
 
    bool hasNotificationActive_ = true;
 };
 
-/// A machine's reactors to the entities of one collection, by key. `Reactor` is made from (entity, machine); `kelStart()` is called when it is in
-/// its place, `kelGone()` once before it goes with its entity.
+/// A machine's reactors to the entities of one collection, by key. `Reactor` is made from (entity, machine); `kelStart()` is
+/// called when it is in its place, `kelGone()` once before it goes with its entity.
 template< class K, class Reactor >
 using ReactorMap = HashMap< K, Ptr< Reactor > >;
 
-/// Makes `reactors` follow `source`, a collection of entities: a reactor for every key, in ascending order, none for a key that is gone.
+/// Makes `reactors` follow `source`, a collection of entities: a reactor for every key, in ascending order, none for a key that
+/// is gone.
 template< class Source, class Add, class Remove, class Reactors >
 void followAll( const Source& source, const Reactors& reactors, Add add, Remove remove ) {
    std::vector< typename Source::Key > keys;
@@ -74,9 +76,11 @@ void unfollowEntity( ReactorMap< K, Reactor >& reactors, const K& key ) {
    reactor->deactivate();
 }
 
-/// The reactor to `entity` under `key`: the one that watches it already, or a new one, started, in place of one to another entity.
+/// The reactor to `entity` under `key`: the one that watches it already, or a new one, started, in place of one to another
+/// entity.
 template< class K, class Reactor, class Watched, class Owner >
-Ptr< Reactor > followEntity( ReactorMap< K, Reactor >& reactors, const K& key, const Ptr< const Watched >& entity, Owner* owner ) {
+Ptr< Reactor > followEntity( ReactorMap< K, Reactor >& reactors, const K& key, const Ptr< const Watched >& entity,
+                             Owner* owner ) {
    if( const auto* current = reactors.find( key ) ) {
       if( ( *current )->notifier() == entity ) return *current;
       unfollowEntity( reactors, key );

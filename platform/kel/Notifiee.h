@@ -16,9 +16,9 @@ struct Change {
 };
 
 /// Base of every reactor to an entity. Generated `NotifieeConst` classes derive from it, users derive from those and override
-/// `on<Attr>` callbacks. A reactor attached to an entity is called synchronously, in order of attachment, until it is detached, goes, or
-/// loses its last reference outside the entity's own list. It does not keep the entity alive: when that goes, `onZombie()` is called and
-/// `notifier()` reads null from then on.
+/// `on<Attr>` callbacks. A reactor attached to an entity is called synchronously, in order of attachment, until it is detached,
+/// goes, or loses its last reference outside the entity's own list. It does not keep the entity alive: when that goes,
+/// `onZombie()` is called and `notifier()` reads null from then on.
 class NotifieeBase : public PtrInterface {
  public:
    /// The code that `onException` is called with for an exception out of a callback.
@@ -28,8 +28,9 @@ class NotifieeBase : public PtrInterface {
    NotifieeBase( const NotifieeBase& ) = delete;
    NotifieeBase& operator=( const NotifieeBase& ) = delete;
 
-   /// Attaches it to `entity`, behind those that are attached already. A null entity leaves it unattached. Throws `InternalException`
-   /// "entity reactor is already active" when it is attached, `FrameworkException` "Entity is the wrong type" for one of another type.
+   /// Attaches it to `entity`, behind those that are attached already. A null entity leaves it unattached. Throws
+   /// `InternalException` "entity reactor is already active" when it is attached, `FrameworkException` "Entity is the wrong type"
+   /// for one of another type.
    void activate( const Entity* entity );
    /// Takes it off its entity; a callback that is running goes on to its end. Does nothing when it is not attached.
    void deactivate();
@@ -41,8 +42,8 @@ class NotifieeBase : public PtrInterface {
    /// How many exceptions out of callbacks the default handler has seen.
    U32 exceptionCount() const { return exceptions_; }
 
-   /// Runs the typed callbacks of one change. The generated override switches on the attribute. A typed setter calls the callback of a
-   /// scalar itself instead.
+   /// Runs the typed callbacks of one change. The generated override switches on the attribute. A typed setter calls the callback
+   /// of a scalar itself instead.
    virtual void dispatch( const Change& change );
    /// The typed callback of a scalar attribute, `&NotifieeConst::on<Attr>`, as the runtime calls it.
    using Callback = void ( NotifieeBase::* )();
@@ -78,7 +79,8 @@ class NotifieeBase : public PtrInterface {
 
    const Entity* notifier_ = nullptr;
    const Type* watchedType_ = nullptr;
-   U16 knownAttrs_ = 0;   ///< attributes below this index have their callbacks in this class or a base; a reactor to a base type knows fewer
+   /// Attributes below this index have their callbacks in this class or a base; a reactor to a base type knows fewer.
+   U16 knownAttrs_ = 0;
    U32 exceptions_ = 0;
 };
 

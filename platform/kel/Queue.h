@@ -104,7 +104,9 @@ class Queue {
    /// At the first element behind a position, which may be a gap or, like a head that was removed meanwhile, lie outside the
    /// window.
    Iterator iteratorAfter( Index index ) { return Iterator( *this, cursorAfter( { numberOf( index ), index } ) ); }
-   ConstIterator iteratorAfter( Index index ) const { return ConstIterator( *this, cursorAfter( { numberOf( index ), index } ) ); }
+   ConstIterator iteratorAfter( Index index ) const {
+      return ConstIterator( *this, cursorAfter( { numberOf( index ), index } ) );
+   }
 
  private:
    template< class, class >
@@ -152,8 +154,8 @@ class Queue {
       return number;
    }
    [[noreturn, gnu::cold]] void full() const {
-      throw RangeException( "queue full: all " + std::to_string( positions ) + " positions from the head, " + std::to_string( head() ) +
-                            ", on are taken; remove the head first" );
+      throw RangeException( "queue full: all " + std::to_string( positions ) + " positions from the head, " +
+                            std::to_string( head() ) + ", on are taken; remove the head first" );
    }
 
    // What an iterator asks of its map.

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <kel/Trace.h>
 #include <kel/Plan.h>
 
-// One printer over the rows; TextParser.cpp has the parser. It recurses only from a value type into the types of its attributes, which are
-// fixed when the type is compiled. A composite is printed along its plan: texts that never change and plain attributes in turn.
+// One printer over the rows; TextParser.cpp has the parser. It recurses only from a value type into the types of its attributes,
+// which are fixed when the type is compiled. A composite is printed along its plan: texts that never change and plain attributes
+// in turn.
 
 namespace Kel {
 
@@ -28,13 +28,6 @@ const char* enumeratorName( const Type& type, U32 value ) {
 }
 
 namespace {
-
-template< class T >
-T get( const void* at ) {
-   T v;
-   std::memcpy( &v, at, sizeof v );
-   return v;
-}
 
 void printEnumerator( const Type& type, U32 value, TextOut& out ) {
    if( const char* name = enumeratorName( type, value ) ) return out.append( name );
@@ -97,9 +90,9 @@ void printComposite( const Type& type, const void* value, TextOut& out ) {
       to = copyText( to, step.before );
       const void* at = static_cast< const char* >( value ) + step.offset;
       switch( step.code ) {
-      case TypeCode::u8: to = printNumber( to, get< U8 >( at ) ); break;
-      case TypeCode::u16: to = printNumber( to, get< U16 >( at ) ); break;
-      case TypeCode::u32: to = printNumber( to, get< U32 >( at ) ); break;
+      case TypeCode::u8: to = printNumber( to, load< U8 >( at ) ); break;
+      case TypeCode::u16: to = printNumber( to, load< U16 >( at ) ); break;
+      case TypeCode::u32: to = printNumber( to, load< U32 >( at ) ); break;
       default:
          out.wrote( to );
          printAs( step.code, *step.printed, at, out );
@@ -111,21 +104,21 @@ void printComposite( const Type& type, const void* value, TextOut& out ) {
 
 void printAs( TypeCode code, const Type& type, const void* at, TextOut& out ) {
    switch( code ) {
-   case TypeCode::boolean: return out.append( get< bool >( at ) ? "True" : "False" );
-   case TypeCode::u8: return out.number( unsigned( get< U8 >( at ) ) );
-   case TypeCode::u16: return out.number( get< U16 >( at ) );
-   case TypeCode::u32: return out.number( get< U32 >( at ) );
-   case TypeCode::u64: return out.number( get< U64 >( at ) );
-   case TypeCode::s8: return out.number( int( get< S8 >( at ) ) );
-   case TypeCode::s16: return out.number( get< S16 >( at ) );
-   case TypeCode::s32: return out.number( get< S32 >( at ) );
-   case TypeCode::s64: return out.number( get< S64 >( at ) );
-   case TypeCode::f64: return printDouble( get< double >( at ), out );
+   case TypeCode::boolean: return out.append( load< bool >( at ) ? "True" : "False" );
+   case TypeCode::u8: return out.number( unsigned( load< U8 >( at ) ) );
+   case TypeCode::u16: return out.number( load< U16 >( at ) );
+   case TypeCode::u32: return out.number( load< U32 >( at ) );
+   case TypeCode::u64: return out.number( load< U64 >( at ) );
+   case TypeCode::s8: return out.number( int( load< S8 >( at ) ) );
+   case TypeCode::s16: return out.number( load< S16 >( at ) );
+   case TypeCode::s32: return out.number( load< S32 >( at ) );
+   case TypeCode::s64: return out.number( load< S64 >( at ) );
+   case TypeCode::f64: return printDouble( load< double >( at ), out );
    case TypeCode::string8: return printString( *static_cast< const String8* >( at ), out );
    case TypeCode::name: return printString( static_cast< const Name* >( at )->view(), out );
    case TypeCode::enumeration:
       out.append( '\'' );
-      printEnumerator( type, get< U32 >( at ), out );
+      printEnumerator( type, load< U32 >( at ), out );
       return out.append( '\'' );
    case TypeCode::scalar: {
       const Attr& row = type.ownAttrs().front();
@@ -151,7 +144,7 @@ void printAs( TypeCode code, const Type& type, const void* at, TextOut& out ) {
 void print( const Type& type, const void* value, TextOut& out ) { printAs( type.code(), type, value, out ); }
 
 void printBare( const Type& type, const void* value, TextOut& out ) {
-   if( type.code() == TypeCode::enumeration ) printEnumerator( type, get< U32 >( value ), out );
+   if( type.code() == TypeCode::enumeration ) printEnumerator( type, load< U32 >( value ), out );
    else print( type, value, out );
 }
 

@@ -6,22 +6,15 @@
 #include <kel/Trace.h>
 
 // One parser over the rows. It recurses only from a value type into the types of its attributes, which are fixed when the type is
-// compiled, so no text makes it go deep. It reads forward, never back over more than the name it has just read: its time is linear in
-// the text.
+// compiled, so no text makes it go deep. It reads forward, never back over more than the name it has just read: its time is
+// linear in the text.
 //
-// What stands in a text is mostly what was printed by the other half, so a composite is read along the plan that it is printed along;
-// at the first character that differs the parser goes back and begins anew by the grammar.
+// What stands in a text is mostly what was printed by the other half, so a composite is read along the plan that it is printed
+// along; at the first character that differs the parser goes back and begins anew by the grammar.
 
 namespace Kel {
 
 namespace {
-
-template< class T >
-T get( const void* at ) {
-   T v;
-   std::memcpy( &v, at, sizeof v );
-   return v;
-}
 
 /// A fault of the text's own form, which is told as it is wherever it stands; one of a value is told with its attribute's name.
 class SyntaxFault : public RangeException {
@@ -39,7 +32,8 @@ std::string printable( std::string_view text ) {
 /// Text that is being parsed: where it began, for the columns in messages, and what is left of it.
 class Parser {
  public:
-   Parser( const Type& outermost, TextIter from, TextIter to ) : outermost_( outermost ), begin_( from ), at_( from ), to_( to ) {}
+   Parser( const Type& outermost, TextIter from, TextIter to )
+       : outermost_( outermost ), begin_( from ), at_( from ), to_( to ) {}
 
    TextIter at() const { return at_; }
    void value( TypeCode code, const Type& type, void* into );
@@ -135,7 +129,8 @@ std::string Parser::unescaped( const Type& type, std::string_view text ) const {
       static constexpr std::string_view escapes = "\\'\"nrtabfv0", bytes( "\\'\"\n\r\t\a\b\f\v\0", 11 );
       const std::size_t known = escapes.find( c );
       if( known == std::string_view::npos ) {
-         throw RangeException( "unknown escape \\" + printable( { &c, 1 } ) + " deserializing " + std::string( type.qualifiedName() ) );
+         throw RangeException( "unknown escape \\" + printable( { &c, 1 } ) + " deserializing " +
+                               std::string( type.qualifiedName() ) );
       }
       out += bytes[ known ];
    }
@@ -160,7 +155,8 @@ U64 Parser::digits( const Type& type, bool& negative, bool& tooWide ) {
 }
 
 [[noreturn]] void outside( const Type& type, const Bounds* bounds, const std::string& text ) {
-   throw RangeException( bounds && bounds->text ? bounds->text : std::string( type.shortName() ) + "::value " + text + " not allowed" );
+   throw RangeException( bounds && bounds->text ? bounds->text
+                                                : std::string( type.shortName() ) + "::value " + text + " not allowed" );
 }
 
 U64 Parser::unsignedNumber( const Type& type, U64 max, const Bounds* bounds ) {
@@ -168,7 +164,8 @@ U64 Parser::unsignedNumber( const Type& type, U64 max, const Bounds* bounds ) {
    const U64 v = digits( type, negative, tooWide );
    if( negative && ( v || tooWide ) ) outside( type, bounds, "< 0" );
    if( tooWide || v > max ) outside( type, bounds, "> " + std::to_string( max ) );
-   if( bounds && bounds->text && ( v > bounds->max || ( bounds->min > 0 && v < static_cast< U64 >( bounds->min ) ) ) ) refuse( type );
+   if( bounds && bounds->text && ( v > bounds->max || ( bounds->min > 0 && v < static_cast< U64 >( bounds->min ) ) ) )
+      refuse( type );
    return v;
 }
 
@@ -200,7 +197,8 @@ double Parser::real( const Type& type ) {
    if( *first != '.' && ( *first < '0' || *first > '9' ) ) expected( type, "a number" );
    double v = 0;
    const auto [ end, error ] = std::from_chars( at_, to_, v );
-   if( error == std::errc::result_out_of_range ) throw RangeException( "number out of range deserializing " + std::string( type.qualifiedName() ) );
+   if( error == std::errc::result_out_of_range )
+      throw RangeException( "number out of range deserializing " + std::string( type.qualifiedName() ) );
    if( error != std::errc() ) expected( type, "a number" );
    at_ = end;
    return v;
@@ -223,7 +221,8 @@ U32 Parser::enumeration( const Type& type ) {
       if( text == e.name ) return e.value;
    }
    const std::string_view shortName = type.shortName();
-   if( text.size() > shortName.size() + 2 && text.starts_with( shortName ) && text[ shortName.size() ] == '(' && text.back() == ')' ) {
+   if( text.size() > shortName.size() + 2 && text.starts_with( shortName ) && text[ shortName.size() ] == '(' &&
+       text.back() == ')' ) {
       const std::string_view inner = text.substr( shortName.size() + 1, text.size() - shortName.size() - 2 );
       S32 number = 0;
       const auto [ end, error ] = std::from_chars( inner.data(), inner.data() + inner.size(), number );
@@ -272,7 +271,8 @@ void Parser::value( TypeCode code, const Type& type, void* into ) {
    case TypeCode::scalar: {
       const Attr& row = type.ownAttrs().front();
       void* member = static_cast< char* >( into ) + row.offset;
-      if( row.code <= TypeCode::s64 && row.code != TypeCode::boolean ) return number( row.code, type, member, &type.info().bounds );
+      if( row.code <= TypeCode::s64 && row.code != TypeCode::boolean )
+         return number( row.code, type, member, &type.info().bounds );
       if( row.code != TypeCode::string8 ) return value( row.code, *row.type, member );
       String8 v;
       value( row.code, *row.type, &v );
@@ -320,7 +320,7 @@ void Parser::attribute( const Type& type, void* into ) {
 bool Parser::sameText( std::string_view text ) {
    if( static_cast< std::size_t >( to_ - at_ ) < text.size() ) return false;
    constexpr std::size_t word = sizeof( U64 );
-   const auto differ = [ & ]( std::size_t i ) { return get< U64 >( at_ + i ) ^ get< U64 >( text.data() + i ); };
+   const auto differ = [ & ]( std::size_t i ) { return load< U64 >( at_ + i ) ^ load< U64 >( text.data() + i ); };
    U64 differences = 0;
    if( text.size() >= word ) {
       for( std::size_t i = 0; i + word < text.size(); i += word ) differences |= differ( i );
@@ -420,7 +420,8 @@ void parseWhole( const Type& type, void* value, std::string_view text ) {
    const TextIter to = text.data() + text.size();
    parse( type, value, from, to );
    if( from == to ) return;
-   throw RangeException( "junk at column " + std::to_string( from - text.data() ) + " deserializing " + std::string( type.qualifiedName() ) );
+   throw RangeException( "junk at column " + std::to_string( from - text.data() ) + " deserializing " +
+                         std::string( type.qualifiedName() ) );
 }
 
 U32 enumerator( const Type& type, U32 number ) {

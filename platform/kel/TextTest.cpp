@@ -21,16 +21,19 @@ TEST( TextTest, ExactForms ) {
    EXPECT_EQ( Facets::ColourInstance( "red" ), Colour::red );
    EXPECT_EQ( thrown( [] { Facets::ColourInstance( 1 ); } ), "Colour" );
    EXPECT_EQ( Kel::valueToStrep( Kel::String8( std::string_view( "it's\n\\\0\xff", 8 ) ) ), "'it\\'s\\n\\\\\\x00\\xff'" );
-   const std::pair< double, const char* > doubles[] = { { 0.1, "0.1" }, { 300, "300" }, { 1e300, "1e+300" }, { -0.0, "-0" }, { 1.0 / 3, "0.3333333333333333" } };
+   const std::pair< double, const char* > doubles[] = {
+      { 0.1, "0.1" }, { 300, "300" }, { 1e300, "1e+300" }, { -0.0, "-0" }, { 1.0 / 3, "0.3333333333333333" }
+   };
    for( const auto& [ v, text ] : doubles ) EXPECT_EQ( Kel::valueToStrep( v ), text );
    EXPECT_EQ( Kel::valueToStrep( Oru::Seqno32( 5 ) ), "5" );
    Everything e;
    EXPECT_TRUE( !e );
    e.flagIs( true );
    EXPECT_FALSE( !e );
-   EXPECT_EQ( Facets::valueToStrep( e ),
-              "Value('Facets::Everything', ** {'flag': True, 'u8': 0, 'u16': 0, 'u32': 0, 'u64': 0, 's8': 0, 's16': 0, 's32': 0, 's64': 0, 'real': 0, "
-              "'text': '', 'name': '', 'colour': 'red', 'small': 0, 'level': 1, 'label': '', 'pair': Value('Facets::Pair', ** {'outer': 1, 'inner': 0})})" );
+   EXPECT_EQ( Facets::valueToStrep( e ), "Value('Facets::Everything', ** {'flag': True, 'u8': 0, 'u16': 0, 'u32': 0, 'u64': 0, "
+                                         "'s8': 0, 's16': 0, 's32': 0, 's64': 0, 'real': 0, "
+                                         "'text': '', 'name': '', 'colour': 'red', 'small': 0, 'level': 1, 'label': '', 'pair': "
+                                         "Value('Facets::Pair', ** {'outer': 1, 'inner': 0})})" );
 }
 
 TEST( TextTest, ParserTakesAnyOrderOmissionsAndWhiteSpace ) {
@@ -93,11 +96,13 @@ Everything randomEverything( std::mt19937_64& random ) {
       const std::uint64_t b = bits();
       std::memcpy( &real, &b, 8 );
    } while( real != real );
-   return Everything( random() % 2, static_cast< Kel::U8 >( bits() ), static_cast< Kel::U16 >( bits() ), static_cast< Kel::U32 >( bits() ), bits(),
-                      static_cast< Kel::S8 >( bits() ), static_cast< Kel::S16 >( bits() ), static_cast< Kel::S32 >( bits() ), static_cast< Kel::S64 >( bits() ),
-                      real, Kel::String8( text() ), Kel::Name( text() ), static_cast< Colour >( random() % 3 ? random() % 4 : bits() ),
-                      Small( static_cast< Kel::U8 >( random() % 201 ) ), Level( static_cast< Kel::S32 >( random() % 11 ) - 5 ), Label( text().substr( 0, 10 ) ),
-                      Pair( static_cast< Kel::U16 >( 1 + random() % 4094 ), static_cast< Kel::U16 >( random() % 4095 ) ) );
+   return Everything(
+      random() % 2, static_cast< Kel::U8 >( bits() ), static_cast< Kel::U16 >( bits() ), static_cast< Kel::U32 >( bits() ),
+      bits(), static_cast< Kel::S8 >( bits() ), static_cast< Kel::S16 >( bits() ), static_cast< Kel::S32 >( bits() ),
+      static_cast< Kel::S64 >( bits() ), real, Kel::String8( text() ), Kel::Name( text() ),
+      static_cast< Colour >( random() % 3 ? random() % 4 : bits() ), Small( static_cast< Kel::U8 >( random() % 201 ) ),
+      Level( static_cast< Kel::S32 >( random() % 11 ) - 5 ), Label( text().substr( 0, 10 ) ),
+      Pair( static_cast< Kel::U16 >( 1 + random() % 4094 ), static_cast< Kel::U16 >( random() % 4095 ) ) );
 }
 
 TEST( TextTest, WhateverIsPrintedOrLoggedReadsBack ) {
@@ -121,7 +126,9 @@ TEST( TextTest, HostileTextIsRefusedOrReadsBack ) {
       std::string text = Kel::valueToStrep( randomEverything( random ) ).str();
       for( int k = static_cast< int >( random() % 4 ); k >= 0; --k ) {
          if( random() % 3 == 0 ) text.resize( static_cast< std::size_t >( random() % ( text.size() + 1 ) ) );
-         else if( !text.empty() ) text[ static_cast< std::size_t >( random() % text.size() ) ] = static_cast< char >( random() % 2 ? random() : "'\\{},:0 "[ random() % 8 ] );
+         else if( !text.empty() )
+            text[ static_cast< std::size_t >( random() % text.size() ) ] =
+               static_cast< char >( random() % 2 ? random() : "'\\{},:0 "[ random() % 8 ] );
       }
       try {
          const auto value = Kel::strepToValue< Everything >( text );

@@ -126,11 +126,11 @@ struct Attr {
    Type* keyType = nullptr;     ///< of a collection's keys
    union Extra {
       const void* none = nullptr;
-      const CollectionOps* collection;                                               ///< collections
-      const void* constant;                                                          ///< constants: where the value stands
-      void ( *derived )( const void* self, void* out );                              ///< derived: assigns to *out, a value of `type`
-      void ( *operation )( void* self, const GenericIf* const* arguments );          ///< operations
-      void ( *set )( void* self, const void* value );                                ///< scalars with a setter written by hand
+      const CollectionOps* collection;                                        ///< collections
+      const void* constant;                                                   ///< constants: where the value stands
+      void ( *derived )( const void* self, void* out );                       ///< derived: assigns to *out, a value of `type`
+      void ( *operation )( void* self, const GenericIf* const* arguments );   ///< operations
+      void ( *set )( void* self, const void* value );                         ///< scalars with a setter written by hand
    } extra{};
    U32 offset = 0;              ///< of the member in the object
    U16 nameSize = 0;
@@ -287,7 +287,8 @@ template< class T >
 U32 hashValue( const void* v ) { return hashOf( *static_cast< const T* >( v ) ); }
 
 template< class T >
-concept Hashable = requires( const T& v ) { hashOf( v ); } && ( std::is_arithmetic_v< T > || std::is_enum_v< T > || requires( const T& v ) { v.hash(); } );
+concept Hashable = requires( const T& v ) { hashOf( v ); } &&
+                   ( std::is_arithmetic_v< T > || std::is_enum_v< T > || requires( const T& v ) { v.hash(); } );
 
 template< class T >
 constexpr ValueOps makeValueOps() {

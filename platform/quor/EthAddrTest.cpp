@@ -37,8 +37,11 @@ TEST( EthAddr, RefusesOtherText ) {
    struct {
       const char* text;
       const char* quoted;
-   } const rows[] = { { "02:00:00:00:00:\xff\xff", "'02:00:00:00:00:\\xff\\xff'" }, { "0g:00:00:00:00:01", "'0g:00:00:00:00:01'" }, { "", "''" } };
-   for( const auto& row : rows ) EXPECT_THAT( thrown( [ & ] { EthAddr a{ std::string_view( row.text ) }; } ), HasSubstr( row.quoted ) );
+   } const rows[] = { { "02:00:00:00:00:\xff\xff", "'02:00:00:00:00:\\xff\\xff'" },
+                      { "0g:00:00:00:00:01", "'0g:00:00:00:00:01'" },
+                      { "", "''" } };
+   for( const auto& row : rows )
+      EXPECT_THAT( thrown( [ & ] { EthAddr a{ std::string_view( row.text ) }; } ), HasSubstr( row.quoted ) );
    const char* const bad[] = {
       "0", "02:00:00:00:00", "02:00:00:00:00:0", "02:00:00:00:00:01:", "02:00:00:00:00:01:02", " 02:00:00:00:00:01",
       "02:00:00:00:00:01 ", "02:00-00:00:00:01", "2:0:0:0:0:1", "0200:0000:0001", "0200.0000.00", "020.00000.0001",

@@ -46,16 +46,17 @@ const Row named[] = {
    { "Pseudowire-Ethernet3/2", "Pw-Et3/2", make( 59, 3 << 6 | 2, 4095 << 8 ) },
    { "Pseudowire-Cpu.1", "Pw-Cpu.1", make( 59, 0, 1 << 8 | 6 ) },
    { "Pseudowire-PeerPort-Channel33554431.4094", "Pw-PPo33554431.4094", make( 59, 0x1ffffff, 4094 << 8 | 9 ) },
-   // What no family names: stray bits, numbers out of range, unknown kinds and sub-types, pseudowires without a parent that has a name.
+   // What no family names: stray bits, numbers out of range, unknown kinds and sub-types, pseudowires without a parent that has a
+   // name.
    { "Intf-0000000102000001", "Intf-0000000102000001", make( 1, 1, 1 ) },
    { "Intf-0000000002000fff", "Intf-0000000002000fff", make( 1, 4095 ) },
    { "Intf-300000000e000007", "Intf-300000000e000007", make( 7, 7, 3u << 28 ) },
    { "Intf-ffffffffffffffff", "Intf-ffffffffffffffff", make( 127, 0x1ffffff, 0xffffffff ) },
-   { "Intf-00000000760000c0", "Intf-00000000760000c0", make( 59, 3 << 6 ) },                       // VLAN 0
-   { "Intf-00100000760000c0", "Intf-00100000760000c0", make( 59, 3 << 6, 4096 << 8 ) },            // VLAN 4096
-   { "Intf-0000648076000007", "Intf-0000648076000007", make( 59, 7, 100 << 8 | 128 ) },            // a parent type of 8 bits
-   { "Intf-0000640076000000", "Intf-0000640076000000", make( 59, 0, 100 << 8 ) },                  // the empty parent
-   { "Intf-0000643b76000007", "Intf-0000643b76000007", make( 59, 7, 100 << 8 | 59 ) },             // a pseudowire's pseudowire
+   { "Intf-00000000760000c0", "Intf-00000000760000c0", make( 59, 3 << 6 ) },              // VLAN 0
+   { "Intf-00100000760000c0", "Intf-00100000760000c0", make( 59, 3 << 6, 4096 << 8 ) },   // VLAN 4096
+   { "Intf-0000648076000007", "Intf-0000648076000007", make( 59, 7, 100 << 8 | 128 ) },   // a parent type of 8 bits
+   { "Intf-0000640076000000", "Intf-0000640076000000", make( 59, 0, 100 << 8 ) },         // the empty parent
+   { "Intf-0000643b76000007", "Intf-0000643b76000007", make( 59, 7, 100 << 8 | 59 ) },    // a pseudowire's pseudowire
 };
 
 TEST( IntfId, NamesBothWays ) {
@@ -92,13 +93,16 @@ TEST( IntfId, SaysWhatWasExpected ) {
       std::string text;
       std::string message;
    } const rows[] = {
-      { "Etherne3", "interface name 'Etherne3' is not valid: expected a name like Ethernet3, Ethernet3/2.100, Port-Channel7, Vlan10 or Cpu" },
+      { "Etherne3",
+        "interface name 'Etherne3' is not valid: expected a name like Ethernet3, Ethernet3/2.100, Port-Channel7, Vlan10 or Cpu" },
       { "Vlan5000", "interface name 'Vlan5000' is not valid: expected Vlan and then a VLAN from 1 to 4094" },
       { "Cpu1", "interface name 'Cpu1' is not valid: expected Cpu and then nothing" },
-      { "Po7.0", "interface name 'Po7.0' is not valid: expected Port-Channel and then a number up to 33554431, perhaps with a sub-interface like .5, "
+      { "Po7.0", "interface name 'Po7.0' is not valid: expected Port-Channel and then a number up to 33554431, perhaps with a "
+                 "sub-interface like .5, "
                  "up to 268435455" },
-      { "Pw-Et3.5000", "interface name 'Pw-Et3.5000' is not valid: expected an interface without a sub-interface, perhaps with a VLAN like "
-                       ".100, up to 4094" },
+      { "Pw-Et3.5000",
+        "interface name 'Pw-Et3.5000' is not valid: expected an interface without a sub-interface, perhaps with a VLAN like "
+        ".100, up to 4094" },
       { "Intf-5", "interface name 'Intf-5' is not valid: expected 16 hexadecimal digits" },
       { "Et\x01\xff\n", "interface name 'Et\\x01\\xff\\x0a' is not valid: expected Ethernet and then a port like 3" },
       { std::string( 1 << 20, 'x' ), "interface name '" + std::string( 64, 'x' ) + "...' is not valid" },
@@ -113,7 +117,8 @@ IntfId someId( std::mt19937& random ) {
    const U32 type = random() % 8 ? pick( { 0, 1, 6, 7, 8, 9, 59, 59 } ) : any() & 127;
    const U32 index = random() % 3 ? any() & 0x1ffffff : pick( { 0, 1, 63, 64, 0x100000, 4094, 4095, 0x1ffffff } );
    U32 high = random() % 3 ? pick( { 0, 0, 1, 5, 0x0fffffff, 0x10000000, 0x20000001, 0x30000000, 0xffffffff } ) : any();
-   if( type == 59 && random() % 4 ) high = pick( { 0, 1, 100, 4094, 4095, 4096, 0xffffff } ) << 8 | pick( { 0, 1, 6, 7, 8, 9, 10, 59, 127, 128, 255 } );
+   if( type == 59 && random() % 4 )
+      high = pick( { 0, 1, 100, 4094, 4095, 4096, 0xffffff } ) << 8 | pick( { 0, 1, 6, 7, 8, 9, 10, 59, 127, 128, 255 } );
    return make( type, index, high );
 }
 
@@ -159,9 +164,12 @@ TEST( IntfId, ReadTextIsCanonical ) {
       ++good;
       // A pseudowire may mix: a full name with its parent's short one.
       const bool mixed = typeId( id ) == IntfTypeId::pseudowire && !name.starts_with( "Intf-" );
-      const auto numbers = []( std::string_view text ) { return text.substr( std::min( text.size(), text.find_first_of( "0123456789." ) ) ); };
+      const auto numbers = []( std::string_view text ) {
+         return text.substr( std::min( text.size(), text.find_first_of( "0123456789." ) ) );
+      };
       const Kel::String8 full = id.stringValue();
-      ASSERT_TRUE( name == full.view() || name == id.shortName().view() || ( mixed && numbers( name ) == numbers( full ) ) ) << name << " " << id;
+      ASSERT_TRUE( name == full.view() || name == id.shortName().view() || ( mixed && numbers( name ) == numbers( full ) ) )
+         << name << " " << id;
    }
    EXPECT_GT( good, 100000 );
 }
@@ -201,7 +209,8 @@ TEST( IntfId, PartsHashAndOrder ) {
       "", "Ethernet3", "Ethernet3.100", "Ethernet3/1", "Ethernet4", "Ethernet1/1/1", "Vlan10", "Cpu", "Port-Channel7",
       "PeerEthernet1"
    };
-   for( std::size_t i = 1; i < std::size( ascending ); ++i ) EXPECT_LT( IntfId( ascending[ i - 1 ] ), IntfId( ascending[ i ] ) ) << ascending[ i ];
+   for( std::size_t i = 1; i < std::size( ascending ); ++i )
+      EXPECT_LT( IntfId( ascending[ i - 1 ] ), IntfId( ascending[ i ] ) ) << ascending[ i ];
 }
 
 }

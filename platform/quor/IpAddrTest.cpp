@@ -109,7 +109,8 @@ TEST( IpAddr, LayoutHashAndOrder ) {
    EXPECT_EQ( std::memcmp( &v4, expected, 20 ), 0 );
    EXPECT_EQ( v4.hash(), Kel::murmur3( expected + 4, 4 ) );
    EXPECT_EQ( IpAddr().hash(), Kel::murmur3( "", 0 ) );
-   EXPECT_TRUE( IpAddr( "::1" ) < IpAddr( "::2" ) && IpAddr( "9.0.0.0" ) < IpAddr( "10.0.0.0" ) && IpAddr( "255.0.0.0" ) < IpAddr( "::" ) );
+   EXPECT_TRUE( IpAddr( "::1" ) < IpAddr( "::2" ) && IpAddr( "9.0.0.0" ) < IpAddr( "10.0.0.0" ) &&
+                IpAddr( "255.0.0.0" ) < IpAddr( "::" ) );
    EXPECT_NE( IpAddr( "::" ), IpAddr() );
    EXPECT_NE( IpAddr( "0.0.0.0" ), IpAddr() );
 }
