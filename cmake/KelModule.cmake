@@ -1,18 +1,19 @@
 # Type definitions in a build.
 #
-#   kel_module(VlanId DEFINITION VlanId.kel [SOURCES VlanId.cpp ...] [LINKS Kel::Kel ...] [LIBRARY Vanta] [IMPORT_DIRS DIR[=PREFIX] ...])
+#   kel_module(VlanId DEFINITION VlanId.kel [SOURCES VlanId.cpp ...] [LINKS Kel::Kel ...] [LIBRARY Vanta]
+#              [IMPORT_DIRS DIR[=PREFIX] ...])
 #
-# compiles a definition file and, with it, the hand-written bodies of its types into the object library Vanta_VlanId. The header is
-# included as <Vanta/VlanId.h>; the schema (JSON) and the reference page (Markdown) are written to <build>/schema/Vanta. Modules that
-# the definition imports must have been added before.
+# compiles a definition file and, with it, the hand-written bodies of its types into the object library Vanta_VlanId. The header
+# is included as <Vanta/VlanId.h>; the schema (JSON) and the reference page (Markdown) are written to <build>/schema/Vanta.
+# Modules that the definition imports must have been added before.
 #
 #   kel_library(Vanta MODULES VlanId Bridging ... [LINKS ...] [SOURCES ...] [DESCRIPTION text])
 #
 # makes the shared library libVanta (target Vanta, alias Vanta::Vanta) of modules in their LOAD ORDER, with the one source that
 # registers them.
 #
-# Imports are looked for in KEL_IMPORT_DIRS and the module's own IMPORT_DIRS, each a list of DIR or DIR=PREFIX: the generated headers of
-# what is imported from DIR are included as <PREFIX/Module.h>, without =PREFIX as the module's own.
+# Imports are looked for in KEL_IMPORT_DIRS and the module's own IMPORT_DIRS, each a list of DIR or DIR=PREFIX: the generated
+# headers of what is imported from DIR are included as <PREFIX/Module.h>, without =PREFIX as the module's own.
 
 include_guard(GLOBAL)
 

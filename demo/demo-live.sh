@@ -1,6 +1,6 @@
 #!/bin/sh
-# demo-live.sh BUILD: the same as demo.sh on a live Linux bridge, between network namespaces that it makes and removes itself. vanta-fdbd
-# follows the bridge's forwarding database and listens on its ports as well. Needs root and iproute2.
+# demo-live.sh BUILD: the same as demo.sh on a live Linux bridge, between network namespaces that it makes and removes itself.
+# vanta-fdbd follows the bridge's forwarding database and listens on its ports as well. Needs root and iproute2.
 set -eu
 
 here=$(cd "$(dirname "$0")" && pwd)

@@ -1,6 +1,6 @@
 #!/bin/sh
-# demo.sh BUILD [OTHER-BUILD]: vanta-fdbd learns hosts from captures of real traffic (record.sh made them), played as they were recorded,
-# while other processes show and follow the same table; these are OTHER-BUILD's when one is named. Needs no privileges.
+# demo.sh BUILD [OTHER-BUILD]: vanta-fdbd learns hosts from captures of real traffic (record.sh made them), played as they were
+# recorded, while other processes show and follow the same table; these are OTHER-BUILD's when one is named. Needs no privileges.
 set -eu
 
 here=$(cd "$(dirname "$0")" && pwd)

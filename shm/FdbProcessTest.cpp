@@ -42,7 +42,8 @@ TEST_P( ProcessTest, ReadersStartAtAnyTime ) {
    constexpr U32 hosts = 5000;                                          // the table's index doubles several times
    Peer before = peer( "read" );
    EXPECT_EQ( "", before.say( "show" ) );
-   const double times[] = { 0, -1.5, 0.1, 1e300, 5e-324, std::numeric_limits< double >::infinity(), std::numeric_limits< double >::quiet_NaN() };
+   const double times[] =
+      { 0, -1.5, 0.1, 1e300, 5e-324, std::numeric_limits< double >::infinity(), std::numeric_limits< double >::quiet_NaN() };
    for( U32 n = 1; n <= hosts; ++n ) {
       LearnedHost h = host( n, n % 16000 + 1, n );
       h.lastMoveTimeIs( times[ n % std::size( times ) ] );
@@ -71,14 +72,17 @@ TEST_P( ProcessTest, TheNextWriterKnowsOtherHosts ) {
    struct Absences : FdbStatus::NotifieeConst {
       using NotifieeConst::NotifieeConst;
       using NotifieeConst::onLearnedHost;
-      void onLearnedHost( const Quor::EthAddr& address ) override { missed += address == mac( 1 ) && !notifier()->learnedHost( address ); }
+      void onLearnedHost( const Quor::EthAddr& address ) override {
+         missed += address == mac( 1 ) && !notifier()->learnedHost( address );
+      }
       int missed = 0;
    };
    const auto target = statusFactory( "target" );
    table = tableOf( "t", TableMode::reader );
    const auto reader = readerFdbStatusSmFactory( target, table );
    const auto shows = [ & ]( const std::string& expected ) {
-      return drainUntil( table, [ & ] { return linesOf( hostsOf( *target ) ) == expected; } ) ? "" : linesOf( hostsOf( *target ) );
+      const bool done = drainUntil( table, [ & ] { return linesOf( hostsOf( *target ) ) == expected; } );
+      return done ? "" : linesOf( hostsOf( *target ) );
    };
    Peer follower = peer( "read" );
    Peer first = peer( "write" );
@@ -117,7 +121,8 @@ TEST_P( ProcessTest, TheNextWriterKnowsOtherHosts ) {
    expectShown( follower, linesOf( hostsOf( *source ) ) );
 }
 
-INSTANTIATE_TEST_SUITE_P( Sizes, ProcessTest, testing::Bool(), []( const auto& which ) { return which.param ? "Other" : "Same"; } );
+INSTANTIATE_TEST_SUITE_P( Sizes, ProcessTest, testing::Bool(),
+                          []( const auto& which ) { return which.param ? "Other" : "Same"; } );
 
 }
 }

@@ -138,7 +138,8 @@ TEST_F( WriterTest, AttachesInAscendingOrderThenInitialises ) {
       EXPECT_EQ( 0u, table->plexoFdbStatusCount() );
    } );
    start();
-   EXPECT_THAT( traces.lines, ElementsAre( waitingLine, waitingLine, waitingLine, waitingLine, initializedLine, hostsLine, hostsLine,
+   EXPECT_THAT( traces.lines,
+                ElementsAre( waitingLine, waitingLine, waitingLine, waitingLine, initializedLine, hostsLine, hostsLine,
                                            hostsLine, hostsLine ) );
    EXPECT_THAT( attached, ElementsAre( "1 ", "1 2 ", "1 2 300 ", "1 2 300 4094 " ) );
    // The first writes come database by database in the collection's order, and host by host in that of each.
@@ -293,7 +294,8 @@ struct ReaderTest : ShmTest {
    void inStep() {
       drain( table );
       EXPECT_EQ( linesOf( hostsOf( *written ) ), linesOf( hostsOf( *target ) ) );
-      for( auto i = target->fdbStatusIterConst(); i; ++i ) EXPECT_NE( 0u, i.value()->learnedHostCount() ) << "an empty database is none";
+      for( auto i = target->fdbStatusIterConst(); i; ++i )
+         EXPECT_NE( 0u, i.value()->learnedHostCount() ) << "an empty database is none";
    }
 
    Ptr< Status > target = statusFactory( "target" );
@@ -362,7 +364,8 @@ TEST_F( ReaderTest, SurvivesWhatItsReactorsDo ) {
         []( auto& t ) { t.target->fdbStatusDel( 1 ), t.target->fdbStatusIs( 1 )->learnedHostIs( host( 77, 1 ) ); }, false },
       { "drop the machine", []( auto& t ) { t.reader = nullptr; }, false },
       { "drop machine, tree and table",
-        []( auto& t ) { t.reader = nullptr, t.target = statusFactory( "other" ), t.table = tableOf( "t", TableMode::reader ); }, false },
+        []( auto& t ) { t.reader = nullptr, t.target = statusFactory( "other" ), t.table = tableOf( "t", TableMode::reader ); },
+        false },
    };
    for( const bool removal : { false, true } ) {
       for( const auto& row : rows ) {

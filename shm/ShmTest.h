@@ -24,7 +24,8 @@ inline Quor::EthAddr mac( U32 n ) {
 
 /// Host `n` on port Ethernet `port`.
 inline LearnedHost host( U32 n, U32 port, U32 moves = 0 ) {
-   return { mac( n ), Quor::IntfId( "Ethernet" + std::to_string( port ) ), moves, double( moves ) / 4, EntryType::learnedDynamicMac };
+   return { mac( n ), Quor::IntfId( "Ethernet" + std::to_string( port ) ), moves, double( moves ) / 4,
+            EntryType::learnedDynamicMac };
 }
 
 inline PlexoFdbStatus record( U16 fid, U32 n, U32 port = 1 ) {

@@ -9,8 +9,8 @@
 
 namespace Bridging {
 
-/// A process at one end of the table `table`: the program `fdb_peer` in the role "read" or "write", and the talk with it. A peer that nobody
-/// talks to for a while ends by itself.
+/// A process at one end of the table `table`: the program `fdb_peer` in the role "read" or "write", and the talk with it. A peer
+/// that nobody talks to for a while ends by itself.
 class Peer {
  public:
    Peer( const std::string& program, const char* role, const std::string& table ) {
@@ -49,7 +49,9 @@ class Peer {
       return answer.substr( 0, answer.size() - 2 );
    }
    void learn( Kel::U16 fid, const LearnedHost& host ) { say( "host " + std::to_string( fid ) + " " + textOf( host ) ); }
-   void forget( Kel::U16 fid, const Quor::EthAddr& address ) { say( "gone " + std::to_string( fid ) + " " + address.stringValue().str() ); }
+   void forget( Kel::U16 fid, const Quor::EthAddr& address ) {
+      say( "gone " + std::to_string( fid ) + " " + address.stringValue().str() );
+   }
    /// Ends the process by a signal, or by the end of its input; gives its exit status, or minus the signal that ended it.
    int end( int signal = 0 ) {
       if( pid_ <= 0 ) return 0;

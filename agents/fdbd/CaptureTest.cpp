@@ -32,8 +32,10 @@ std::string pcapngOf( const std::vector< Sent >& frames ) {
    for( const Sent& f : frames ) {
       const auto micros = static_cast< std::uint64_t >( f.time / 1000 );
       body.clear();
-      put32( body, 0 ), put32( body, static_cast< std::uint32_t >( micros >> 32 ) ), put32( body, static_cast< std::uint32_t >( micros ) );
-      put32( body, static_cast< std::uint32_t >( f.frame.size() ) ), put32( body, static_cast< std::uint32_t >( f.frame.size() ) );
+      put32( body, 0 ), put32( body, static_cast< std::uint32_t >( micros >> 32 ) ),
+         put32( body, static_cast< std::uint32_t >( micros ) );
+      put32( body, static_cast< std::uint32_t >( f.frame.size() ) ),
+         put32( body, static_cast< std::uint32_t >( f.frame.size() ) );
       body.append( f.frame.begin(), f.frame.end() );
       putBlock( out, 6, body );
    }
@@ -47,7 +49,9 @@ struct Player : Bench {
       std::ofstream( directory.path + "/" + name, std::ios::binary ) << content;
       return directory.path + "/" + name;
    }
-   void add( const std::string& content, int portNumber ) { source.add( file( std::to_string( portNumber ), content ), port( portNumber ) ); }
+   void add( const std::string& content, int portNumber ) {
+      source.add( file( std::to_string( portNumber ), content ), port( portNumber ) );
+   }
    /// Plays what is due at `now`; at `max` that is everything.
    void play( Nanos now = 0 ) {
       learner.timeIs( clock.now( now ) );
@@ -66,8 +70,10 @@ const std::vector< Sent > oneHost = { { 1000 * s, frameFrom( mac( 1 ) ) } };
 
 TEST( Capture, BothFormatsAreMergedByTime ) {
    Player player;
-   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1003 * s + s / 2, frameFrom( mac( 2 ), { { 0x8100, 10 } } ) }, { 1006 * s, frameFrom( mac( 1 ) ) } } ), 1 );
-   player.add( pcapngOf( { { 1002 * s, frameFrom( mac( 1 ) ) }, { 1004 * s + s / 4, frameFrom( mac( 2 ), { { 0x8100, 10 } } ) } } ), 2 );
+   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1003 * s + s / 2, frameFrom( mac( 2 ), { { 0x8100, 10 } } ) },
+                         { 1006 * s, frameFrom( mac( 1 ) ) } } ), 1 );
+   player.add( pcapngOf( { { 1002 * s, frameFrom( mac( 1 ) ) },
+                           { 1004 * s + s / 4, frameFrom( mac( 2 ), { { 0x8100, 10 } } ) } } ), 2 );
    player.play();
    EXPECT_TRUE( player.source.ended() );
    EXPECT_EQ( player.sink.hosts[ HostId( 1, mac( 1 ) ) ], ( Host{ port( 1 ), 2, 1006, HostKind::learned } ) );
@@ -78,16 +84,19 @@ TEST( Capture, BothFormatsAreMergedByTime ) {
 
 TEST( Capture, AtPaceMaxHostsAgeByTheCapturesTime ) {
    Player player( Pace::max, { .agingTime = 300 * s } );
-   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1100 * s, frameFrom( mac( 2 ) ) }, { 1300 * s, frameFrom( mac( 3 ) ) } } ), 1 );
+   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1100 * s, frameFrom( mac( 2 ) ) },
+                         { 1300 * s, frameFrom( mac( 3 ) ) } } ), 1 );
    player.play( 77 * s );
-   EXPECT_EQ( player.sink.lines(), ( std::vector< std::string >{ "1 02:00:00:00:00:02 Ethernet1", "1 02:00:00:00:00:03 Ethernet1" } ) );
+   EXPECT_EQ( player.sink.lines(),
+              ( std::vector< std::string >{ "1 02:00:00:00:00:02 Ethernet1", "1 02:00:00:00:00:03 Ethernet1" } ) );
    // The clock goes on from the last frame, at its own pace.
    EXPECT_EQ( player.clock.monotonicAt( player.learner.nextAging() ), ( 77 + 100 ) * s );
 }
 
 TEST( Capture, AtPaceRealFramesComeWhenTheyAreDue ) {
    Player player( Pace::real );
-   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1002 * s, frameFrom( mac( 2 ) ) }, { 4000 * s, frameFrom( mac( 3 ) ) } } ), 1 );
+   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1002 * s, frameFrom( mac( 2 ) ) },
+                         { 4000 * s, frameFrom( mac( 3 ) ) } } ), 1 );
    player.play( 50 * s );
    EXPECT_EQ( player.sink.hosts.size(), 1u );
    EXPECT_EQ( player.source.due(), 52 * s );
@@ -145,7 +154,8 @@ TEST( Capture, WhatCantBeUsedIsNamedWithItsReason ) {
    } const cases[] = {
       { "text", "this is no capture at all, it is prose", "not a pcap or pcapng file that can be read" },
       { "empty", "", "not a pcap or pcapng file that can be read" },
-      { "cooked", pcapOf( oneHost, 113 ), "its link type is LINUX_SLL, only Ethernet (EN10MB) has MAC addresses to learn; record it on "
+      { "cooked", pcapOf( oneHost, 113 ),
+        "its link type is LINUX_SLL, only Ethernet (EN10MB) has MAC addresses to learn; record it on "
                                           "one Ethernet device, not on 'any'" },
       { "radio", pcapOf( oneHost, 105 ), "its link type is IEEE802_11" },
       { "unknown", pcapOf( oneHost, 60000 ), "its link type is number 60000" },

@@ -78,8 +78,8 @@ TEST( FdbLearner, FullTableRefusesNewHostsAndSaysSoOnce ) {
 
 namespace {
 
-/// The rules again, as slowly and simply as can be: a host belongs to whoever reported it last on its port. A bridge ages its own hosts, and
-/// what a person has set in it stays; the others age here.
+/// The rules again, as slowly and simply as can be: a host belongs to whoever reported it last on its port. A bridge ages its own
+/// hosts, and what a person has set in it stays; the others age here.
 struct Model {
    struct Entry {
       Host host;
@@ -143,7 +143,8 @@ TEST( FdbLearner, AgreesWithTheModelOnRandomHistories ) {
          if( what == 0 ) bench.learner.bridgeGone( b ), model.bridgeGone( b );
          else if( what == 1 ) bench.learner.bridgeDumpBegins( b ), ++model.dumps[ b ];
          else if( what == 2 ) bench.learner.bridgeDumpEnds( b ), model.dumpEnds( b );
-         else if( what < 6 ) bench.learner.bridgeHost( b, id.fid(), id.address(), p, kind, step ), model.bridgeHost( b, id, p, kind, step );
+         else if( what < 6 )
+            bench.learner.bridgeHost( b, id.fid(), id.address(), p, kind, step ), model.bridgeHost( b, id, p, kind, step );
          else if( what < 8 ) bench.learner.bridgeHostGone( b, id.fid(), id.address() ), model.bridgeHostGone( b, id );
          else if( what < 15 ) model.timeIs( model.now + below( 8 ) ), bench.learner.timeIs( model.now );
          else bench.learner.seen( id, p, step ), model.seen( id, p, step );

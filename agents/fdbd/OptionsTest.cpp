@@ -19,10 +19,11 @@ Options parsed( std::vector< std::string > words ) {
 }
 
 TEST( Options, SourcesAndTheirPorts ) {
-   const Options o = parsed( { "--capture", "a.pcap", "--interface", "eth0", "--capture=b=c.pcap=Port-Channel7", "--bridge", "br=0", "--capture",
-                               "c.pcap", "--interface", "eth1=Et3/2" } );
-   const std::vector< std::pair< std::string, std::string > > expected = { { "a.pcap", "Ethernet1" }, { "eth0", "" }, { "b=c.pcap", "Port-Channel7" },
-                                                                          { "br=0", "" },  { "c.pcap", "Ethernet3" }, { "eth1", "Ethernet3/2" } };
+   const Options o = parsed( { "--capture", "a.pcap", "--interface", "eth0", "--capture=b=c.pcap=Port-Channel7", "--bridge", "br=0",
+                               "--capture", "c.pcap", "--interface", "eth1=Et3/2" } );
+   const std::vector< std::pair< std::string, std::string > > expected = {
+      { "a.pcap", "Ethernet1" }, { "eth0", "" }, { "b=c.pcap", "Port-Channel7" }, { "br=0", "" }, { "c.pcap", "Ethernet3" },
+      { "eth1", "Ethernet3/2" } };
    ASSERT_EQ( o.sources.size(), expected.size() );
    for( std::size_t i = 0; i < expected.size(); ++i ) {
       EXPECT_EQ( o.sources[ i ].name, expected[ i ].first );
@@ -62,11 +63,14 @@ TEST( Options, EachMistakeIsNamed ) {
       { { "--aging-time", "1e-10" }, "--aging-time '1e-10': give seconds, from 0 to 1000000" },
       { { "--statistics=0" }, "--statistics '0': give seconds, more than 0 to 1000000" },
       { { "--pace", "fast" }, "--pace 'fast': give 'real' or 'max'" },
-      { { "--table", "../x" }, "--table: table name '../x' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot" },
+      { { "--table", "../x" },
+        "--table: table name '../x' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot" },
       { { "--capture", "" }, "--capture '': no name; give a file" },
       { { "--interface", "=Ethernet1" }, "--interface '=Ethernet1': no name; give a device" },
-      { { "--interface", "eth0=" }, "--interface 'eth0=': no port behind '='; give one like Ethernet3 or Port-Channel7, or leave '=' out" },
-      { { "--interface", "eth0=Ethernt3" }, "--interface 'eth0=Ethernt3': interface name 'Ethernt3' is not valid: expected a name like "
+      { { "--interface", "eth0=" },
+        "--interface 'eth0=': no port behind '='; give one like Ethernet3 or Port-Channel7, or leave '=' out" },
+      { { "--interface", "eth0=Ethernt3" },
+        "--interface 'eth0=Ethernt3': interface name 'Ethernt3' is not valid: expected a name like "
                                             "Ethernet3, Ethernet3/2.100, Port-Channel7, Vlan10 or Cpu" },
       { { "--interface", "eth0", "--interface", "eth0=Et4" }, "--interface 'eth0': given twice; name each source once" },
       { { "--capture", "a", "--capture", "b=Ethernet1" },

@@ -28,7 +28,8 @@ struct Result {
 std::string captureFile( const std::string& name ) { return FDBD_CAPTURES "/" + name; }
 
 const std::string demoCaptures =
-   " --capture " + captureFile( "port1.pcap" ) + " --capture " + captureFile( "port2.pcap" ) + " --capture " + captureFile( "port3.pcapng" ) + " ";
+   " --capture " + captureFile( "port1.pcap" ) + " --capture " + captureFile( "port2.pcap" ) + " --capture " +
+      captureFile( "port3.pcapng" ) + " ";
 
 std::string contentOf( const std::string& path ) {
    std::ifstream in( path, std::ios::binary );
@@ -54,7 +55,8 @@ class Program : public ::testing::Test {
       pid = fork();
       if( pid == 0 ) {
          alarm( Plexo::longestTest );
-         execl( "/bin/sh", "sh", "-c", ( "exec " FDBD_PROGRAM " " + arguments + " 2> " + directory + "/stderr" ).c_str(), nullptr );
+         execl( "/bin/sh", "sh", "-c", ( "exec " FDBD_PROGRAM " " + arguments + " 2> " + directory + "/stderr" ).c_str(),
+                nullptr );
          _exit( 127 );
       }
    }
@@ -111,9 +113,12 @@ std::vector< std::string > kernelView() {
    for( std::size_t at = text.find( '{' ); at != std::string::npos; at = text.find( '{', at + 1 ) ) {
       char address[ 18 ];
       int portNumber = 0, vlan = 0;
-      const int found = std::sscanf( text.c_str() + at, R"({"mac":"%17[0-9a-f:]","ifname":"p%d","vlan":%d)", address, &portNumber, &vlan );
+      const char* const form = R"({"mac":"%17[0-9a-f:]","ifname":"p%d","vlan":%d)";
+      const int found = std::sscanf( text.c_str() + at, form, address, &portNumber, &vlan );
       EXPECT_EQ( found, 3 );
-      if( found == 3 ) all.hosts[ HostId( static_cast< Vlan >( vlan ), Quor::EthAddr( std::string_view( address ) ) ) ].port = port( portNumber );
+      if( found == 3 )
+         all.hosts[ HostId( static_cast< Vlan >( vlan ), Quor::EthAddr( std::string_view( address ) ) ) ].port =
+            port( portNumber );
    }
    return all.lines();
 }
@@ -130,8 +135,10 @@ TEST_F( Program, RecordedTrafficGivesTheTableThatTheKernelHad ) {
 
 TEST_F( Program, LaterRunRemovesWhatIsNoMore ) {
    EXPECT_EQ( run( demoCaptures + "--pace max --exit-at-end" ).code, 0 );
-   EXPECT_EQ( run( "--capture " + captureFile( "port1.pcap" ) + "=Port-Channel7 --native-vlan 9 --pace max --exit-at-end" ).code, 0 );
-   EXPECT_EQ( table(), ( std::vector< std::string >{ "9 02:00:00:00:00:01 Port-Channel7", "10 02:00:00:00:00:02 Port-Channel7" } ) );
+   const std::string other = "--capture " + captureFile( "port1.pcap" ) + "=Port-Channel7 --native-vlan 9";
+   EXPECT_EQ( run( other + " --pace max --exit-at-end" ).code, 0 );
+   EXPECT_EQ( table(),
+              ( std::vector< std::string >{ "9 02:00:00:00:00:01 Port-Channel7", "10 02:00:00:00:00:02 Port-Channel7" } ) );
 }
 
 TEST_F( Program, StaysUntilItIsStoppedAndLeavesItsTable ) {
@@ -189,7 +196,8 @@ TEST_F( Program, CapacityThatIsReachedIsOneLineAndAnExitCode ) {
    const std::string hosts = hostsCapture( 5 );
    const Result result = run( "--capture " + hosts + " --pace max --exit-at-end --capacity 3" );
    EXPECT_EQ( result.code, 1 );
-   EXPECT_EQ( result.text, "vanta-fdbd: the table is full at 3 hosts, further hosts are not learned: start with a larger --capacity\n" );
+   EXPECT_EQ( result.text,
+              "vanta-fdbd: the table is full at 3 hosts, further hosts are not learned: start with a larger --capacity\n" );
    EXPECT_EQ( table(), hostLines( 3 ) );
 }
 
@@ -204,7 +212,8 @@ TEST_F( Program, FileSystemThatIsFullIsOneLineAndTheHostsBeforeItStay ) {
       ASSERT_EQ( mount( "none", small.c_str(), "tmpfs", 0, isTooSmallAtOnce ? "size=64k" : "size=3m" ), 0 );
       const Result result = run( "--capture " + hosts + " --pace max --exit-at-end --statistics" );
       EXPECT_EQ( result.code, 1 );
-      const std::regex line( "vanta-fdbd: table " + small + "/fdb.plexo cannot grow: the file system has no room for [0-9]+ more bytes; "
+      const std::regex line( "vanta-fdbd: table " + small +
+                             "/fdb.plexo cannot grow: the file system has no room for [0-9]+ more bytes; "
                              "make room there, or name another directory in PLEXO_DIR\n" );
       EXPECT_TRUE( std::regex_match( result.text, line ) ) << result.text;
       const auto kept = table();
@@ -219,7 +228,8 @@ TEST_F( Program, DamagedCaptureKeepsWhatCameBeforeAndIsToldByTheExitCode ) {
    const std::string cut = file( "cut.pcap", whole.substr( 0, whole.size() - 1 ) );
    const Result result = run( "--capture " + captureFile( "port1.pcap" ) + " --capture " + cut + " --pace max --exit-at-end" );
    EXPECT_EQ( result.code, 1 );
-   EXPECT_NE( result.text.find( "vanta-fdbd: capture '" + cut + "': damaged after frame 9, before byte " ), std::string::npos ) << result.text;
+   EXPECT_NE( result.text.find( "vanta-fdbd: capture '" + cut + "': damaged after frame 9, before byte " ), std::string::npos )
+      << result.text;
    EXPECT_EQ( table().size(), 6u );
    // With another that can be used, one that can't be opened is only told.
    EXPECT_EQ( run( demoCaptures + "--capture nosuch --pace max --exit-at-end" ).code, 1 );
@@ -229,8 +239,11 @@ TEST_F( Program, DamagedCaptureKeepsWhatCameBeforeAndIsToldByTheExitCode ) {
 TEST_F( Program, PrintsInsteadOfPublishing ) {
    const Result result = run( "--capture " + captureFile( "port1.pcap" ) + " --print --pace max --exit-at-end" );
    EXPECT_EQ( result.code, 0 );
-   EXPECT_EQ( result.text, "{\"event\":\"learned\",\"vlan\":1,\"address\":\"02:00:00:00:00:01\",\"port\":\"Ethernet1\",\"moves\":0,\"lastMoveTime\":0,\"kind\":\"learned\"}\n"
-                           "{\"event\":\"learned\",\"vlan\":10,\"address\":\"02:00:00:00:00:02\",\"port\":\"Ethernet1\",\"moves\":0,\"lastMoveTime\":0,\"kind\":\"learned\"}\n" );
+   const auto learned = []( int vlan, int n ) {
+      return R"({"event":"learned","vlan":)" + std::to_string( vlan ) + R"(,"address":"02:00:00:00:00:0)" + std::to_string( n ) +
+             "\",\"port\":\"Ethernet1\",\"moves\":0,\"lastMoveTime\":0,\"kind\":\"learned\"}\n";
+   };
+   EXPECT_EQ( result.text, learned( 1, 1 ) + learned( 10, 2 ) );
    EXPECT_TRUE( table().empty() );
    const Result closed = run( demoCaptures + "--print --pace max > /dev/full" );
    EXPECT_EQ( closed.code, 1 );

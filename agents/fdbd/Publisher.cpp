@@ -5,9 +5,9 @@
 #include <Vanta/PlexoBridging.h>
 #include <algorithm>
 
-// The entities are written here, the table by the machine that watches them. A write to the table that fails throws in that machine's
-// reactor, where the framework catches it and goes on. The agent can't go on without telling its readers the truth, so it waits for such a
-// failure with each change.
+// The entities are written here, the table by the machine that watches them. A write to the table that fails throws in that
+// machine's reactor, where the framework catches it and goes on. The agent can't go on without telling its readers the truth, so
+// it waits for such a failure with each change.
 
 namespace Fdbd {
 
@@ -37,7 +37,7 @@ Publisher::~Publisher() = default;
 void Publisher::open( const std::string& table, std::size_t capacity ) {
    state_->tableStatus->plexoFdbStatusControl().setUp( { .name = table,
                                                          .mode = Plexo::TableMode::writer,
-                                                         .initialRecords = static_cast< Kel::U32 >( std::min( capacity, initialHosts ) ),
+                                                         .initialRecords = Kel::U32( std::min( capacity, initialHosts ) ),
                                                          .maxRecords = static_cast< Kel::U32 >( capacity ) } );
    const Plexo::WriterBatch batch( *state_->table() );
    state_->machine = Bridging::writerFdbStatusSmFactory( state_->status, state_->tableStatus );
@@ -45,7 +45,8 @@ void Publisher::open( const std::string& table, std::size_t capacity ) {
 
 void Publisher::learned( HostId id, const Host& host ) {
    Kel::CallbackFailure failure;
-   state_->status->fdbStatusIs( id.fid() )->learnedHostIs( { id.address(), host.port, host.moves, host.lastMoveTime, entryType( host.kind ) } );
+   state_->status->fdbStatusIs( id.fid() )->learnedHostIs(
+      { id.address(), host.port, host.moves, host.lastMoveTime, entryType( host.kind ) } );
    failure.rethrow();
 }
 

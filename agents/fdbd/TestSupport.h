@@ -45,7 +45,8 @@ inline std::string pcapOf( const std::vector< Sent >& frames, std::uint32_t link
    put16( out, 2 ), put16( out, 4 );
    put32( out, 0 ), put32( out, 0 ), put32( out, 65535 ), put32( out, linkType );
    for( const Sent& f : frames ) {
-      put32( out, static_cast< std::uint32_t >( f.time / nanosPerSecond ) ), put32( out, static_cast< std::uint32_t >( f.time % nanosPerSecond ) );
+      put32( out, static_cast< std::uint32_t >( f.time / nanosPerSecond ) ),
+         put32( out, static_cast< std::uint32_t >( f.time % nanosPerSecond ) );
       put32( out, static_cast< std::uint32_t >( f.frame.size() ) ), put32( out, static_cast< std::uint32_t >( f.frame.size() ) );
       out.append( f.frame.begin(), f.frame.end() );
    }
@@ -66,7 +67,8 @@ class MirrorSink final : public HostSink {
    std::vector< std::string > lines() const {
       std::vector< std::string > out;
       for( const auto& [ id, host ] : hosts )
-         out.push_back( std::to_string( id.fid() ) + " " + id.address().stringValue().str() + " " + host.port.stringValue().str() );
+         out.push_back( std::to_string( id.fid() ) + " " + id.address().stringValue().str() + " " +
+                        host.port.stringValue().str() );
       return out;
    }
 

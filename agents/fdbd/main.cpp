@@ -7,8 +7,8 @@
 #include <kel/Exception.h>
 #include <kel/Trace.h>
 
-// The order matters: the sources are opened before the table, so that a command line that nothing can come of leaves the table of an
-// earlier run as it is; and what bridges have already is known before the table is brought in step.
+// The order matters: the sources are opened before the table, so that a command line that nothing can come of leaves the table of
+// an earlier run as it is; and what bridges have already is known before the table is brought in step.
 
 namespace Fdbd {
 

@@ -21,7 +21,8 @@ Mapping Mapping::ofFile( int fd, U64 bytes, Access access ) noexcept {
 }
 
 Mapping Mapping::anonymous( U64 bytes ) {
-   void* base = ::mmap( nullptr, std::size_t( bytes ), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0 );
+   void* base = ::mmap( nullptr, std::size_t( bytes ), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1,
+                        0 );
    if( base == MAP_FAILED ) systemFailure( "cannot reserve memory for", "a table's local copy" );
    return Mapping( static_cast< std::byte* >( base ), std::size_t( bytes ) );
 }
@@ -104,12 +105,15 @@ bool Directory::trusts( const FileIdentity& file ) const noexcept {
 }
 
 void checkTableName( const std::string& name ) {
-   if( name.empty() || name.size() > 200 || name[ 0 ] == '.' || name.find( '/' ) != name.npos || name.find( '\0' ) != name.npos ) {
-      throw Kel::RangeException( "table name '" + name + "' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot" );
+   if( name.empty() || name.size() > 200 || name[ 0 ] == '.' || name.find( '/' ) != name.npos ||
+       name.find( '\0' ) != name.npos ) {
+      throw Kel::RangeException( "table name '" + name +
+                                 "' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot" );
    }
 }
 
-FileNames::FileNames( const std::string& name ) : table( name + tableSuffix ), bell( name + ".bell" ), fresh( "." + name + ".new" ) {
+FileNames::FileNames( const std::string& name )
+      : table( name + tableSuffix ), bell( name + ".bell" ), fresh( "." + name + ".new" ) {
    checkTableName( name );
 }
 

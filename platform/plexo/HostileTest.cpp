@@ -134,7 +134,8 @@ TEST_F( HostileTest, CorruptionIsNamed ) {
       { "its magic is gone", []( auto put, std::size_t ) { put( 0, 7 ); } },
       { "its index is arena 255", []( auto put, std::size_t ) { put( Format::At::indexWord, 0xff ); } },
       { "its high-water mark is 100000 of 1224 slots", []( auto put, std::size_t ) { put( Format::At::highWater, 100000 ); } },
-      { "slot 40 is being changed, yet the undo cell belongs to another", []( auto put, std::size_t slab ) { put( slab + 40 * 40, 7 ); } },
+      { "slot 40 is being changed, yet the undo cell belongs to another",
+        []( auto put, std::size_t slab ) { put( slab + 40 * 40, 7 ); } },
    };
    for( const Spoiling& spoiling : cases ) {
       Reader reader( hostLayout, "t" );

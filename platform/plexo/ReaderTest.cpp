@@ -112,12 +112,14 @@ TEST_F( ReaderTest, FollowsAWriterThatRestartsWithOtherRecords ) {
    }
    EXPECT_TRUE( follower.waitFor( TableState::stale ) );
    EXPECT_EQ( numbered( 0, 200, 1 ), follower.seen );
-   for( const U32 max : { 1000u, 5000u, 0u } ) {                        // the same file, a new one in its place, one that knows nothing
+   // The same file, a new one in its place, one that knows nothing.
+   for( const U32 max : { 1000u, 5000u, 0u } ) {
       if( max == 0 ) std::filesystem::remove( file() );
       Writer writer( hostLayout, "t", 10, max ? max : 1000 );
       for( U32 i = 0; i < 50; ++i ) forget( writer, i );
       for( U32 i = 300; i < 350; ++i ) learn( writer, i, max );
-      EXPECT_TRUE( follower.waitFor( [ & ] { return follower.reader.state() == TableState::live && follower.seen == walk( writer ); } ) );
+      EXPECT_TRUE( follower.waitFor( TableState::live ) );
+      EXPECT_TRUE( follower.waitFor( [ & ] { return follower.seen == walk( writer ); } ) );
       expectContents( follower.reader, walk( writer ) );
    }
    EXPECT_EQ( numbered( 300, 350, 0 ), follower.seen );

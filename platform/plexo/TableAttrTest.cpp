@@ -114,7 +114,8 @@ TEST_F( TableAttrTest, EntityMayGoInItsOwnNotification ) {
 
 TEST_F( TableAttrTest, CorruptionIsCountedTracedAndMakesItDegraded ) {
    std::vector< std::string > traced;
-   const auto destination = Kel::traceToCallback( [ & ]( const Kel::TraceLine& line ) { traced.push_back( std::string( line.text ) ); } );
+   const auto destination =
+      Kel::traceToCallback( [ & ]( const Kel::TraceLine& line ) { traced.push_back( std::string( line.text ) ); } );
    Kel::traceToStandardErrorIs( false );
    const auto writer = make( TableMode::writer );
    const auto reader = make( TableMode::reader );

@@ -26,7 +26,8 @@ inline std::string otherProgram( const std::string& name ) {
 }
 
 /// Has `drain` take what there is, whenever the descriptor is readable, until `done`; false when that takes too long.
-inline bool drainUntil( const std::function< int() >& fd, const std::function< void() >& drain, const std::function< bool() >& done ) {
+inline bool drainUntil( const std::function< int() >& fd, const std::function< void() >& drain,
+                        const std::function< bool() >& done ) {
    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( longestTest - 5 );
    for( ;; ) {
       drain();
@@ -64,7 +65,8 @@ struct TestDirectory {
 /// The bytes of a file, shared with whoever has it mapped.
 class FileBytes {
  public:
-   explicit FileBytes( const std::string& path ) : size( std::size_t( std::filesystem::file_size( path ) ) ), base( mapped( path, size ) ) {}
+   explicit FileBytes( const std::string& path )
+         : size( std::size_t( std::filesystem::file_size( path ) ) ), base( mapped( path, size ) ) {}
    FileBytes( const FileBytes& ) = delete;
    FileBytes& operator=( const FileBytes& ) = delete;
    ~FileBytes() { munmap( base, size ); }

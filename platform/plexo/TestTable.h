@@ -45,7 +45,8 @@ void expectContents( const Table& table, const Contents& expected ) {
 /// Follows a table as a consumer does: looks each announced key up.
 class Follower : public TableObserver {
  public:
-   explicit Follower( const RecordLayout& layout = hostLayout, const std::string& name = "t", ReaderRole role = ReaderRole::reader )
+   explicit Follower( const RecordLayout& layout = hostLayout, const std::string& name = "t",
+                      ReaderRole role = ReaderRole::reader )
          : reader( layout, name, role ) {
       reader.observerIs( this );
    }
@@ -91,8 +92,8 @@ class TableTest : public testing::Test {
    const std::string& directory = home.path;
 };
 
-/// A child process that runs `body` and ends without the parent's destructors, after some seconds at the latest; its exit status is what
-/// `body` returns.
+/// A child process that runs `body` and ends without the parent's destructors, after some seconds at the latest; its exit status
+/// is what `body` returns.
 class Child {
  public:
    explicit Child( const std::function< int() >& body ) : pid_( fork() ) {

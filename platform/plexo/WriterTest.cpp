@@ -41,7 +41,8 @@ TEST_F( WriterTest, AgreesWithAMap ) {
          continue;
       }
       const Host host( number, i / 4096 );
-      const Outcome expected = at == model.end() ? Outcome::inserted : at->second == host.port ? Outcome::unchanged : Outcome::changed;
+      const bool isNew = at == model.end();
+      const Outcome expected = isNew ? Outcome::inserted : at->second == host.port ? Outcome::unchanged : Outcome::changed;
       EXPECT_EQ( expected, writer.upsert( &host ) );
       model[ { 0, number } ] = host.port;
    }
@@ -124,7 +125,8 @@ Cost costOfLookUps( const RecordLayout& layout, const std::string& path, U32 cou
          ++cost;
          return std::memcmp( records + std::size_t( slot ) * bytes.get( Format::At::slotBytes ), &host, 8 ) == 0;
       };
-      EXPECT_EQ( i < count, index.find( KeyHash( layout, &host, bytes.get( Format::At::hashSeed ) ), isIt, nullptr, [ & ]( U32 ) { ++cost; } ) );
+      const KeyHash hash( layout, &host, bytes.get( Format::At::hashSeed ) );
+      EXPECT_EQ( i < count, index.find( hash, isIt, nullptr, [ & ]( U32 ) { ++cost; } ) );
       out.all += cost;
       out.worst = std::max( out.worst, cost );
    }
@@ -138,7 +140,8 @@ TEST_F( WriterTest, KeysOfOneHashCostLittle ) {
       Writer writer( *layout, std::string( layout->text.substr( 0, 4 ) ), count, count );
       for( U32 i = 0; i < count; ++i ) learn( writer, i, 1 );
    }
-   const Cost flood = costOfLookUps( floodLayout, file( "Floo" ), count ), spread = costOfLookUps( hostLayout, file( "Host" ), count );
+   const Cost flood = costOfLookUps( floodLayout, file( "Floo" ), count );
+   const Cost spread = costOfLookUps( hostLayout, file( "Host" ), count );
    EXPECT_LE( flood.all, 20 * spread.all );
    EXPECT_LE( flood.worst, 20 * spread.worst );
 }
@@ -178,7 +181,8 @@ TEST_F( WriterTest, OutlivesItsWriterAndChangesSize ) {
       Writer writer( hostLayout, "t", 10, 1000 );
       for( U32 i = 0; i < 500; ++i ) learn( writer, i, i );
       const std::string taken = thrown< RoleException >( [ & ] { Writer( hostLayout, "t", 10, 1000 ); } );
-      EXPECT_EQ( "table " + file() + " has a writer already (process " + std::to_string( getpid() ) + "); stop it or choose another name", taken );
+      EXPECT_EQ( "table " + file() + " has a writer already (process " + std::to_string( getpid() ) +
+                 "); stop it or choose another name", taken );
    }
    Contents all;
    for( U32 i = 0; i < 500; ++i ) all[ { 0, i } ] = i;
@@ -224,7 +228,8 @@ TEST_F( WriterTest, CorruptedTableTakesNoWrites ) {
       Writer writer( hostLayout, "t", 10, 10 );
       learn( writer, 1, 1 );
       writer.corruptIs( "slot 5 is green" );
-      EXPECT_EQ( "write to a corrupted table: slot 5 is green", thrown< AssertionException >( [ & ] { learn( writer, 2, 2 ); } ) );
+      EXPECT_EQ( "write to a corrupted table: slot 5 is green",
+                 thrown< AssertionException >( [ & ] { learn( writer, 2, 2 ); } ) );
       EXPECT_THROW( forget( writer, 1 ), AssertionException );
       EXPECT_THROW( writer.eraseAll(), AssertionException );
       EXPECT_EQ( 1, portOf( writer, 1 ) );

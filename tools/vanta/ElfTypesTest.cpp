@@ -75,11 +75,13 @@ TEST_F( ElfTypes, ReadsBothWordSizesAndStepsOverPadding ) {
       i.sections[ 0 ].sh_size = 3;
       i.sections[ 0 ].sh_link = 1;
    };
-   for( const std::string& bytes : { Image64().bytes(), Image32().bytes(), Image64().bytes( countedElsewhere ) } ) EXPECT_EQ( read( bytes ), expected );
+   for( const std::string& bytes : { Image64().bytes(), Image32().bytes(), Image64().bytes( countedElsewhere ) } )
+      EXPECT_EQ( read( bytes ), expected );
 }
 
 TEST_F( ElfTypes, SaysWhatIsWrongWithAFile ) {
-   const std::string cannot = "cannot read '" + path_ + "': ", none = "'" + path_ + "' has no section .kel.type, so it declares no types";
+   const std::string cannot = "cannot read '" + path_ + "': ",
+      none = "'" + path_ + "' has no section .kel.type, so it declares no types";
    struct Case {
       std::string text;
       std::function< void( Image64& ) > change;
@@ -95,8 +97,10 @@ TEST_F( ElfTypes, SaysWhatIsWrongWithAFile ) {
       { cannot + "its section headers have an unknown size", []( auto& i ) { i.header.e_shentsize = 0; } },
       { cannot + "its section names are in no section", []( auto& i ) { i.header.e_shstrndx = 3; } },
       { cannot + "its section names are not a string table", []( auto& i ) { i.header.e_shstrndx = 2; } },
-      { cannot + "the table of section names lies beyond the end of the file", []( auto& i ) { i.sections[ 1 ].sh_size = ~0ull; } },
-      { cannot + "the section .kel.type lies beyond the end of the file", []( auto& i ) { i.sections[ 2 ].sh_offset = 1u << 20; } },
+      { cannot + "the table of section names lies beyond the end of the file",
+        []( auto& i ) { i.sections[ 1 ].sh_size = ~0ull; } },
+      { cannot + "the section .kel.type lies beyond the end of the file",
+        []( auto& i ) { i.sections[ 2 ].sh_offset = 1u << 20; } },
       { cannot + "its section .kel.type holds no plain bytes", []( auto& i ) { i.sections[ 2 ].sh_type = SHT_NOBITS; } },
       { cannot + "its section .kel.type holds no plain bytes", []( auto& i ) { i.sections[ 2 ].sh_flags = SHF_COMPRESSED; } },
       { cannot + "its section .kel.type ends inside a name", []( auto& i ) { i.sections[ 2 ].sh_size -= 1; } },

@@ -13,7 +13,9 @@ class Writer {
  public:
    Writer() { peer_.say( "publish" ); }
    void learn( Kel::U16 vlan, const std::string& address, const char* port, Kel::U32 moves = 0 ) {
-      peer_.learn( vlan, { Quor::EthAddr( address ), Quor::IntfId( port ), moves, moves * 1000000000.5, Bridging::EntryType::learnedDynamicMac } );
+      peer_.learn( vlan,
+                   { Quor::EthAddr( address ), Quor::IntfId( port ), moves, moves * 1000000000.5,
+                     Bridging::EntryType::learnedDynamicMac } );
    }
    void withdraw( Kel::U16 vlan, const std::string& address ) { peer_.forget( vlan, Quor::EthAddr( address ) ); }
    /// In the middle of whatever it does.
@@ -87,8 +89,9 @@ TEST_F( Fdb, ShowsHostsInOrderOfVlanAndAddress ) {
                         "3 hosts\n" );
    EXPECT_EQ( text.err, "" );
    const Outcome json = run( "fdb show --json --vlan 10 --port Po7" );
-   EXPECT_EQ( json.out, "{\"table\":\"fdb\",\"state\":\"live\",\"hosts\":[{\"vlan\":10,\"address\":\"02:00:00:00:00:0b\",\"port\":\"Port-Channel7\","
-                        "\"moves\":1,\"lastMoveTime\":1000000000.5,\"type\":\"learnedDynamicMac\"}]}\n" );
+   EXPECT_EQ( json.out,
+              "{\"table\":\"fdb\",\"state\":\"live\",\"hosts\":[{\"vlan\":10,\"address\":\"02:00:00:00:00:0b\","
+              "\"port\":\"Port-Channel7\",\"moves\":1,\"lastMoveTime\":1000000000.5,\"type\":\"learnedDynamicMac\"}]}\n" );
 }
 
 TEST_F( Fdb, ExitCodesOfShow ) {
@@ -104,13 +107,16 @@ TEST_F( Fdb, ExitCodesOfShow ) {
       { "--address 02:00:00:00:00:0c", 1, "vanta fdb show: no host in table 'fdb' in DIR matches\n" },
       { "--vlan 11", 1, "vanta fdb show: no host in table 'fdb' in DIR matches\n" },
       { "--port Ethernet2 --json", 1, "" },
-      { "--table other", 3, "vanta fdb show: there is no table 'other' in DIR; is its writer (vanta-fdbd) running? 'vanta tables' lists the tables\n" },
+      { "--table other", 3,
+        "vanta fdb show: there is no table 'other' in DIR; is its writer (vanta-fdbd) running? 'vanta tables' lists the "
+        "tables\n" },
       { "--port Nothing", 2, "vanta fdb show: --port: interface name 'Nothing' is not valid: expected a name like Ethernet3, "
                              "Ethernet3/2.100, Port-Channel7, Vlan10 or Cpu; see 'vanta fdb show --help'\n" },
    };
    for( const Case& c : cases ) {
       Outcome result = run( std::string( "fdb show " ) + c.arguments );
-      if( const auto at = result.err.find( directory_ ); at != std::string::npos ) result.err.replace( at, directory_.size(), "DIR" );
+      if( const auto at = result.err.find( directory_ ); at != std::string::npos )
+         result.err.replace( at, directory_.size(), "DIR" );
       EXPECT_EQ( result.err, c.err ) << c.arguments;
       EXPECT_EQ( result.code, c.code ) << c.arguments;
    }
@@ -118,7 +124,8 @@ TEST_F( Fdb, ExitCodesOfShow ) {
    const Outcome stale = run( "fdb show" );
    EXPECT_EQ( stale.code, 0 );
    EXPECT_NE( stale.out.find( "1 host\n" ), std::string::npos );
-   EXPECT_EQ( stale.err, "vanta fdb show: the writer of table 'fdb' in " + directory_ + " is gone; these are its last records\n" );
+   EXPECT_EQ( stale.err,
+              "vanta fdb show: the writer of table 'fdb' in " + directory_ + " is gone; these are its last records\n" );
 }
 
 /// The members of a table in `vanta tables --json`.
@@ -137,8 +144,10 @@ TEST_F( Fdb, AFileThatIsNoTableIsRefusedWithItsReason ) {
    const auto tables = parsed( run( "tables --json" ).out );
    EXPECT_EQ( member( tables, "state" ), "degraded" );
    EXPECT_EQ( member( tables, "reason" ), "it is shorter than a table's header" );
-   for( const char* name : { "records", "capacity", "recordBytes", "changes", "writerPid" } ) EXPECT_EQ( member( tables, name ), "null" );
-   EXPECT_NE( run( "tables" ).out.find( "\nfdb          -         -    4        -            -  degraded: it is shorter" ), std::string::npos );
+   for( const char* name : { "records", "capacity", "recordBytes", "changes", "writerPid" } )
+      EXPECT_EQ( member( tables, name ), "null" );
+   EXPECT_NE( run( "tables" ).out.find( "\nfdb          -         -    4        -            -  degraded: it is shorter" ),
+              std::string::npos );
 }
 
 TEST_F( Fdb, TablesTellsWhetherTheWriterLives ) {

@@ -35,7 +35,8 @@ std::size_t utf8Length( std::string_view text ) {
       if( ( at( i ) & 0xc0 ) != 0x80 ) return 0;
    }
    const unsigned second = at( 1 );
-   const bool bad = ( first == 0xe0 && second < 0xa0 ) || ( first == 0xed && second > 0x9f ) || ( first == 0xf0 && second < 0x90 ) ||
+   const bool bad = ( first == 0xe0 && second < 0xa0 ) || ( first == 0xed && second > 0x9f ) ||
+      ( first == 0xf0 && second < 0x90 ) ||
                     ( first == 0xf4 && second > 0x8f );
    return bad ? 0 : length;
 }

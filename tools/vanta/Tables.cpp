@@ -62,9 +62,9 @@ void showAsJson( const std::vector< Plexo::TableInfo >& tables ) {
 int tablesCommand( int argc, char** argv ) {
    bool json = false;
    const CommandLine line{ .name = "vanta tables",
-                           .description = "Lists the shared-memory tables of this machine (in PLEXO_DIR, or /dev/shm/plexo) with their writers' state:\n"
-                                          "live, stale (the writer is gone, its records stay readable) or degraded, with the reason. What can't be\n"
-                                          "told of a table is \"-\", or null in JSON.",
+                           .description = "Lists the shared-memory tables of this machine (in PLEXO_DIR, or /dev/shm/plexo) with\n"
+                                          "their writers' state: live, stale (the writer is gone, its records stay readable) or\n"
+                                          "degraded, with the reason. What can't be told of a table is \"-\", or null in JSON.",
                            .options = { { "json", nullptr, "print one JSON array", [ & ]( const char* ) { json = true; } } } };
    if( !line.parse( argc, argv ) ) return exitOk;
 

@@ -22,9 +22,12 @@ TEST_F( Vanta, RefusesACommandLineInOneLineThatPointsToTheHelp ) {
       { "tables a", "vanta tables: unexpected argument: 'a'; see 'vanta tables --help'\n" },
       { "fdb show --vlan", "vanta fdb show: option '--vlan' needs an argument; see 'vanta fdb show --help'\n" },
       { "fdb show --vlan ten", "vanta fdb show: --vlan is a number from 0 to 65535, not 'ten'; see 'vanta fdb show --help'\n" },
-      { "fdb show --vlan 65536", "vanta fdb show: --vlan is a number from 0 to 65535, not '65536'; see 'vanta fdb show --help'\n" },
-      { "fdb watch --timeout -1", "vanta fdb watch: --timeout is a time in seconds, at most a day, not '-1'; see 'vanta fdb watch --help'\n" },
-      { "fdb watch --timeout nan", "vanta fdb watch: --timeout is a time in seconds, at most a day, not 'nan'; see 'vanta fdb watch --help'\n" },
+      { "fdb show --vlan 65536",
+        "vanta fdb show: --vlan is a number from 0 to 65535, not '65536'; see 'vanta fdb show --help'\n" },
+      { "fdb watch --timeout -1",
+        "vanta fdb watch: --timeout is a time in seconds, at most a day, not '-1'; see 'vanta fdb watch --help'\n" },
+      { "fdb watch --timeout nan",
+        "vanta fdb watch: --timeout is a time in seconds, at most a day, not 'nan'; see 'vanta fdb watch --help'\n" },
    };
    for( const Case& c : cases ) {
       const Outcome result = run( c.arguments );

@@ -35,7 +35,8 @@ class VantaCommand : public testing::Test {
    /// `arguments` as a shell reads them; `before` and `after` stand around the command, which is ended when it hangs.
    Outcome run( const std::string& arguments, const std::string& after = "", const std::string& before = "" ) {
       const std::string out = directory_ + "/out", err = directory_ + "/err";
-      const std::string line = before + " timeout " + std::to_string( Plexo::longestTest ) + " '" + program() + "' " + arguments + " 2>'" + err + "' " + after + " >'" + out + "'";
+      const std::string line = before + " timeout " + std::to_string( Plexo::longestTest ) + " '" + program() + "' " + arguments +
+         " 2>'" + err + "' " + after + " >'" + out + "'";
       return { exitCode( std::system( line.c_str() ) ), contentOf( out ), contentOf( err ) };
    }
 
