@@ -154,7 +154,7 @@ TEST( VantaRegistry, ModulesDescribeThemselvesOnce ) {
    describeAll( true );
    EXPECT_EQ( expected, told() );
 
-   EXPECT_THAT( reactor.namespaces(), ElementsAre( "Bridging", "Plexo::Bridging", "Quor" ) );
+   EXPECT_THAT( reactor.namespaces(), ElementsAre( "Bridging", "Plexo::Bridging", "Quor", "Vanta" ) );
    const auto attributes = [ & ]( const char* name ) {
       std::string all;
       for( const auto& a : reactor.type( name )->attributes ) all += std::string( a.name ) + ":" + std::string( a.typeName ) + " ";

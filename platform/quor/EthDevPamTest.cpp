@@ -74,7 +74,8 @@ TEST_F( EthDevPamTest, FramesPassBothWaysWithTheirTags ) {
    for( const Bytes& one : all ) pam->tx( packet( one ) );
    for( const Bytes& one : all ) EXPECT_EQ( far->receive(), one );
    EXPECT_EQ( pam->counters().txFrames, all.size() );
-   // Of what it sent it has received nothing.
+   // Of what it sent it has received nothing, nor of what others send out of its device.
+   TestNet::FarEnd( "near" ).send( frame( {}, 8 ) );
    EXPECT_TRUE( received().empty() );
 }
 
@@ -167,6 +168,8 @@ TEST_F( EthDevPamTest, TellsOnceOfADeviceThatVanishesAndOpensItAgain ) {
 TEST_F( EthDevPamTest, GoesOnWhenADeviceIsTakenDownAndUpOrLeavesABridge ) {
    ASSERT_TRUE( run( "ip link set near down" ) );
    activity.runFor( std::chrono::milliseconds( 20 ) );
+   pollfd idle{ pam->fd(), POLLIN, 0 };
+   EXPECT_EQ( poll( &idle, 1, 0 ), 0 );
    pam->tx( packet( frame( {}, 1 ) ) );
    EXPECT_EQ( pam->counters().txDropped, 1u );
    ASSERT_TRUE( run( "ip link set near up" ) );
@@ -210,10 +213,16 @@ TEST_F( EthDevPamTest, CallbackMayCloseOpenAndLetGo ) {
    ASSERT_TRUE( until( [ this ] { return !pam; } ) );
 }
 
-TEST_F( EthDevPamTest, BudgetEndsAWalkThatGoesOnLater ) {
+TEST_F( EthDevPamTest, BudgetEndsAWalkThatGoesOnLaterAndSendsWhatItWasAnswered ) {
    for( Kel::U8 i = 0; i < 10; ++i ) far->send( frame( {}, i ) );
+   listener.action = [ this ] {
+      pam->tx( packet( listener.frames.back() ) );
+      EXPECT_EQ( pam->counters().txFrames % 4, 0u );
+   };
    ASSERT_TRUE( pam->dispatch( 4 ) );
    EXPECT_EQ( listener.frames.size(), 4u );
+   EXPECT_EQ( pam->counters().txFrames, 4u );
+   for( Kel::U8 i = 0; i < 4; ++i ) EXPECT_EQ( far->receive(), frame( {}, i ) );
    ASSERT_TRUE( untilFrames( 10 ) );
    for( Kel::U8 i = 0; i < 10; ++i ) EXPECT_EQ( listener.frames[ i ], frame( {}, i ) );
 }
