@@ -64,26 +64,21 @@ class FarEnd {
    }
 
  private:
+   // The tag, which the system has taken out, comes beside the frame, and nothing else does.
    Bytes receiveAny() {
       Bytes out( 65536 );
-      alignas( cmsghdr ) char control[ 256 ];
+      struct alignas( cmsghdr ) {
+         char bytes[ CMSG_SPACE( sizeof( tpacket_auxdata ) ) ];
+      } control;
       iovec part{ out.data(), out.size() };
-      msghdr message{};
-      message.msg_iov = &part;
-      message.msg_iovlen = 1;
-      message.msg_control = control;
-      message.msg_controllen = sizeof control;
-      const auto got = recvmsg( fd_.get(), &message, 0 );
-      out.resize( got > 0 ? static_cast< std::size_t >( got ) : 0 );
-      for( cmsghdr* c = CMSG_FIRSTHDR( &message ); c; c = CMSG_NXTHDR( &message, c ) ) {
-         tpacket_auxdata aux;
-         std::memcpy( &aux, CMSG_DATA( c ), sizeof aux );
-         if( c->cmsg_type != PACKET_AUXDATA || !( aux.tp_status & TP_STATUS_VLAN_VALID ) ) continue;
-         Bytes tag( 4 );
-         netU16Is( &tag[ 0 ], aux.tp_vlan_tpid );
-         netU16Is( &tag[ 2 ], aux.tp_vlan_tci );
-         out.insert( out.begin() + 12, tag.begin(), tag.end() );
-      }
+      msghdr message{ nullptr, 0, &part, 1, &control, sizeof control, 0 };
+      out.resize( static_cast< std::size_t >( std::max< ssize_t >( recvmsg( fd_.get(), &message, 0 ), 0 ) ) );
+      tpacket_auxdata aux{};
+      if( const cmsghdr* head = CMSG_FIRSTHDR( &message ) ) std::memcpy( &aux, CMSG_DATA( head ), sizeof aux );
+      if( !( aux.tp_status & TP_STATUS_VLAN_VALID ) || out.size() < 12 ) return out;
+      out.insert( out.begin() + 12, 4, 0 );
+      netU16Is( &out[ 12 ], aux.tp_vlan_tpid );
+      netU16Is( &out[ 14 ], aux.tp_vlan_tci );
       return out;
    }
 
