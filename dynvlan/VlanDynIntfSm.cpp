@@ -29,6 +29,10 @@ Kel::TraceStream trace( Kel::U32 level, const char* handler ) {
 }
 /// A decision of the handler that calls this.
 Kel::TraceStream decision( std::source_location where = std::source_location::current() ) { return trace( 8, where.function_name() ); }
+/// No more than that a handler runs.
+void entry( std::source_location where = std::source_location::current() ) {
+   if( auto t = decision( where ) ) t << "";
+}
 /// A source comes or goes.
 Kel::TraceStream passage( std::source_location where = std::source_location::current() ) { return trace( 6, where.function_name() ); }
 
@@ -73,6 +77,8 @@ class Merge {
    void mark( VlanIntfConfig& config, const Kel::Name& source );
    void take( DynVlanIntfConfigSm& machine, const Quor::IntfId& intfId );
    bool release( const Quor::IntfId& intfId, const SourcePriorityPair& owner );
+   void reassign( const SourcePriorityPair& owner, const SourcePriorityPair& skip, const Quor::IntfId& intfId );
+   void settle( const Quor::IntfId& intfId );
    void displace( const SourcePriorityPair& owner, DynVlanIntfConfigSm& by, const Quor::IntfId& intfId );
    void setAlternate( const SourcePriorityPair& skip, const Quor::IntfId& intfId, bool prevError );
 
@@ -98,7 +104,7 @@ void Merge::take( DynVlanIntfConfigSm& machine, const Quor::IntfId& intfId ) {
    list_->sourcePriorityIs( intfId, owner );
    if( list_->sourcePriority( intfId ) != owner ) return;
    if( const auto config = requestOf( machine, intfId ) ) reactor_->preIntfListIs( config );
-   else if( release( intfId, owner ) ) setAlternate( owner, intfId, list_->intfConfigError( intfId ) );
+   else reassign( owner, owner, intfId );
 }
 
 /// Takes an interface from its owner. False when it has an owner afterwards, the same or another.
@@ -107,6 +113,23 @@ bool Merge::release( const Quor::IntfId& intfId, const SourcePriorityPair& owner
    if( list_->sourcePriority( intfId ) != owner || reactor_->preIntfListMap_().contains( intfId ) ) return false;
    list_->sourcePriorityDel( intfId );
    return !isOwned( intfId );
+}
+
+/// Takes an interface from its owner and gives it to the best other source, `skip` excepted.
+void Merge::reassign( const SourcePriorityPair& owner, const SourcePriorityPair& skip, const Quor::IntfId& intfId ) {
+   const bool err = list_->intfConfigError( intfId );
+   if( release( intfId, owner ) ) setAlternate( skip, intfId, err );
+   else settle( intfId );
+}
+
+/// An interface was taken while it was between two owners, and its taker compared itself with nobody. Here the best source takes it from that one.
+void Merge::settle( const Quor::IntfId& intfId ) {
+   for( auto i = reactor_->dynVlanIntfConfigSmIterConst(); i; ++i ) {
+      if( !requestOf( *i.value(), intfId ) ) continue;
+      const auto best = i.value();
+      if( list_->sourcePriority( intfId ) != best->sourcePriority() ) best->handleDynVlanConfig( intfId );
+      return;
+   }
 }
 
 /// Takes an interface from its owner, for another or for the same one once more. The new one inherits the report before the old one gets its
@@ -194,6 +217,7 @@ bool SourcePriorityPair::isLowerPriority( const SourcePriorityPair& other ) cons
 // --- one source
 
 void DynVlanIntfConfigSm::handleInitialized() {
+   entry();
    KEL_ASSERT( component, parent() );
    initializedIs( true );
    handleDynVlanConfig();
@@ -219,9 +243,7 @@ void DynVlanIntfConfigSm::handleDynVlanConfig( const Quor::IntfId& id ) {
    if( !asked ) {
       if( merge.list().sourcePriority( intfId ) != myPri ) return merge.report( myPri.source(), intfId, false );
       if( auto t = decision() ) t << " del config for intf:" << intfId;
-      const bool err = merge.list().intfConfigError( intfId );
-      if( merge.release( intfId, myPri ) ) merge.setAlternate( myPri, intfId, err );
-      return;
+      return merge.reassign( myPri, myPri, intfId );
    }
    merge.mark( *asked, myPri.source() );
    // True once others may have decided on the interface meanwhile.
@@ -245,7 +267,8 @@ void DynVlanIntfConfigSm::handleDynVlanConfig( const Quor::IntfId& id ) {
       merge.displace( prevPri, *this, intfId );
       again = true;
    }
-   if( !merge.isOwned( intfId ) ) merge.setAlternate( myPri, intfId, merge.list().intfConfigError( intfId ) );
+   if( merge.isOwned( intfId ) ) merge.settle( intfId );
+   else merge.setAlternate( myPri, intfId, merge.list().intfConfigError( intfId ) );
 }
 
 void DynVlanIntfConfigSm::handleDynVlanConfigAgain() {
@@ -280,9 +303,7 @@ void DynVlanIntfConfigSm::cleanup() {
       IntfIds settled;
       for( auto i = merge.list().intfConfigIterConst(); i && parent(); ++i ) {
          KEL_ASSERT( component, !!parent()->dynVlanIntfList()->sourcePriority( i.key() ) );
-         const SourcePriorityPair owner = merge.list().sourcePriority( i.key() );
-         const bool err = merge.list().intfConfigError( i.key() );
-         if( merge.release( i.key(), owner ) ) merge.setAlternate( myPri, i.key(), err );
+         merge.reassign( merge.list().sourcePriority( i.key() ), myPri, i.key() );
          if( merge.list().sourcePriority( i.key() ).source() == myPri.source() ) settled.push_back( i.key() );
       }
       std::sort( settled.begin(), settled.end() );
@@ -331,6 +352,7 @@ void DynVlanIntfReactor::handleInitialized() {
 }
 
 void DynVlanIntfReactor::handleDynVlanIntfDir() {
+   entry();
    const auto self = kept( this );
    const auto sources = dynVlanIntfDir();
    if( !sources ) return;
@@ -345,19 +367,24 @@ void DynVlanIntfReactor::handleDynVlanIntfDir( const Kel::Name& of ) {
    if( auto t = decision() ) t << " source " << name;
    if( !initialized() ) return;
    const auto self = kept( this );
-   if( const auto requests = requestsOf( *this, name ) ) {
-      const SourcePriorityPair key( name, requests->configPriority() );
-      if( auto t = passage() ) t << " add source " << name << " priority " << key.priority();
-      newDynVlanIntfConfigSm( key, requests );
-      if( requestsOf( *this, name ) != requests ) return;
-      const auto priority = newDynVlanIntfConfigPrioritySm( name, requests );
-      if( requests->configPriority() != key.priority() ) priority->handleConfigPriority();
+   const auto requests = requestsOf( *this, name );
+   const auto machine = machineOf( *this, name );
+   // A directory may have been replaced before its end was heard of here; then the old one goes first.
+   if( !requests || ( machine && machine->dynVlanConfig() != requests ) ) {
+      if( auto t = passage() ) t << "remove source " << name;
+      dynVlanIntfConfigPrioritySmDel( name );
+      if( machine ) dynVlanIntfConfigSmDel( machine->sourcePriority() );
+      if( requestsOf( *this, name ) ) handleDynVlanIntfDir( name );
       return;
    }
-   if( auto t = passage() ) t << "remove source " << name;
-   dynVlanIntfConfigPrioritySmDel( name );
-   if( const auto machine = machineOf( *this, name ) ) dynVlanIntfConfigSmDel( machine->sourcePriority() );
-   if( requestsOf( *this, name ) ) handleDynVlanIntfDir( name );   // it has come back while its machine was in the way
+   const SourcePriorityPair key( name, requests->configPriority() );
+   if( auto t = passage() ) t << " add source " << name << " priority " << key.priority();
+   // A machine in the way is being let go further up, where the source is looked at again then.
+   if( const auto former = dynVlanIntfConfigSm( key ); former && former->kelHasGone() ) return;
+   newDynVlanIntfConfigSm( key, requests );
+   if( requestsOf( *this, name ) != requests ) return;
+   const auto priority = newDynVlanIntfConfigPrioritySm( name, requests );
+   if( requests->configPriority() != key.priority() ) priority->handleConfigPriority();
 }
 
 void DynVlanIntfReactor::handleIntfConfigError( const Quor::IntfId& intfId ) {
@@ -374,6 +401,7 @@ void DynVlanIntfReactor::handleIntfConfigError( const Quor::IntfId& intfId ) {
 void DynVlanIntfReactor::handleIntfConfigErrors() {
    const auto self = kept( this );
    const auto list = dynVlanIntfList();
+   if( !list ) return;
    for( auto i = list->sourcePriorityIterConst(); i; ++i ) handleIntfConfigError( i.key() );
 }
 
@@ -392,6 +420,7 @@ void DynVlanIntfReactor::handleStandbyMode() {
 }
 
 void DynVlanIntfReactor::cleanup() {
+   entry();
    const auto self = kept( this );
    dynVlanIntfConfigPrioritySmDelAll();
    dynVlanIntfConfigSmDelAll();
@@ -406,6 +435,7 @@ Quor::IntfId DynVlanIntfReactor::KelPreIntfListSm::intfId() const {
 }
 
 void DynVlanIntfReactor::KelPreIntfListSm::handleInitialized() {
+   entry();
    KEL_ASSERT( component, !!dynVlanIntfReactor()->dynVlanIntfList()->sourcePriority( intfId() ) );
    initializedIs( true );
    handleIntfConfigDynamicOrSource();
