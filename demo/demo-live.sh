@@ -50,6 +50,8 @@ sleep 0.5
 say "the table now"
 "$vanta" fdb show
 on_switch bridge -j fdb show br br0 dynamic >"$work/expected.json"
+echo
+check "$work/expected.json" live
 kill -TERM $agent
 wait $agent || fail "vanta-fdbd ended with an error"
-check "$work/expected.json"
+check "$work/expected.json" stale

@@ -29,6 +29,8 @@ until_watched '"address":"02:00:00:00:00:02","port":"Ethernet3","moves":1,'
 sleep 0.8 # the recording ends
 say "the table now"
 "$vanta" fdb show
+echo
+check "$here/captures/expected.json" live
 kill -TERM $agent
 wait $agent || fail "vanta-fdbd ended with an error"
-check "$here/captures/expected.json"
+check "$here/captures/expected.json" stale

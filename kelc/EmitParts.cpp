@@ -89,12 +89,29 @@ std::string opRow( const Decl& decl, const Op& op ) {
    return "::Kel::operationAttr< " + arguments + " >( \"" + op.name.text + "\" )";
 }
 
-void attrIndices( Writer& w, const std::string& base, const Strings& names ) {
+void openClass( Writer& w, const Decl& decl, const Strings& rowNames ) {
+   const std::string base = baseClass( decl );
+   w.doc( decl.doc );
+   w.line( "class " + decl.name.text + " : public " + base + " {" );
+   w.in();
+   w.label( "public:" );
+   nestedClasses( w, decl );
    w.line( "struct Attr_ : " + base + "::Attr_ {" );
    std::string all;
-   for( const auto& name : names ) all += name + ( all.empty() ? " = " + base + "::Attr_::count_, " : ", " );
-   w.line( "   enum : ::Kel::U16 { " + all + ( names.empty() ? "count_ = " + base + "::Attr_::count_" : "count_" ) + " };" );
+   for( const auto& name : rowNames ) all += name + ( all.empty() ? " = " + base + "::Attr_::count_, " : ", " );
+   w.line( "   enum : ::Kel::U16 { " + all + ( rowNames.empty() ? "count_ = " + base + "::Attr_::count_" : "count_" ) + " };" );
    w.line( "};" );
+}
+
+void openTypeObject( Writer& w, const Decl& decl, Strings all ) {
+   const std::string name = localName( decl ), base = baseClass( decl );
+   for( const Op* op : reflectedOps( decl ) ) all.push_back( opRow( decl, *op ) );
+   w.line( "// --- " + name );
+   nestedObjects( w, decl );
+   const bool hasRows = rows( w, decl, all );
+   w.line( "constinit ::Kel::Type " + name + "::_Type{ { .qualifiedName = \"" + decl.qualifiedName() +
+           "\", .code = _code, .size = sizeof( " + name + " )" + ( hasRows ? ", .attrs = attrs_" : "" ) + "," );
+   w.line( "   .base = &" + base + "::_Type, .firstAttr = " + base + "::Attr_::count_," );
 }
 
 std::string baseClass( const Decl& decl ) {

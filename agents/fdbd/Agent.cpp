@@ -44,7 +44,7 @@ int Agent::run() {
       statisticsTimer_ = activity_.every( std::chrono::nanoseconds( options_.statisticsInterval ), [ this ] { printStatistics(); } );
    if( !options_.exitAtEnd || !captures_->ended() ) activity_.run();
    if( options_.statistics ) printStatistics();
-   return options_.exitAtEnd && captures_->damaged() ? 1 : 0;
+   return options_.exitAtEnd && ( captures_->damaged() || learner_.statistics().refused ) ? 1 : 0;
 }
 
 void Agent::service( Slot& slot ) {

@@ -1,9 +1,8 @@
 #include "CaptureSource.h"
 
 #include "TestSupport.h"
-#include <cstring>
 #include <fstream>
-#include <unistd.h>
+#include <plexo/TestFiles.h>
 
 namespace Fdbd {
 
@@ -12,28 +11,6 @@ using namespace Test;
 namespace {
 
 constexpr Nanos s = nanosPerSecond;
-
-void put32( std::string& to, std::uint32_t v ) { to.append( reinterpret_cast< const char* >( &v ), 4 ); }
-void put16( std::string& to, std::uint16_t v ) { to.append( reinterpret_cast< const char* >( &v ), 2 ); }
-
-struct Sent {
-   Nanos time;
-   Bytes frame;
-};
-
-/// The classic format (draft-ietf-opsawg-pcap), nanosecond flavour.
-std::string pcapOf( const std::vector< Sent >& frames, std::uint32_t linkType = 1 ) {
-   std::string out;
-   put32( out, 0xa1b23c4d );
-   put16( out, 2 ), put16( out, 4 );
-   put32( out, 0 ), put32( out, 0 ), put32( out, 65535 ), put32( out, linkType );
-   for( const Sent& f : frames ) {
-      put32( out, static_cast< std::uint32_t >( f.time / s ) ), put32( out, static_cast< std::uint32_t >( f.time % s ) );
-      put32( out, static_cast< std::uint32_t >( f.frame.size() ) ), put32( out, static_cast< std::uint32_t >( f.frame.size() ) );
-      out.append( f.frame.begin(), f.frame.end() );
-   }
-   return out;
-}
 
 /// One block of pcapng (draft-ietf-opsawg-pcapng) with its length before and behind its body.
 void putBlock( std::string& to, std::uint32_t type, std::string body ) {
@@ -65,19 +42,10 @@ std::string pcapngOf( const std::vector< Sent >& frames ) {
 
 /// A learner that captures are played to, and a directory for them.
 struct Player : Bench {
-   explicit Player( Pace p = Pace::max, FdbLearner::Settings settings = {} ) : Bench( settings ), pace( p ) {
-      char name[] = "/tmp/fdbd-test-XXXXXX";
-      directory = mkdtemp( name );
-   }
-   ~Player() {
-      for( const std::string& f : files ) unlink( f.c_str() );
-      rmdir( directory.c_str() );
-   }
-   std::string file( const std::string& name, const std::string& content ) {
-      const std::string path = directory + "/" + name;
-      std::ofstream( path, std::ios::binary ) << content;
-      files.push_back( path );
-      return path;
+   explicit Player( Pace p = Pace::max, FdbLearner::Settings settings = {} ) : Bench( settings ), pace( p ) {}
+   std::string file( const std::string& name, const std::string& content ) const {
+      std::ofstream( directory.path + "/" + name, std::ios::binary ) << content;
+      return directory.path + "/" + name;
    }
    void add( const std::string& content, int portNumber ) { source.add( file( std::to_string( portNumber ), content ), port( portNumber ) ); }
    /// Plays what is due at `now`; at `max` that is everything.
@@ -87,8 +55,7 @@ struct Player : Bench {
    }
 
    Pace pace;
-   std::string directory;
-   std::vector< std::string > files;
+   const Plexo::TestDirectory directory;
    AgingClock clock;
    CaptureSource source{ pace, clock, learner, reporter() };
 };
@@ -192,8 +159,8 @@ TEST( Capture, WhatCantBeUsedIsNamedWithItsReason ) {
       EXPECT_TRUE( player.reported( c.text ) && player.reported( "/" + std::string( c.name ) + "'" ) ) << player.reports[ 0 ];
    }
    Player player;
-   player.source.add( player.directory + "/none", port( 1 ) );
-   player.source.add( player.directory, port( 2 ) );
+   player.source.add( player.directory.path + "/none", port( 1 ) );
+   player.source.add( player.directory.path, port( 2 ) );
    EXPECT_TRUE( player.reported( "/none': can't be opened: No such file or directory; check its name and permissions" ) );
    EXPECT_TRUE( player.reported( "': can't be opened: Is a directory" ) );
    player.add( pcapOf( oneHost ), 3 ); // one of three can be used

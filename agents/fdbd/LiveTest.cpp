@@ -271,18 +271,6 @@ TEST_F( Live, LostChangesAreMadeUpForByAFreshDump ) {
    EXPECT_TRUE( bench.reported( "bridge 'br0': changes were lost because there were too many at once; reading its forwarding database again" ) );
 }
 
-TEST_F( Live, BridgeUnderSteadyChangeEndsInStep ) {
-   addBridge();
-   send( "h1", 1, {}, 5000 ); // more than one part of a dump
-   follow( "br0", 1 );
-   for( unsigned round = 0; round < 8; ++round ) {
-      send( round % 2 ? "h1" : "h2", 100 * round + 1, {}, 300 );
-      output( "bridge fdb del " + mac( 4000 + round ).stringValue().str() + " dev p1 master" );
-      source->service( monotonicNow() );
-   }
-   expectKernelsView( 4992 );
-}
-
 TEST_F( Live, HostsOfABridgeThatDisappearsStay ) {
    addBridge();
    follow( "br0" );

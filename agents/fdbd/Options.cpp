@@ -7,6 +7,7 @@
 #include <getopt.h>
 #include <kel/Exception.h>
 #include <map>
+#include <plexo/Writer.h>
 #include <set>
 #include <sys/stat.h>
 
@@ -53,8 +54,9 @@ Output:
 
 A VLAN is its own filtering database. SIGTERM or SIGINT stops the agent; the table
 stays and keeps what was learned. Exit status: 0 stopped or ended as asked,
-1 nothing could be learned from, a capture was damaged (with --exit-at-end), or
-the table failed, 2 wrong command line.
+1 nothing could be learned from, the table failed, or, with --exit-at-end, a
+capture was damaged or hosts were left out for want of --capacity, 2 wrong
+command line.
 )";
 
 namespace {
@@ -142,11 +144,11 @@ void settleSources( std::vector< SourceOption >& sources ) {
    }
 }
 
-std::string tableName( std::string_view text ) {
-   constexpr std::size_t longest = 100;
-   const bool isFine = !text.empty() && text.size() <= longest && text.front() != '.' && text.find( '/' ) == std::string_view::npos;
-   if( !isFine ) throw UsageError( "--table " + quoted( text ) + ": give a name of 1 to 100 characters without '/' that does not begin with '.'" );
-   return std::string( text );
+std::string tableName( const char* text ) try {
+   Plexo::checkTableName( text );
+   return text;
+} catch( const Kel::RangeException& e ) {
+   throw UsageError( std::string( "--table: " ) + e.what() );
 }
 
 Pace paceNamed( std::string_view text ) {

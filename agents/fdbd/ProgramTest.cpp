@@ -3,6 +3,11 @@
 #include <csignal>
 #include <cstdio>
 #include <fstream>
+#include <plexo/TestFiles.h>
+#include <regex>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -25,16 +30,15 @@ std::string captureFile( const std::string& name ) { return FDBD_CAPTURES "/" + 
 const std::string demoCaptures =
    " --capture " + captureFile( "port1.pcap" ) + " --capture " + captureFile( "port2.pcap" ) + " --capture " + captureFile( "port3.pcapng" ) + " ";
 
+std::string contentOf( const std::string& path ) {
+   std::ifstream in( path, std::ios::binary );
+   return { std::istreambuf_iterator< char >( in ), {} };
+}
+
 class Program : public ::testing::Test {
  protected:
-   void SetUp() override {
-      char name[] = "/tmp/fdbd-test-XXXXXX";
-      directory = mkdtemp( name );
-      setenv( "PLEXO_DIR", directory.c_str(), 1 );
-   }
    void TearDown() override {
-      if( pid > 0 ) kill( pid, SIGKILL ), waitpid( pid, nullptr, 0 );
-      EXPECT_EQ( std::system( ( "rm -rf " + directory ).c_str() ), 0 );
+      if( pid > 0 ) stop( SIGKILL );
    }
 
    /// Runs it to its end, 20 seconds at most; everything that it writes.
@@ -49,6 +53,7 @@ class Program : public ::testing::Test {
    void start( const std::string& arguments ) {
       pid = fork();
       if( pid == 0 ) {
+         alarm( Plexo::longestTest );
          execl( "/bin/sh", "sh", "-c", ( "exec " FDBD_PROGRAM " " + arguments + " 2> " + directory + "/stderr" ).c_str(), nullptr );
          _exit( 127 );
       }
@@ -82,21 +87,26 @@ class Program : public ::testing::Test {
       std::ofstream( directory + "/" + name, std::ios::binary ) << content;
       return directory + "/" + name;
    }
-   static std::string contentOf( const std::string& path ) {
-      std::ifstream in( path, std::ios::binary );
-      return { std::istreambuf_iterator< char >( in ), {} };
+   /// A capture of the hosts 1 to `count`, one frame each.
+   std::string hostsCapture( int count ) const {
+      std::vector< Sent > frames;
+      for( int i = 1; i <= count; ++i ) frames.push_back( { 1000 * nanosPerSecond, frameFrom( mac( std::uint64_t( i ) ) ) } );
+      return file( "hosts.pcap", pcapOf( frames ) );
    }
-
-   std::string directory;
+   /// What `table` tells of the first `count` of them.
+   static std::vector< std::string > hostLines( int count ) {
+      MirrorSink all;
+      for( int i = 1; i <= count; ++i ) all.hosts[ HostId( 1, mac( std::uint64_t( i ) ) ) ].port = port( 1 );
+      return all.lines();
+   }
+   const Plexo::TestDirectory home{ { "PLEXO_DIR", "RILO_DIR" } };
+   const std::string& directory = home.path;
    pid_t pid = 0;
 };
 
 /// What the kernel's own tool said at the end of the recording; the port pN became EthernetN.
 std::vector< std::string > kernelView() {
-   const std::string text = [] {
-      std::ifstream in( captureFile( "expected.json" ) );
-      return std::string( std::istreambuf_iterator< char >( in ), {} );
-   }();
+   const std::string text = contentOf( captureFile( "expected.json" ) );
    MirrorSink all;
    for( std::size_t at = text.find( '{' ); at != std::string::npos; at = text.find( '{', at + 1 ) ) {
       char address[ 18 ];
@@ -173,6 +183,35 @@ TEST_F( Program, EachFatalErrorIsOneLineAndLeavesTheTable ) {
    const Result result = run( demoCaptures );
    EXPECT_EQ( result.code, 1 );
    EXPECT_EQ( std::count( result.text.begin(), result.text.end(), '\n' ), 1 ) << result.text;
+}
+
+TEST_F( Program, CapacityThatIsReachedIsOneLineAndAnExitCode ) {
+   const std::string hosts = hostsCapture( 5 );
+   const Result result = run( "--capture " + hosts + " --pace max --exit-at-end --capacity 3" );
+   EXPECT_EQ( result.code, 1 );
+   EXPECT_EQ( result.text, "vanta-fdbd: the table is full at 3 hosts, further hosts are not learned: start with a larger --capacity\n" );
+   EXPECT_EQ( table(), hostLines( 3 ) );
+}
+
+TEST_F( Program, FileSystemThatIsFullIsOneLineAndTheHostsBeforeItStay ) {
+   const std::string hosts = hostsCapture( 100000 ), small = directory + "/small";
+   // A mount that only this process and its children see.
+   const bool isPrivate = unshare( CLONE_NEWNS ) == 0 && mount( nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr ) == 0;
+   if( !isPrivate ) GTEST_SKIP() << "needs root, to mount a small file system";
+   mkdir( small.c_str(), 0755 );
+   setenv( "PLEXO_DIR", small.c_str(), 1 );
+   for( const bool isTooSmallAtOnce : { false, true } ) {
+      ASSERT_EQ( mount( "none", small.c_str(), "tmpfs", 0, isTooSmallAtOnce ? "size=64k" : "size=3m" ), 0 );
+      const Result result = run( "--capture " + hosts + " --pace max --exit-at-end --statistics" );
+      EXPECT_EQ( result.code, 1 );
+      const std::regex line( "vanta-fdbd: table " + small + "/fdb.plexo cannot grow: the file system has no room for [0-9]+ more bytes; "
+                             "make room there, or name another directory in PLEXO_DIR\n" );
+      EXPECT_TRUE( std::regex_match( result.text, line ) ) << result.text;
+      const auto kept = table();
+      EXPECT_TRUE( isTooSmallAtOnce ? kept.empty() : kept.size() > 10000 && kept.size() < 100000 ) << kept.size();
+      EXPECT_TRUE( kept == hostLines( int( kept.size() ) ) ) << "those that came first, without a gap";
+      EXPECT_EQ( umount( small.c_str() ), 0 );
+   }
 }
 
 TEST_F( Program, DamagedCaptureKeepsWhatCameBeforeAndIsToldByTheExitCode ) {

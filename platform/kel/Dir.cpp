@@ -21,9 +21,7 @@ constinit Type Dir::_Type{ { .qualifiedName = "Kel::Dir",
 
 Dir::~Dir() {
    // Others may go on holding what the directory was the parent of.
-   for( auto i = entry_.iterator(); i; ++i ) {
-      if( i.value()->parent() == this ) i.value()->parentIs( nullptr );
-   }
+   for( auto i = entry_.iterator(); i; ++i ) giveAway( *i.value() );
 }
 
 void Dir::entryIs( const Name& name, const Ptr< Entity >& entity ) {

@@ -92,8 +92,26 @@ void NotifieeBase::deactivate() {
 
 void NotifieeBase::dispatch( const Change& ) {}
 
+namespace {
+
+thread_local CallbackFailure* innermostFailure = nullptr;
+
+}
+
+CallbackFailure::CallbackFailure() noexcept : outer_( std::exchange( innermostFailure, this ) ) {}
+
+CallbackFailure::~CallbackFailure() { innermostFailure = outer_; }
+
+void CallbackFailure::rethrow() {
+   if( first_ ) std::rethrow_exception( std::exchange( first_, nullptr ) );
+}
+
 void NotifieeBase::onException( U32 code, const Change& change, std::exception_ptr exception ) {
    ++exceptions_;
+   if( CallbackFailure* waits = innermostFailure ) {
+      if( !waits->first_ ) waits->first_ = exception;
+      return;
+   }
    std::string text = "unknown exception";
    try {
       std::rethrow_exception( exception );

@@ -77,22 +77,6 @@ class Entity : public PtrInterface {
    /// Throws the message of a null reference: "null _foo parameter to mutator for Namespace::Type::foo not allowed".
    [[noreturn, gnu::cold]] void nullRefused( U16 attr ) const;
 
-   /// Hands it to its parent; done by the collection that takes it in.
-   void parentIs( Entity* parent ) {
-      parent_ = parent;
-      if( parent ) zombie_ = false;
-   }
-   /// Runs its reactors' `onZombie()` and those of the entities below it, and takes it off its parent.
-   void zombieIs();
-
-   /// Sets a stored attribute from a value of its type, with all that its typed setter does.
-   void attrIs( U16 attr, const void* value );
-
-   /// What the typed creator of a child does, by constructor parameters in order; for the reflection adapter.
-   Ptr< Entity > newChildAt( U16 attr, std::span< const GenericIf* const > parameters );
-   Ptr< Entity > newOptionalAt( U16 attr, const Name& name );
-   void delOptionalAt( U16 attr );
-
    /// The type of the children that a collection creates: that of its row, or a narrower one that a derived entity says.
    virtual Type& kelChildType( U16 attr ) const { return *fwkType().attr( attr ).type; }
 
@@ -244,16 +228,36 @@ class Entity : public PtrInterface {
    }
 
    /// Takes a child in: its parent is this entity from now on.
-   void adopt( Entity& child ) { child.parentIs( this ); }
+   void adopt( Entity& child ) {
+      child.parent_ = this;
+      child.zombie_ = false;
+   }
+   /// Gives a child away that others may go on holding: it has no parent from now on.
+   void giveAway( Entity& child ) {
+      if( child.parent_ == this ) child.parent_ = nullptr;
+   }
 
  private:
    friend class NotifieeBase;
    friend class AttrLog;
    template< class Map >
    friend struct CollectionOpsOf;
+   friend class AttrLogProxy;
+   friend class GenericIf;
 
    template< class V >
    static constexpr bool isEntityPtr = requires( const V& v ) { static_cast< const Entity* >( v.ptr() ); };
+
+   /// Runs its reactors' `onZombie()` and those of the entities below it, and takes it off its parent.
+   void zombieIs();
+
+   /// Sets a stored attribute from a value of its type, with all that its typed setter does.
+   void attrIs( U16 attr, const void* value );
+
+   /// What the typed creator of a child does, by constructor parameters in order; for the reflection adapter.
+   Ptr< Entity > newChildAt( U16 attr, std::span< const GenericIf* const > parameters );
+   Ptr< Entity > newOptionalAt( U16 attr, const Name& name );
+   void delOptionalAt( U16 attr );
 
    /// This entity, when somebody holds it: a callback may drop the last reference while there is work left to do.
    Entity* held() { return referenceCount() ? this : nullptr; }

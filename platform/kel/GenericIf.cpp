@@ -122,6 +122,13 @@ void giveEntity( Ptr< GenericIf >* result, const Ptr< Entity >& entity, bool isC
    if( result ) *result = entity ? entity->fwkType().genericIf( entity.ptr(), isConst ) : nullptr;
 }
 
+// A machine's references may be to machines, which are no entities.
+void giveReferred( Ptr< GenericIf >* result, const Type& declared, void* member, bool isConst ) {
+   if( declared.isEntity() ) return giveEntity( result, *static_cast< Ptr< Entity >* >( member ), isConst );
+   const auto& machine = *static_cast< Ptr< Machine >* >( member );
+   if( result ) *result = machine ? machine->fwkType().genericIf( machine.ptr(), isConst ) : nullptr;
+}
+
 bool ofEntities( const Attr& row ) {
    return row.kind == AttrKind::childMap || row.kind == AttrKind::refMap || row.kind == AttrKind::reactorMap;
 }
@@ -190,7 +197,7 @@ void GenericIf::entityOp( const AttributeOp& op, const Attr& row, const GenericI
    switch( op.kind ) {
    case AttributeOp::Kind::get:
       if( row.kind == AttrKind::reactor ) return unsuitable( type_, row );
-      return giveEntity( result, *reinterpret_cast< Ptr< Entity >* >( member ), const_ );
+      return giveReferred( result, *row.type, member, const_ );
    case AttributeOp::Kind::set: {
       if( row.kind != AttrKind::ref || !type_.isEntity() ) unsuitable( type_, row );
       const Ptr< Entity > value( argument ? static_cast< Entity* >( const_cast< void* >( argument->checked( *row.type ) ) ) : nullptr );

@@ -25,6 +25,8 @@ class Machine : public PtrInterface {
 
  protected:
    [[noreturn, gnu::cold]] void nullRefused( const char* attribute ) const;
+   /// Keeps the machine as long as what it returns lives. Null while it is being made or destroyed, when nobody else holds it.
+   Ptr< const Machine > kelKept() const { return referenceCount() ? this : nullptr; }
    /// A machine that is created again under its key must get the constructor parameter that it was made with.
    template< class T >
    static void sameParameter( const char* attribute, const T& current, const T& wanted ) {

@@ -60,8 +60,8 @@ class NotifieeBase : public PtrInterface {
    /// The entity is being removed from its collection, or goes; it can still be read. Called once.
    virtual void onZombie() {}
 
-   /// A callback has thrown. The default traces at level 0 with the entity, the attribute and the text, and counts. What a handler throws in
-   /// turn is dropped.
+   /// A callback has thrown. The default counts, and traces at level 0 with the entity, the attribute and the text unless a `CallbackFailure`
+   /// waits for the exception. What a handler throws in turn is dropped.
    virtual void onException( U32 code, const Change& change, std::exception_ptr exception );
 
  private:
@@ -80,6 +80,25 @@ class NotifieeBase : public PtrInterface {
    const Type* watchedType_ = nullptr;
    U16 knownAttrs_ = 0;   ///< attributes below this index have their callbacks in this class or a base; a reactor to a base type knows fewer
    U32 exceptions_ = 0;
+};
+
+/// For a caller that cannot go on when a reactor to what it changes fails. While it lives, what the default handler (`onException`) meets in
+/// this thread is kept here, the first exception of all, and not traced; of several the innermost one keeps it.
+class CallbackFailure {
+ public:
+   CallbackFailure() noexcept;
+   CallbackFailure( const CallbackFailure& ) = delete;
+   CallbackFailure& operator=( const CallbackFailure& ) = delete;
+   ~CallbackFailure();
+
+   /// Throws the exception that is kept, and keeps it no longer. Does nothing when there is none.
+   void rethrow();
+
+ private:
+   friend class NotifieeBase;
+
+   CallbackFailure* const outer_;
+   std::exception_ptr first_;
 };
 
 /// The reactors of one entity, in order of attachment. How a walk over them goes stands in Entity.cpp.

@@ -324,23 +324,16 @@ TEST_F( RiloRing, theNewestDeadRingsOfItsProgramStay ) {
 }
 
 TEST_F( RiloRing, withoutARingMessagesAreCounted ) {
-   const struct {
-      std::string directory;
-      std::string problem;
-   } rows[] = { { "/proc/self/rilo", "folder /proc/self/rilo can't be opened: No such file or directory" },
-                { "/dev/null", "folder /dev/null can't be opened: Not a directory" } };
-   for( const auto& r : rows )
-      child( [ & ] {
-         ::setenv( "RILO_DIR", r.directory.c_str(), 1 );
-         Rilo::message( "lost" );
-         need( !Rilo::open( "prog" ) && Rilo::problem() == r.problem );
-         Rilo::message( "lost" );
-         need( Rilo::dropped() == 2 && Rilo::path().empty() );
-         ::unsetenv( "RILO_DIR" );
-      } );
-   child( [ & ] { // a later attempt may succeed; the name can't lead out of the folder
-      ::setenv( "RILO_DIR", "/dev/null", 1 );
+   child( [ & ] {
+      ::setenv( "RILO_DIR", "/proc/self/rilo", 1 );
       Rilo::message( "lost" );
+      need( !Rilo::open( "prog" ) && Rilo::path().empty() );
+      need( Rilo::problem() == "folder /proc/self/rilo can't be opened: No such file or directory" );
+      ::setenv( "RILO_DIR", "/dev/null", 1 );
+      need( !Rilo::open( "prog" ) && Rilo::problem() == "folder /dev/null can't be opened: Not a directory" );
+      Rilo::message( "lost" );
+      need( Rilo::dropped() == 2 );
+      // A later attempt may succeed; the name can't lead out of the folder.
       ::setenv( "RILO_DIR", directory.c_str(), 1 );
       need( Rilo::open( "../a\n" ) && Rilo::problem().empty() );
       need( Rilo::path() == directory + "/_.._a_." + std::to_string( ::getpid() ) );
@@ -361,8 +354,6 @@ TEST_F( RiloRing, refusesWhatIsNoRing ) {
       { [ & ] { poke( bad, 0, U32( 0 ) ); }, is + "it begins with other bytes than RILORING" },
       { [ & ] { poke( bad, 8, U32( 2 ) ); }, is + "it has format version 2, this program reads version 1" },
       { [ & ] { poke( bad, 12, U32( 0 ) ); }, is + "its sizes are impossible" },
-      { [ & ] { poke( bad, 16, U32( 128 ) ); }, is + "its sizes are impossible" },
-      { [ & ] { poke( bad, 20, U32( 0 ) ); }, is + "its sizes are impossible" },
       { [ & ] { poke( bad, 20, U32( 15 ) ); }, is + "its sizes are impossible" },
       { [ & ] { poke( bad, 20, U32( 1 ) << 31 ); }, is + "its sizes are impossible" },
       { [ & ] { fs::remove( bad ), ::mkfifo( bad.c_str(), 0600 ); }, is + "not a regular file" },

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <plexo/File.h>
+#include <plexo/Writer.h>
 #include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -102,10 +103,14 @@ bool Directory::trusts( const FileIdentity& file ) const noexcept {
    return file.owner == ::geteuid() || file.owner == 0 || file.owner == owner_;
 }
 
-FileNames::FileNames( const std::string& name ) : table( name + tableSuffix ), bell( name + ".bell" ), fresh( "." + name + ".new" ) {
+void checkTableName( const std::string& name ) {
    if( name.empty() || name.size() > 200 || name[ 0 ] == '.' || name.find( '/' ) != name.npos || name.find( '\0' ) != name.npos ) {
       throw Kel::RangeException( "table name '" + name + "' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot" );
    }
+}
+
+FileNames::FileNames( const std::string& name ) : table( name + tableSuffix ), bell( name + ".bell" ), fresh( "." + name + ".new" ) {
+   checkTableName( name );
 }
 
 void systemFailure( const std::string& what, const std::string& path, int error ) {

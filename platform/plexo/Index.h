@@ -46,12 +46,19 @@ class Index {
 
    void prefetch( const KeyHash& hash ) const noexcept { __builtin_prefetch( at( hash.first() & mask_ ) ); }
 
-   /// Calls `match( slot )` for each candidate until one says yes. Visits every bucket once at most.
-   template< class Match >
-   bool find( const KeyHash& hash, Match&& match, Place* place = nullptr ) const {
+   /// What `find` does with the buckets on its way: nothing. Tests count them.
+   struct Unseen {
+      void operator()( U32 ) const noexcept {}
+   };
+
+   /// Calls `match( slot )` for each candidate until one says yes, and `see( bucket )` for each bucket that it looks into: every one once at
+   /// most.
+   template< class Match, class See = Unseen >
+   bool find( const KeyHash& hash, Match&& match, Place* place = nullptr, See&& see = {} ) const {
       U32 bucket = hash.first() & mask_;
       U8 tag = KeyHash::tag( hash.first() );
       for( U32 step = 0;; ++step ) {
+         see( bucket );
          const Line line( at( bucket ) );
          for( U32 lanes = line.lanesWith( tag ); lanes; lanes &= lanes - 1 ) {
             const U32 lane = U32( std::countr_zero( lanes ) );

@@ -9,6 +9,9 @@ namespace [[gnu::visibility("default")]] Plexo {
 /// The directory of tables: the environment's PLEXO_DIR, else "/dev/shm/plexo".
 std::string tableDirectory();
 
+/// Throws `Kel::RangeException` for a name that no table can have: it is empty, longer than 200 bytes, begins with a dot or holds '/' or NUL.
+void checkTableName( const std::string& name );
+
 /// What an upsert did.
 enum class Outcome { unchanged, changed, inserted };
 

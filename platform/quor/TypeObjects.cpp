@@ -1,9 +1,10 @@
 #include <kel/GenericIf.h>
 #include <kel/LogStream.h>
 #include <kel/Value.h>
-#include <quor/EthAddr.h>
+#include <quor/EthDevPam.h>
 #include <quor/IntfId.h>
 #include <quor/IpAddr.h>
+#include <quor/PamMuxDemux.h>
 
 // The type objects of the hand-written value types, with their text and attribute-log forms.
 
@@ -62,7 +63,9 @@ constinit Kel::Type IpAddr::_Type{ externalType< IpAddr >( "Quor::IpAddr", ipAdd
 namespace {
 
 [[gnu::constructor( 150 )]] void nameTypes() {
-   for( Kel::Type* type : { &EthAddr::_Type, &IntfId::_Type, &IpAddr::_Type } ) type->typeNodeIs( type->info().qualifiedName );
+   for( Kel::Type* type :
+        { &EthAddr::_Type, &IntfId::_Type, &IpAddr::_Type, &Pam::_Type, &PamMuxDemux::_Type, &EthDevPam::_Type } )
+      type->typeNodeIs( type->info().qualifiedName );
 }
 
 }

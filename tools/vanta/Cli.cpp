@@ -68,7 +68,7 @@ int runCommand( const std::string& group, const char* description, std::span< co
       } catch( const std::exception& e ) {
          const auto* failure = dynamic_cast< const Failure* >( &e );
          std::fprintf( stderr, "%s %s: %s\n", group.c_str(), command.name, e.what() );
-         return failure ? failure->code() : exitUsage;
+         return failure ? failure->code() : exitNotConnected;
       }
    }
    const bool helped = word == "--help" || word == "-h" || word == "help";

@@ -22,7 +22,7 @@ bool HostFilter::matches( Bridging::Fid fid, const Bridging::LearnedHost& host )
 }
 
 void HostFilter::addOptionsTo( std::vector< Option >& options ) {
-   options.push_back( { "vlan", "N", "only hosts of this VLAN", [ this ]( const char* text ) {
+   options.push_back( { "vlan", "N", "only hosts of this VLAN, or filtering database, from 0 to 65535", [ this ]( const char* text ) {
                           vlan = Bridging::Fid( Kel::U16( numberOf( "--vlan", text, 0, 65535 ) ) );
                        } } );
    options.push_back( { "port", "PORT", "only hosts on this port, such as Ethernet3 or Et3", [ this ]( const char* text ) {

@@ -18,7 +18,7 @@ void checkOutput( bool written ) {
    if( written ) return;
    const int reason = errno;
    if( reason != EPIPE ) std::fprintf( stderr, "vanta: cannot write the output: %s\n", std::strerror( reason ) );
-   _exit( exitUsage ); // no flush at exit: it would fail again
+   _exit( exitNotConnected ); // no flush at exit: it would fail again
 }
 
 std::string coloured( const char* code, std::string_view text ) {

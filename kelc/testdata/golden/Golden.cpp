@@ -99,7 +99,8 @@ constinit const ::Kel::Attr HostSm::attrs_[] = {
    ::Kel::operationAttr< HostSm, &HostSm::handleInitialized >( "handleInitialized" ),
 };
 constinit ::Kel::Type HostSm::_Type{ { .qualifiedName = "Bridging::HostSm", .code = _code, .size = sizeof( HostSm ), .attrs = attrs_,
-   .base = &::Kel::Machine::_Type, .firstAttr = ::Kel::Machine::Attr_::count_, .wrap = &::Kel::makeGenericIf< HostSm > } };
+   .base = &::Kel::Machine::_Type, .firstAttr = ::Kel::Machine::Attr_::count_,
+   .wrap = &::Kel::makeGenericIf< HostSm > } };
 HostSm::HostSm( const ::Kel::Ptr< const ::Bridging::Status >& status ) {
    if( status ) status_ = new KelStatus( status, this );
    kelFollowHostDir();
@@ -113,6 +114,7 @@ HostSm::~HostSm() {
 void HostSm::statusIs( const ::Kel::Ptr< const ::Bridging::Status >& entity ) {
    if( !entity ) nullRefused( "status" );
    if( status() == entity ) return;
+   const auto kept = kelKept();
    if( status_ ) status_->kelGone(), status_->deactivate();
    status_ = new KelStatus( entity, this );
    status_->hasNotificationActiveIs( hasNotificationActive() );
@@ -125,12 +127,15 @@ void HostSm::statusIs( const ::Kel::Ptr< const ::Bridging::Status >& entity ) {
 }
 ::Kel::Ptr< HostSm::KelHostDir > HostSm::hostDirIs( const ::Kel::Ptr< const ::Bridging::HostDir >& entity ) {
    if( !entity ) nullRefused( "hostDir" );
+   const auto kept = kelKept();
    return ::Kel::followEntity( hostDir_, ::Bridging::VlanId( entity->vlan() ), ::Kel::Ptr< const ::Bridging::HostDir >( entity ), this );
 }
 void HostSm::hostDirDel( ::Bridging::VlanId key ) { ::Kel::unfollowEntity( hostDir_, key ); }
 void HostSm::kelFollowHostDir() {
-   if( !status() ) return;
-   ::Kel::followAll( status()->hostDirMap_(), hostDir_, [ this ]( const auto& e ) { hostDirIs( e ); }, [ this ]( const auto& k ) { hostDirDel( k ); } );
+   const auto kept = kelKept();
+   const auto from = status();
+   if( !from ) return;
+   ::Kel::followAll( from->hostDirMap_(), hostDir_, [ this ]( const auto& e ) { hostDirIs( e ); }, [ this ]( const auto& k ) { hostDirDel( k ); } );
 }
 void HostSm::kelFollowHostDir( ::Bridging::VlanId key ) {
    if( const auto entity = status() ? status()->hostDir( key ) : nullptr ) hostDirIs( entity );

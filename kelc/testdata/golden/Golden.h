@@ -123,7 +123,10 @@ class Host : public ::Kel::Value< Host > {
    ::Bridging::State state_ = ::Bridging::State::busy;
 };
 
-/// The hosts of one VLAN.
+/// The hosts of
+/// one VLAN.
+///
+/// A second paragraph.
 class HostDir : public ::Kel::Entity {
  public:
    struct Attr_ : ::Kel::Entity::Attr_ {
@@ -132,6 +135,9 @@ class HostDir : public ::Kel::Entity {
    using HostMap_ = ::Kel::HashMap< ::Bridging::VlanId, ::Bridging::Host >;
 
    HostDir( ::Bridging::VlanId vlan, bool internal );
+   /// Its VLAN.
+   ///
+   /// Never changes.
    ::Bridging::VlanId vlan() const { return vlan_; }
    bool internal() const { return internal_; }
    ::Bridging::Host host( ::Bridging::VlanId key ) const { return at( host_, key, ::Bridging::Host() ); }
@@ -198,6 +204,9 @@ class Status : public ::Kel::Entity {
    const HostDirMap_& hostDirMap_() const { return hostDir_; }
    const ::Bridging::Label& label() const { return label_; }
    void labelIs( const ::Bridging::Label& v ) { set( Attr_::label, label_, v, &NotifieeConst::onLabel ); }
+   /// The hosts of a VLAN.
+   ///
+   /// Null when there are none.
    ::Kel::Ptr< ::Bridging::HostDir > find( ::Bridging::VlanId vlan ) const;
 
    class NotifieeConst : public ::Kel::Entity::NotifieeConst {

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstddef>
+#include <kel/String8.h>
+#include <kel/UniqueFd.h>
+#include <quor/EthAddr.h>
+#include <quor/Packet.h>
+
+namespace Quor {
+
+/// An open packet socket on one Ethernet device, with the ring in which the system puts what it receives.
+class PacketRing {
+ public:
+   enum class Taken { nothing, frame, cut };
+
+   /// Throws `Kel::Exception` with the device's name and the system's reason.
+   explicit PacketRing( const Kel::String8& device );
+   PacketRing( const PacketRing& ) = delete;
+   PacketRing& operator=( const PacketRing& ) = delete;
+   ~PacketRing();
+
+   int fd() const { return fd_.get(); }
+   /// The device's number, good until it goes.
+   int index() const { return index_; }
+
+   /// Joins or leaves (packet(7), PACKET_MR_...). Throws `Kel::Exception`.
+   void membershipIs( Kel::U16 type, const EthAddr& group, bool on );
+   /// The next frame, with its tag in its place. `cut` when the system could hand over only the beginning of one.
+   Taken next( Kel::Ptr< Packet >& frame );
+   /// How many frames the system has lost since the last call.
+   Kel::U32 dropped() const;
+
+ private:
+   using U8 = Kel::U8;
+   using U32 = Kel::U32;
+   [[noreturn]] void fail( int error ) const;
+   void check( int result ) const;
+   void option( int name, int value );
+   void findDevice();
+   void map( U32 mtu );
+   void bind();
+   Kel::Ptr< Packet > longFrame( U32 bytes );
+
+   Kel::String8 device_;
+   Kel::UniqueFd fd_;
+   int index_ = 0;
+   U32 slotBytes_ = 0;
+   U32 slots_ = 0;
+   U32 at_ = 0;
+   std::size_t mapBytes_ = 0;
+   U8* map_ = nullptr;
+};
+
+}

@@ -1,0 +1,29 @@
+#include <quor/Pam.h>
+
+#include <kel/GenericIf.h>
+
+namespace Quor {
+
+constinit Kel::Type Pam::_Type{ { .qualifiedName = "Quor::Pam",
+                                  .code = _code,
+                                  .size = sizeof( Pam ),
+                                  .base = &Kel::Machine::_Type,
+                                  .wrap = &Kel::makeGenericIf< Pam > } };
+
+PamNotifiee::~PamNotifiee() {
+   if( pam_ ) pam_->notifiee_ = nullptr;
+}
+
+Pam::~Pam() {
+   if( notifiee_ ) notifiee_->pam_ = nullptr;
+}
+
+void Pam::notifieeIs( PamNotifiee* notifiee ) {
+   if( notifiee == notifiee_ ) return;
+   if( notifiee && ( notifiee_ || notifiee->pam_ ) ) throw Kel::InternalException( "packet endpoint or its notifiee is already attached" );
+   if( notifiee_ ) notifiee_->pam_ = nullptr;
+   notifiee_ = notifiee;
+   if( notifiee ) notifiee->pam_ = this;
+}
+
+}

@@ -1,0 +1,137 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <quor/PamMuxDemux.h>
+#include <quor/TestPam.h>
+
+// Who is told of what, and what callers may do from within: let go of everything that is in use around them.
+
+namespace Quor {
+
+namespace {
+
+using namespace TestPams;
+using testing::ElementsAre;
+
+/// The key is the first byte.
+class ByteMux : public PamMuxDemux {
+ public:
+   explicit ByteMux( const Ptr< Pam >& lower ) : PamMuxDemux( lower ) {
+      modeIs( PamMode::both );
+      initializedIs( true );
+   }
+   U32 decapsulate( const Ptr< Packet >& pkt ) override {
+      const U32 key = *pkt->data();
+      pkt->headTrim( 1 );
+      return key;
+   }
+   void doEncapsulate( const Ptr< Packet >& pkt, U32 from ) override { *pkt->headGrow( 1 ) = static_cast< Kel::U8 >( from ); }
+};
+
+struct PamMuxDemuxTest : testing::Test {
+   Ptr< WirePam > wire{ new WirePam };
+   Ptr< PamMuxDemux > mux{ new ByteMux( wire ) };
+   Listener seven, eight;
+   Ptr< Pam > pamSeven = mux->newPam( 7 ), pamEight = mux->newPam( 8 );
+   void SetUp() override {
+      pamSeven->notifieeIs( &seven );
+      pamEight->notifieeIs( &eight );
+   }
+};
+
+TEST_F( PamMuxDemuxTest, EachKeyHasItsEndpoint ) {
+   wire->receive( { 7, 1 } );
+   wire->receive( { 8, 2 } );
+   wire->receive( { 9, 3 } );
+   EXPECT_THAT( seven.frames, ElementsAre( Bytes{ 1 } ) );
+   EXPECT_THAT( eight.frames, ElementsAre( Bytes{ 2 } ) );
+   EXPECT_EQ( mux->unclaimed(), 1u );
+   pamEight->tx( packet( { 5 } ) );
+   EXPECT_THAT( wire->sent, ElementsAre( Bytes{ 8, 5 } ) );
+   EXPECT_EQ( mux->newPam( 7 ), pamSeven );
+   EXPECT_EQ( mux->pam( 9 ), nullptr );
+
+   mux->pamDel( 7 );
+   mux->pamDel( 7 );
+   wire->receive( { 7, 4 } );
+   pamSeven->tx( packet( { 6 } ) );
+   EXPECT_EQ( mux->unclaimed(), 2u );
+   EXPECT_EQ( seven.frames.size() + wire->sent.size(), 2u );
+}
+
+TEST_F( PamMuxDemuxTest, ModeAndInitialisationLetPacketsPass ) {
+   for( const bool initialized : { false, true } ) {
+      for( const U32 mode : { PamMode::none, PamMode::rx, PamMode::tx, PamMode::both } ) {
+         seven.frames.clear();
+         wire->sent.clear();
+         mux->initializedIs( initialized );
+         mux->modeIs( mode );
+         wire->receive( { 7, 1 } );
+         pamSeven->tx( packet( { 2 } ) );
+         EXPECT_EQ( seven.frames.size(), initialized && mode & 1 ? 1u : 0u ) << mode;
+         EXPECT_EQ( wire->sent.size(), initialized && mode & 2 ? 1u : 0u ) << mode;
+      }
+   }
+}
+
+TEST_F( PamMuxDemuxTest, TakesAnotherLowerEndpoint ) {
+   const Ptr< WirePam > other( new WirePam );
+   mux->onePamIs( other );
+   EXPECT_EQ( wire->notifiee(), nullptr );
+   other->receive( { 7, 1 } );
+   pamSeven->tx( packet( { 2 } ) );
+   EXPECT_EQ( seven.frames.size() + other->sent.size(), 2u );
+
+   Listener stranger;
+   wire->notifieeIs( &stranger );
+   EXPECT_THROW( mux->onePamIs( wire ), Kel::InternalException );
+   EXPECT_EQ( mux->onePam(), other );
+   EXPECT_THROW( ByteMux{ wire }, Kel::InternalException );
+   mux->onePamIs( nullptr );
+   pamSeven->tx( packet( { 2 } ) );
+   EXPECT_EQ( other->sent.size(), 1u );
+}
+
+TEST_F( PamMuxDemuxTest, CallbackMayLetEverythingGo ) {
+   seven.action = [ this ] {
+      mux->pamDel( 7 );
+      pamSeven = nullptr;
+      mux = nullptr;
+      wire = nullptr;
+   };
+   const Ptr< WirePam > held = wire;
+   held->receive( { 7, 1 } );
+   EXPECT_EQ( seven.frames.size(), 1u );
+   EXPECT_EQ( held->notifiee(), nullptr );
+   pamEight->tx( packet( { 2 } ) );
+   EXPECT_TRUE( held->sent.empty() );
+}
+
+TEST_F( PamMuxDemuxTest, EndOfTheDeviceIsToldToEachOnceWhateverTheyDo ) {
+   const auto endpoint = mux->newPam( 9 );
+   Listener nine;
+   endpoint->notifieeIs( &nine );
+   for( Listener* l : { &seven, &eight, &nine } ) l->action = [ this ] { mux = nullptr; };
+   wire->vanish( "gone" );
+   for( const Listener* l : { &seven, &eight, &nine } ) EXPECT_THAT( l->gone, ElementsAre( "gone" ) );
+}
+
+TEST( Pam, EitherEndOfTheAttachmentMayGoFirst ) {
+   Ptr< WirePam > wire( new WirePam );
+   {
+      Listener listener;
+      wire->notifieeIs( &listener );
+   }
+   EXPECT_EQ( wire->notifiee(), nullptr );
+   Listener listener;
+   wire->notifieeIs( &listener );
+   EXPECT_THROW( Ptr< WirePam >( new WirePam )->notifieeIs( &listener ), Kel::InternalException );
+   wire = nullptr;
+   wire = new WirePam;
+   wire->notifieeIs( &listener );
+   wire->receive( { 1 } );
+   EXPECT_EQ( listener.frames.size(), 1u );
+}
+
+}
+
+}
