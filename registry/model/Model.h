@@ -1,6 +1,5 @@
 #pragma once
 
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -13,33 +12,28 @@ using Words = std::vector< std::string >;
 
 struct Attribute {
    std::string role, name;
-   std::string collection;   ///< empty for a plain attribute
-   std::string key;
-   std::string holding;      ///< empty for a value
-   std::string type;
-   std::string by;
+   std::string collection, key;          ///< empty for a plain attribute
+   std::string holding, type, by;        ///< `holding` is empty for a value
    std::optional< std::string > start;   ///< the text of a fresh instance's value
    std::string refused, refusal;         ///< a number that the setter refuses, and the exception's text
-   Words parameters;                     ///< of an operation
 
-   bool isParameter() const { return role == "key" || role.starts_with( "param" ); }
    /// The pattern of how reflection tells it, as `lineOf` writes that.
    std::string line( bool ofMachine ) const;
 };
 
 struct Type {
-   std::string kind, name, base, start;
-   std::string takes;        ///< "name", "string" or empty
-   std::string held, min, max, refusal;
-   Words parameters;         ///< of a machine's constructor
-   Words again;
+   std::string kind, name;
+   std::string parameters;   ///< what stands between the parentheses
+   std::string base;         ///< of a scalar and a wrapped identifier: what it holds
    std::set< std::string > words;
+   std::string min, max, refusal, start;
+   Words again;
    std::vector< Attribute > attributes;
    std::vector< std::pair< unsigned, std::string > > enumerators;
 
-   bool is( const std::string& word ) const { return words.contains( word ); }
    bool isValue() const { return kind != "entity" && kind != "machine"; }
    std::string shortName() const { return name.substr( name.rfind( ':' ) + 1 ); }
+   const Attribute* attribute( const std::string& wanted ) const;
 };
 
 struct Module {

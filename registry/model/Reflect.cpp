@@ -1,7 +1,6 @@
 #include "Reflect.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 #include <kel/LogStream.h>
 
@@ -42,7 +41,6 @@ std::string holdingOf( const Attr& row ) {
 
 std::string lineOf( const Attr& row, const Kel::Type& owner ) {
    std::string out = roleOf( row, owner ) + row.name;
-   if( row.kind == AttrKind::control ) return out;
    if( row.kind == AttrKind::operation ) return out + " " + std::to_string( row.parameters );
    out += " : ";
    if( row.keyType ) {
@@ -69,76 +67,71 @@ std::string Maker::text( std::size_t max, U8 min ) {
    return out;
 }
 
-void Maker::plain( TypeCode code, void* at ) {
-   const auto put = [ at ]( auto v ) { std::memcpy( at, &v, sizeof v ); };
-   switch( code ) {
-   case TypeCode::boolean: return put( random_() % 2 == 1 );
-   case TypeCode::u8:
-   case TypeCode::s8: return put( static_cast< U8 >( number( 0, 0xff ) ) );
-   case TypeCode::u16:
-   case TypeCode::s16: return put( static_cast< U16 >( number( 0, 0xffff ) ) );
-   case TypeCode::u32:
-   case TypeCode::s32: return put( static_cast< U32 >( number( 0, 0xffffffff ) ) );
-   case TypeCode::u64:
-   case TypeCode::s64: return put( number( 0, ~U64( 0 ) ) );
-   case TypeCode::f64: return put( std::ldexp( static_cast< double >( static_cast< S64 >( random_() ) ), static_cast< int >( random_() % 200 ) - 100 ) );
-   case TypeCode::string8: *static_cast< String8* >( at ) = text( 20 ); return;
-   // Exceptions tell names; a zero byte would end their text.
-   case TypeCode::name: *static_cast< Name* >( at ) = String8( "n" + text( 20, 1 ) ); return;
-   default: throw std::logic_error( "no plain type" );
+void Maker::plain( const Kel::Type& type, void* at ) {
+   if( type.code() == TypeCode::string8 ) {
+      *static_cast< String8* >( at ) = text( 20 );
+   } else if( type.code() == TypeCode::name ) {
+      *static_cast< Name* >( at ) = "n" + text( 20, 1 );   // exceptions tell names, and a zero byte would end their text
+   } else if( type.code() == TypeCode::f64 ) {
+      const double v = std::ldexp( static_cast< double >( static_cast< S64 >( random_() ) ), static_cast< int >( random_() % 200 ) - 100 );
+      std::memcpy( at, &v, sizeof v );
+   } else {
+      const U64 v = number( 0, type.code() == TypeCode::boolean ? 1 : ~U64( 0 ) >> ( 64 - 8 * type.size() ) );
+      std::memcpy( at, &v, type.size() );
    }
 }
 
 void Maker::scalar( const Kel::Type& type, void* at ) {
    const Attr& row = type.ownAttrs().front();
-   void* member = static_cast< char* >( at ) + row.offset;
    const Bounds& bounds = type.info().bounds;
-   if( !bounds.text ) return row.type->info().values->assign( member, value( *row.type )->object() );
-   if( row.code == TypeCode::string8 ) *static_cast< String8* >( member ) = text( static_cast< std::size_t >( bounds.max ) );
+   void* member = static_cast< char* >( at ) + row.offset;
+   if( !bounds.text ) row.type->info().values->assign( member, value( *row.type )->object() );
+   else if( row.code == TypeCode::string8 ) *static_cast< String8* >( member ) = text( static_cast< std::size_t >( bounds.max ) );
    else parseWhole( type, at, std::to_string( number( static_cast< U64 >( bounds.min ), bounds.max ) ) );
+}
+
+// In the attribute log's form: an Ethernet address is its bytes, an IP address has its version before them, an identifier is two words.
+void Maker::external( const Kel::Type& type, void* at ) {
+   LogOut bytes;
+   const bool isIp = type.qualifiedName() == "Quor::IpAddr";
+   if( isIp ) bytes.u8( 4 );
+   if( type.qualifiedName() == "Quor::IntfId" ) bytes.u64( number( 0, 0xffffffff ) ), bytes.u64( number( 0, 0xffffffff ) );
+   else for( int n = isIp ? 4 : 6; n > 0; --n ) bytes.u8( static_cast< U8 >( number( 0, 255 ) ) );
+   LogIn in( bytes.bytes() );
+   read( type, at, in );
 }
 
 If Maker::value( Kel::Type& type ) {
    Ptr< OwnedValueIf > made( new OwnedValueIf( type, nullptr, false ) );
-   void* at = made->storage();
-   LogOut bytes;
-   if( type.code() == TypeCode::scalar ) {
-      scalar( type, at );
-   } else if( type.code() == TypeCode::composite ) {
+   char* at = static_cast< char* >( made->storage() );
+   const auto enumerators = type.info().enumerators;
+   switch( type.code() ) {
+   case TypeCode::scalar: scalar( type, at ); break;
+   case TypeCode::external: external( type, at ); break;
+   case TypeCode::enumeration: std::memcpy( at, &enumerators[ random_() % enumerators.size() ].value, sizeof( U32 ) ); break;
+   case TypeCode::composite:
       for( const Attr& row : type.ownAttrs() ) {
-         if( row.kind == AttrKind::scalar ) row.type->info().values->assign( static_cast< char* >( at ) + row.offset, value( *row.type )->object() );
+         if( row.kind == AttrKind::scalar ) row.type->info().values->assign( at + row.offset, value( *row.type )->object() );
       }
-   } else if( type.code() == TypeCode::enumeration ) {
-      const auto all = type.info().enumerators;
-      std::memcpy( at, &all[ random_() % all.size() ].value, sizeof( U32 ) );
-   } else if( type.code() == TypeCode::external ) {
-      // In the attribute log's form: an address is its bytes, an identifier two words.
-      const bool isIp = type.qualifiedName() == "Quor::IpAddr";
-      if( isIp ) bytes.u8( 4 );
-      if( type.qualifiedName() == "Quor::IntfId" ) bytes.u64( number( 0, 0xffffffff ) ), bytes.u64( number( 0, 0xffffffff ) );
-      else for( int n = isIp ? 4 : 6; n > 0; --n ) bytes.u8( static_cast< U8 >( number( 0, 255 ) ) );
-      LogIn in( bytes.bytes() );
-      read( type, at, in );
-   } else {
-      plain( type.code(), at );
+      break;
+   default: plain( type, at );
    }
    return made;
 }
 
 If Maker::valueUnlike( Kel::Type& type, const void* other ) {
-   for( ;; ) {
-      If made = value( type );
-      if( !type.info().values->equal( made->object(), other ) ) return made;
-   }
+   If made;
+   do made = value( type );
+   while( type.info().values->equal( made->object(), other ) );
+   return made;
 }
 
 Ifs Maker::parameters( const Kel::Type& type, const Kel::Type* keyType ) {
    Ifs out;
-   if( type.info().takesName && ( !keyType || isName( *keyType ) ) ) out.push_back( value( BuiltIn::name ) );
+   if( keyType ? isNamedByKey( type, *keyType ) : type.info().takesName ) out.push_back( value( BuiltIn::name ) );
    for( U16 i = 0; i < type.attrCount(); ++i ) {
       const Attr& row = type.attr( i );
-      if( !row.has( Flags::constructorRole ) ) continue;
-      out.push_back( row.kind == AttrKind::ref ? If() : value( *row.type ) );
+      if( row.has( Flags::constructorRole ) ) out.push_back( row.kind == AttrKind::ref ? If() : value( *row.type ) );
    }
    return out;
 }
@@ -151,18 +144,6 @@ std::vector< const GenericIf* > pointers( const Ifs& all ) {
 
 Ptr< Entity > Maker::entity( const Kel::Type& type, const Ifs& parameters ) {
    return TypeRegistry::instance().newEntity( type.qualifiedName(), pointers( parameters ) );
-}
-
-Ptr< Entity > Maker::entity( const Kel::Type& type ) { return entity( type, parameters( type ) ); }
-
-std::vector< std::string > PerModule::names() {
-   std::vector< std::string > out;
-   for( const Module& m : modules() ) out.push_back( m.name );
-   return out;
-}
-
-const Module& PerModule::module() const {
-   return *std::find_if( modules().begin(), modules().end(), [ this ]( const Module& m ) { return m.name == GetParam(); } );
 }
 
 }

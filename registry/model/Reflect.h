@@ -16,8 +16,6 @@ using Ifs = std::vector< If >;
 
 /// The type object with this name. Throws when the library has none.
 Kel::Type& typeObject( const std::string& name );
-/// Whether entities are named by values of this type as they are.
-inline bool isName( const Kel::Type& type ) { return type.code() == Kel::TypeCode::name || type.code() == Kel::TypeCode::string8; }
 /// How reflection tells one attribute, in the words of Model.txt.
 std::string lineOf( const Kel::Attr& row, const Kel::Type& owner );
 
@@ -28,20 +26,22 @@ class Maker {
    If value( Kel::Type& type );
    /// One that differs from `other`.
    If valueUnlike( Kel::Type& type, const void* other );
-   /// The constructor parameters of an entity type, in order. A child in a collection that is keyed by something else than its name gets none.
+   /// The constructor parameters of an entity type, in order. A child in a collection with keys of `keyType` that are not its name gets none.
    Ifs parameters( const Kel::Type& type, const Kel::Type* keyType = nullptr );
-   Kel::Ptr< Kel::Entity > entity( const Kel::Type& type );
+   Kel::Ptr< Kel::Entity > entity( const Kel::Type& type ) { return entity( type, parameters( type ) ); }
    Kel::Ptr< Kel::Entity > entity( const Kel::Type& type, const Ifs& parameters );
 
  private:
    Kel::U64 number( Kel::U64 min, Kel::U64 max );
    std::string text( std::size_t max, Kel::U8 min = 0 );
-   void plain( Kel::TypeCode code, void* at );
+   void plain( const Kel::Type& type, void* at );
    void scalar( const Kel::Type& type, void* at );
+   void external( const Kel::Type& type, void* at );
    std::mt19937_64 random_{ 1 };
 };
 
 std::vector< const Kel::GenericIf* > pointers( const Ifs& all );
+
 /// The text of the exception of type `E` that `action` throws; "nothing" when it throws none.
 template< class E, class Action >
 std::string thrown( const Action& action ) {
@@ -53,10 +53,11 @@ std::string thrown( const Action& action ) {
    return "nothing";
 }
 
-/// One case per module, with the module's name.
-struct PerModule : testing::TestWithParam< std::string > {
-   static std::vector< std::string > names();
-   const Module& module() const;
+/// How a case tells its module.
+inline void PrintTo( const Module& module, std::ostream* out ) { *out << module.name; }
+/// One case per module of the table.
+struct PerModule : testing::TestWithParam< Module > {
+   static std::string name( const testing::TestParamInfo< Module >& of ) { return of.param.name; }
 };
 
 }
