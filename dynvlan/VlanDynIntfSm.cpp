@@ -103,8 +103,10 @@ void Merge::take( DynVlanIntfConfigSm& machine, const Quor::IntfId& intfId ) {
    const SourcePriorityPair owner = machine.sourcePriority();
    list_->sourcePriorityIs( intfId, owner );
    if( list_->sourcePriority( intfId ) != owner ) return;
-   if( const auto config = requestOf( machine, intfId ) ) reactor_->preIntfListIs( config );
-   else reassign( owner, owner, intfId );
+   if( const auto config = requestOf( machine, intfId ) ) return reactor_->preIntfListIs( config );
+   // Its source may have gone and come again, with another machine under the same key that has taken the interface itself.
+   const auto current = reactor_->dynVlanIntfConfigSm( owner );
+   if( !current || !requestOf( *current, intfId ) ) reassign( owner, owner, intfId );
 }
 
 /// Takes an interface from its owner. False when it has an owner afterwards, the same or another.
@@ -267,8 +269,7 @@ void DynVlanIntfConfigSm::handleDynVlanConfig( const Quor::IntfId& id ) {
       merge.displace( prevPri, *this, intfId );
       again = true;
    }
-   if( merge.isOwned( intfId ) ) merge.settle( intfId );
-   else merge.setAlternate( myPri, intfId, merge.list().intfConfigError( intfId ) );
+   merge.settle( intfId );
 }
 
 void DynVlanIntfConfigSm::handleDynVlanConfigAgain() {
