@@ -378,7 +378,8 @@ void DynVlanIntfReactor::handleDynVlanIntfDir( const Kel::Name& of ) {
       if( requestsOf( *this, name ) ) handleDynVlanIntfDir( name );
       return;
    }
-   const SourcePriorityPair key( name, requests->configPriority() );
+   // A source that is known stays at its key until its priority machine has heard of a new priority.
+   const SourcePriorityPair key( name, machine ? machine->sourcePriority().priority() : requests->configPriority() );
    if( auto t = passage() ) t << " add source " << name << " priority " << key.priority();
    // A machine in the way is being let go further up, where the source is looked at again then.
    if( const auto former = dynVlanIntfConfigSm( key ); former && former->kelHasGone() ) return;
