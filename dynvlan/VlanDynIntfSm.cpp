@@ -335,9 +335,9 @@ void DynVlanIntfConfigPrioritySm::handleConfigPriority() {
       reactor->dynVlanIntfConfigSmDel( key );
       key = next;
    }
-   if( parent() || requestsOf( *reactor, name() ) == requests ) return;
-   // The source was taken away meanwhile, and only one of its two machines with it.
-   reactor->dynVlanIntfConfigSmDel( key );
+   if( parent() ) return;
+   // The source was taken away meanwhile, with only one of its two machines, and may have come back.
+   if( requestsOf( *reactor, name() ) != requests ) reactor->dynVlanIntfConfigSmDel( key );
    reactor->handleDynVlanIntfDir( name() );
 }
 
