@@ -335,9 +335,11 @@ void DynVlanIntfConfigPrioritySm::handleConfigPriority() {
       reactor->dynVlanIntfConfigSmDel( key );
       key = next;
    }
-   if( parent() ) return;
-   // The source was taken away meanwhile, with only one of its two machines, and may have come back.
-   if( requestsOf( *reactor, name() ) != requests ) reactor->dynVlanIntfConfigSmDel( key );
+   const auto made = reactor->dynVlanIntfConfigSm( key );
+   if( parent() && made && !made->kelHasGone() ) return;
+   // The source was taken away meanwhile, with only one of its two machines, and may have come back; or its priority went back and forth while
+   // the machine for it was being let go.
+   if( made && made->dynVlanConfig() == requests && requestsOf( *reactor, name() ) != requests ) reactor->dynVlanIntfConfigSmDel( key );
    reactor->handleDynVlanIntfDir( name() );
 }
 
@@ -370,8 +372,9 @@ void DynVlanIntfReactor::handleDynVlanIntfDir( const Kel::Name& of ) {
    const auto self = kept( this );
    const auto requests = requestsOf( *this, name );
    const auto machine = machineOf( *this, name );
+   const auto former = dynVlanIntfConfigPrioritySm( name );
    // A directory may have been replaced before its end was heard of here; then the old one goes first.
-   if( !requests || ( machine && machine->dynVlanConfig() != requests ) ) {
+   if( !requests || ( machine && machine->dynVlanConfig() != requests ) || ( former && former->dynVlanConfig() != requests ) ) {
       if( auto t = passage() ) t << "remove source " << name;
       dynVlanIntfConfigPrioritySmDel( name );
       if( machine ) dynVlanIntfConfigSmDel( machine->sourcePriority() );
@@ -382,7 +385,7 @@ void DynVlanIntfReactor::handleDynVlanIntfDir( const Kel::Name& of ) {
    const SourcePriorityPair key( name, machine ? machine->sourcePriority().priority() : requests->configPriority() );
    if( auto t = passage() ) t << " add source " << name << " priority " << key.priority();
    // A machine in the way is being let go further up, where the source is looked at again then.
-   if( const auto former = dynVlanIntfConfigSm( key ); former && former->kelHasGone() ) return;
+   if( const auto inTheWay = dynVlanIntfConfigSm( key ); inTheWay && inTheWay->kelHasGone() ) return;
    newDynVlanIntfConfigSm( key, requests );
    if( requestsOf( *this, name ) != requests ) return;
    const auto priority = newDynVlanIntfConfigPrioritySm( name, requests );
