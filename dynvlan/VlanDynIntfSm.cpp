@@ -62,6 +62,15 @@ Kel::Ptr< VlanIntfConfigDir > requestsOf( const DynVlanIntfReactor& reactor, con
    return sources ? Kel::dynamicCast< VlanIntfConfigDir >( sources->entry( source ) ) : nullptr;
 }
 
+/// Lets the machines of a source over `requests` go, but for the one under `keep`. There is one, unless a re-keying was disturbed.
+void dropMachines( DynVlanIntfReactor& reactor, const Kel::Name& source, const Kel::Ptr< VlanIntfConfigDir >& requests,
+                   const SourcePriorityPair* keep ) {
+   for( auto i = reactor.dynVlanIntfConfigSmIterConst(); i; ++i ) {
+      if( i.key().source() != source || ( keep && i.key() == *keep ) || i.value()->kelHasGone() ) continue;
+      if( i.value()->dynVlanConfig() == requests ) reactor.dynVlanIntfConfigSmDel( i.key() );
+   }
+}
+
 using IntfIds = std::vector< Quor::IntfId >;
 
 /// The steps that handlers have in common. It keeps the reactor and the list while it lives.
@@ -332,14 +341,14 @@ void DynVlanIntfConfigPrioritySm::handleConfigPriority() {
       const SourcePriorityPair next( name(), requests->configPriority() );
       if( auto t = decision() ) t << " replace previous priority " << key.priority() << " with new priority " << next.priority();
       reactor->newDynVlanIntfConfigSm( next, requests );
-      reactor->dynVlanIntfConfigSmDel( key );
+      dropMachines( *reactor, name(), requests, &next );
       key = next;
    }
    const auto made = reactor->dynVlanIntfConfigSm( key );
    if( parent() && made && !made->kelHasGone() ) return;
    // The source was taken away meanwhile, with only one of its two machines, and may have come back; or its priority went back and forth while
    // the machine for it was being let go.
-   if( made && made->dynVlanConfig() == requests && requestsOf( *reactor, name() ) != requests ) reactor->dynVlanIntfConfigSmDel( key );
+   if( requestsOf( *reactor, name() ) != requests ) dropMachines( *reactor, name(), requests, nullptr );
    reactor->handleDynVlanIntfDir( name() );
 }
 
