@@ -62,6 +62,15 @@ Kel::Ptr< VlanIntfConfigDir > requestsOf( const DynVlanIntfReactor& reactor, con
    return sources ? Kel::dynamicCast< VlanIntfConfigDir >( sources->entry( source ) ) : nullptr;
 }
 
+/// Lets the machines of a source over `requests` go, but for the one under `keep`. There is one, unless a re-keying was disturbed.
+void dropMachines( DynVlanIntfReactor& reactor, const Kel::Name& source, const Kel::Ptr< VlanIntfConfigDir >& requests,
+                   const SourcePriorityPair* keep ) {
+   for( auto i = reactor.dynVlanIntfConfigSmIterConst(); i; ++i ) {
+      if( i.key().source() != source || ( keep && i.key() == *keep ) || i.value()->kelHasGone() ) continue;
+      if( i.value()->dynVlanConfig() == requests ) reactor.dynVlanIntfConfigSmDel( i.key() );
+   }
+}
+
 using IntfIds = std::vector< Quor::IntfId >;
 
 /// The steps that handlers have in common. It keeps the reactor and the list while it lives.
@@ -103,8 +112,10 @@ void Merge::take( DynVlanIntfConfigSm& machine, const Quor::IntfId& intfId ) {
    const SourcePriorityPair owner = machine.sourcePriority();
    list_->sourcePriorityIs( intfId, owner );
    if( list_->sourcePriority( intfId ) != owner ) return;
-   if( const auto config = requestOf( machine, intfId ) ) reactor_->preIntfListIs( config );
-   else reassign( owner, owner, intfId );
+   if( const auto config = requestOf( machine, intfId ) ) return reactor_->preIntfListIs( config );
+   // Its source may have gone and come again, with another machine under the same key that has taken the interface itself.
+   const auto current = reactor_->dynVlanIntfConfigSm( owner );
+   if( !current || !requestOf( *current, intfId ) ) reassign( owner, owner, intfId );
 }
 
 /// Takes an interface from its owner. False when it has an owner afterwards, the same or another.
@@ -267,8 +278,7 @@ void DynVlanIntfConfigSm::handleDynVlanConfig( const Quor::IntfId& id ) {
       merge.displace( prevPri, *this, intfId );
       again = true;
    }
-   if( merge.isOwned( intfId ) ) merge.settle( intfId );
-   else merge.setAlternate( myPri, intfId, merge.list().intfConfigError( intfId ) );
+   merge.settle( intfId );
 }
 
 void DynVlanIntfConfigSm::handleDynVlanConfigAgain() {
@@ -331,12 +341,14 @@ void DynVlanIntfConfigPrioritySm::handleConfigPriority() {
       const SourcePriorityPair next( name(), requests->configPriority() );
       if( auto t = decision() ) t << " replace previous priority " << key.priority() << " with new priority " << next.priority();
       reactor->newDynVlanIntfConfigSm( next, requests );
-      reactor->dynVlanIntfConfigSmDel( key );
+      dropMachines( *reactor, name(), requests, &next );
       key = next;
    }
-   if( parent() || requestsOf( *reactor, name() ) == requests ) return;
-   // The source was taken away meanwhile, and only one of its two machines with it.
-   reactor->dynVlanIntfConfigSmDel( key );
+   const auto made = reactor->dynVlanIntfConfigSm( key );
+   if( parent() && made && !made->kelHasGone() ) return;
+   // The source was taken away meanwhile, with only one of its two machines, and may have come back; or its priority went back and forth while
+   // the machine for it was being let go.
+   if( requestsOf( *reactor, name() ) != requests ) dropMachines( *reactor, name(), requests, nullptr );
    reactor->handleDynVlanIntfDir( name() );
 }
 
@@ -369,18 +381,20 @@ void DynVlanIntfReactor::handleDynVlanIntfDir( const Kel::Name& of ) {
    const auto self = kept( this );
    const auto requests = requestsOf( *this, name );
    const auto machine = machineOf( *this, name );
+   const auto former = dynVlanIntfConfigPrioritySm( name );
    // A directory may have been replaced before its end was heard of here; then the old one goes first.
-   if( !requests || ( machine && machine->dynVlanConfig() != requests ) ) {
+   if( !requests || ( machine && machine->dynVlanConfig() != requests ) || ( former && former->dynVlanConfig() != requests ) ) {
       if( auto t = passage() ) t << "remove source " << name;
       dynVlanIntfConfigPrioritySmDel( name );
       if( machine ) dynVlanIntfConfigSmDel( machine->sourcePriority() );
       if( requestsOf( *this, name ) ) handleDynVlanIntfDir( name );
       return;
    }
-   const SourcePriorityPair key( name, requests->configPriority() );
+   // A source that is known stays at its key until its priority machine has heard of a new priority.
+   const SourcePriorityPair key( name, machine ? machine->sourcePriority().priority() : requests->configPriority() );
    if( auto t = passage() ) t << " add source " << name << " priority " << key.priority();
    // A machine in the way is being let go further up, where the source is looked at again then.
-   if( const auto former = dynVlanIntfConfigSm( key ); former && former->kelHasGone() ) return;
+   if( const auto inTheWay = dynVlanIntfConfigSm( key ); inTheWay && inTheWay->kelHasGone() ) return;
    newDynVlanIntfConfigSm( key, requests );
    if( requestsOf( *this, name ) != requests ) return;
    const auto priority = newDynVlanIntfConfigPrioritySm( name, requests );

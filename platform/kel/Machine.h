@@ -72,6 +72,7 @@ template< class K, class Reactor >
 void unfollowEntity( ReactorMap< K, Reactor >& reactors, const K& key ) {
    Ptr< Reactor > reactor;
    if( !reactors.erase( key, &reactor ) ) return;
+   reactor->hasNotificationActiveIs( false );   // its end may cause changes that it must not react to
    reactor->kelGone();
    reactor->deactivate();
 }
