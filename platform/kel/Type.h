@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstring>
 #include <kel/Types.h>
 #include <kel/Name.h>
 #include <new>
@@ -283,8 +284,20 @@ constexpr TypeCode codeOf() {
 template< class T > struct CodeOf { static constexpr TypeCode code = codeOf< T >(); };
 template< class T > struct CodeOf< Ptr< T > > { static constexpr TypeCode code = TypeCode::entity; };
 
+/// A value at its place. A number may stand at any alignment: 64-bit ones in values are aligned to 4.
 template< class T >
-U32 hashValue( const void* v ) { return hashOf( *static_cast< const T* >( v ) ); }
+decltype( auto ) valueAt( const void* at ) {
+   if constexpr( std::is_arithmetic_v< T > ) {
+      T v;
+      std::memcpy( &v, at, sizeof v );
+      return v;
+   } else {
+      return *static_cast< const T* >( at );
+   }
+}
+
+template< class T >
+U32 hashValue( const void* v ) { return hashOf( valueAt< T >( v ) ); }
 
 template< class T >
 concept Hashable = requires( const T& v ) { hashOf( v ); } &&
@@ -293,10 +306,13 @@ concept Hashable = requires( const T& v ) { hashOf( v ); } &&
 template< class T >
 constexpr ValueOps makeValueOps() {
    return { []( void* at ) { ::new( at ) T(); },
-            []( void* at, const void* from ) { ::new( at ) T( *static_cast< const T* >( from ) ); },
-            []( void* to, const void* from ) { *static_cast< T* >( to ) = *static_cast< const T* >( from ); },
+            []( void* at, const void* from ) { ::new( at ) T( valueAt< T >( from ) ); },
+            []( void* to, const void* from ) {
+               if constexpr( std::is_arithmetic_v< T > ) std::memmove( to, from, sizeof( T ) );
+               else *static_cast< T* >( to ) = *static_cast< const T* >( from );
+            },
             []( void* at ) noexcept { static_cast< T* >( at )->~T(); },
-            []( const void* a, const void* b ) -> bool { return *static_cast< const T* >( a ) == *static_cast< const T* >( b ); },
+            []( const void* a, const void* b ) -> bool { return valueAt< T >( a ) == valueAt< T >( b ); },
             []() -> U32 ( * )( const void* ) {
                if constexpr( Hashable< T > ) return &hashValue< T >;
                else return nullptr;

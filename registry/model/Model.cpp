@@ -23,7 +23,8 @@ std::smatch matched( const std::string& line, const std::regex& form ) {
 }
 
 Type type( const std::string& line ) {
-   static const std::regex form( R"((enum|scalar|value|wrapped|entity|machine) ([\w:]+)(?:\( (.*) \))?(?: : (\S+))?((?: [\w.]+)*)(?: = (.*))?)" );
+   static const std::regex form( R"((enum|scalar|value|wrapped|entity|machine) ([\w:]+)(?:\( (.*) \))?)"
+                                 R"((?: : (\S+))?((?: [\w.]+)*)(?: = (.*))?)" );
    const auto parts = matched( line, form );
    Type t;
    t.kind = parts[ 1 ];
@@ -45,7 +46,8 @@ Type type( const std::string& line ) {
 
 Attribute attribute( const std::string& line ) {
    static const std::regex form( R"( +(?:(key|param|paramvar|const|derived|any|control|narrow|inherited|owner|op) )?([\w*]+))"
-                                 R"((?: :(?: (map|ordered|queue|table) (\S+) ->)?(?: (ref|nonnull|child|optional|watch|to))? ([\w:]+)(?: by (\w+))?(?: = (.*))?)?)" );
+                                 R"((?: :(?: (map|ordered|queue|table) (\S+) ->)?(?: (ref|nonnull|child|optional|watch|to))?)"
+                                 R"( ([\w:]+)(?: by (\w+))?(?: = (.*))?)?)" );
    const auto parts = matched( line, form );
    Attribute a{ parts[ 1 ], parts[ 2 ], parts[ 3 ], parts[ 4 ], parts[ 5 ], parts[ 6 ], parts[ 7 ], {}, {}, {} };
    if( parts[ 8 ].matched ) a.start = parts[ 8 ];
@@ -57,7 +59,9 @@ void member( Type& t, const std::string& line ) {
    const Words words = split( line );
    std::smatch parts;
    if( t.kind == "enum" ) {
-      for( std::size_t i = 0; i < words.size(); i += 2 ) t.enumerators.emplace_back( std::stoul( words[ i ] ), words.at( i + 1 ) );
+      for( std::size_t i = 0; i < words.size(); i += 2 ) {
+         t.enumerators.emplace_back( std::stoul( words[ i ] ), words.at( i + 1 ) );
+      }
    } else if( words[ 0 ] == "again" ) {
       t.again.assign( words.begin() + 1, words.end() );
    } else if( std::regex_match( line, parts, limit ) ) {

@@ -73,7 +73,8 @@ void Maker::plain( const Kel::Type& type, void* at ) {
    } else if( type.code() == TypeCode::name ) {
       *static_cast< Name* >( at ) = "n" + text( 20, 1 );   // exceptions tell names, and a zero byte would end their text
    } else if( type.code() == TypeCode::f64 ) {
-      const double v = std::ldexp( static_cast< double >( static_cast< S64 >( random_() ) ), static_cast< int >( random_() % 200 ) - 100 );
+      const auto digits = static_cast< double >( static_cast< S64 >( random_() ) );
+      const double v = std::ldexp( digits, static_cast< int >( random_() % 200 ) - 100 );
       std::memcpy( at, &v, sizeof v );
    } else {
       const U64 v = number( 0, type.code() == TypeCode::boolean ? 1 : ~U64( 0 ) >> ( 64 - 8 * type.size() ) );
@@ -90,7 +91,8 @@ void Maker::scalar( const Kel::Type& type, void* at ) {
    else parseWhole( type, at, std::to_string( number( static_cast< U64 >( bounds.min ), bounds.max ) ) );
 }
 
-// In the attribute log's form: an Ethernet address is its bytes, an IP address has its version before them, an identifier is two words.
+// In the attribute log's form: an Ethernet address is its bytes, an IP address has its version before them, an identifier is two
+// words.
 void Maker::external( const Kel::Type& type, void* at ) {
    LogOut bytes;
    const bool isIp = type.qualifiedName() == "Quor::IpAddr";
@@ -104,11 +106,14 @@ void Maker::external( const Kel::Type& type, void* at ) {
 If Maker::value( Kel::Type& type ) {
    Ptr< OwnedValueIf > made( new OwnedValueIf( type, nullptr, false ) );
    char* at = static_cast< char* >( made->storage() );
-   const auto enumerators = type.info().enumerators;
    switch( type.code() ) {
    case TypeCode::scalar: scalar( type, at ); break;
    case TypeCode::external: external( type, at ); break;
-   case TypeCode::enumeration: std::memcpy( at, &enumerators[ random_() % enumerators.size() ].value, sizeof( U32 ) ); break;
+   case TypeCode::enumeration: {
+      const auto all = type.info().enumerators;
+      std::memcpy( at, &all[ static_cast< std::size_t >( number( 0, all.size() - 1 ) ) ].value, sizeof( U32 ) );
+      break;
+   }
    case TypeCode::composite:
       for( const Attr& row : type.ownAttrs() ) {
          if( row.kind == AttrKind::scalar ) row.type->info().values->assign( at + row.offset, value( *row.type )->object() );

@@ -26,7 +26,7 @@ class Maker {
    If value( Kel::Type& type );
    /// One that differs from `other`.
    If valueUnlike( Kel::Type& type, const void* other );
-   /// The constructor parameters of an entity type, in order. A child in a collection with keys of `keyType` that are not its name gets none.
+   /// The constructor parameters of an entity type, in order. A child under keys of `keyType` gets no name but its key.
    Ifs parameters( const Kel::Type& type, const Kel::Type* keyType = nullptr );
    Kel::Ptr< Kel::Entity > entity( const Kel::Type& type ) { return entity( type, parameters( type ) ); }
    Kel::Ptr< Kel::Entity > entity( const Kel::Type& type, const Ifs& parameters );

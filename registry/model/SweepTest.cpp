@@ -16,7 +16,7 @@ using namespace Kel;
 using Kind = AttributeOp::Kind;
 using Flags = KelAttrIntrospectionFlags;
 
-// --- values ----------------------------------------------------------------------------------------------------------------------------
+// --- values ----------------------------------------------------------------------------------------------------------------
 
 std::string fault( Kel::Type& type, const std::string& text ) {
    OwnedValueIf into( type, nullptr, false );
@@ -59,7 +59,8 @@ void expectRefusals( const Type& want, Kel::Type& type, const If& value ) {
    for( const std::string& text : outside( want ) ) {
       EXPECT_EQ( want.refusal, fault( type, text ) );
       const If held = typeObject( want.base ).genericIf( String8( text ), true );
-      EXPECT_EQ( want.refusal, thrown< RangeException >( [ & ] { value->attributeOp( { 0, Kind::set }, held.ptr(), nullptr ); } ) );
+      const auto set = [ & ] { value->attributeOp( { 0, Kind::set }, held.ptr(), nullptr ); };
+      EXPECT_EQ( want.refusal, thrown< RangeException >( set ) );
       EXPECT_EQ( before, value->stringValue().str() );
    }
 }
@@ -81,7 +82,7 @@ void expectFaults( const Type& want, Kel::Type& type ) {
    }
 }
 
-// --- entities --------------------------------------------------------------------------------------------------------------------------
+// --- entities --------------------------------------------------------------------------------------------------------------
 
 using Heard = std::vector< std::pair< U16, bool > >;
 
@@ -93,15 +94,17 @@ struct Watch : NotifieeBase {
 };
 
 If asIf( const Ptr< Entity >& entity ) { return entity->fwkType().genericIf( entity.ptr(), false ); }
-Entity* entityOf( const If& adapter ) { return adapter ? static_cast< Entity* >( const_cast< void* >( adapter->object() ) ) : nullptr; }
+Entity* entityOf( const If& adapter ) {
+   return adapter ? static_cast< Entity* >( const_cast< void* >( adapter->object() ) ) : nullptr;
+}
 std::string textOf( const If& value ) { return value ? value->stringValue().str() : "null"; }
 
 /// One attribute of one entity under test.
 class Subject {
  public:
    Subject( const Ptr< Entity >& owner, U16 index, Maker& maker )
-       : entity( owner ), type( owner->fwkType() ), row( type.attr( index ) ), adapter_( asIf( owner ) ), watch_( new Watch( *owner ) ), attr_( index ),
-         make( maker ) {}
+       : entity( owner ), type( owner->fwkType() ), row( type.attr( index ) ), make( maker ), adapter_( asIf( owner ) ),
+         watch_( new Watch( *owner ) ), attr_( index ) {}
 
    If get( const If& key = {} ) { return perform( Kind::get, {}, key ); }
    /// An element that carries its key needs no other.
@@ -159,21 +162,20 @@ class Subject {
    const Ptr< Entity > entity;
    const Kel::Type& type;
    const Attr& row;
+   Maker& make;
 
  private:
    const If adapter_;
    const Ptr< Watch > watch_;
    const U16 attr_;
-
- public:
-   Maker& make;
 };
 
 void refusesNull( Subject& s ) {
    const If key = s.row.keyType ? s.absentKey() : If();
    const std::string name = s.row.name;
+   const std::string fullName = std::string( s.type.qualifiedName() ) + "::" + name;
    s.silent( [ & ] {
-      EXPECT_EQ( "null _" + name + " parameter to mutator for " + std::string( s.type.qualifiedName() ) + "::" + name + " not allowed",
+      EXPECT_EQ( "null _" + name + " parameter to mutator for " + fullName + " not allowed",
                  thrown< RangeException >( [ & ] { s.set( {}, key ); } ) );
    } );
 }
@@ -232,10 +234,10 @@ void sweepValues( Subject& s, bool isOrdered ) {
       EXPECT_EQ( textOf( value ), textOf( s.get( key ) ) );
       put.insert( textOf( key ) );
    }
-   std::vector< long > numbers;
+   std::vector< long long > numbers;
    for( const If& key : s.keys() ) {
       met.insert( textOf( key ) );
-      numbers.push_back( std::atol( textOf( key ).c_str() ) );
+      numbers.push_back( std::atoll( textOf( key ).c_str() ) );
    }
    EXPECT_EQ( put, met );
    // Only keys that are numbers tell by their text whether they ascend.
@@ -256,7 +258,8 @@ void sweepQueue( Subject& s ) {
    }
    for( const If& key : s.keys() ) met.push_back( textOf( s.get( key ) ) );
    EXPECT_EQ( put, met );
-   const If second = s.keys()[ 1 ], current = s.get( second ), other = s.make.valueUnlike( *s.row.type, current->object() );
+   const If second = s.keys()[ 1 ], current = s.get( second );
+   const If other = s.make.valueUnlike( *s.row.type, current->object() );
    s.silent( [ & ] { s.set( current, second ); } );
    s.once( [ & ] { s.set( other, second ); } );
    s.once( [ & ] { EXPECT_EQ( put[ 0 ], textOf( s.perform( Kind::deq ) ) ); } );
@@ -273,15 +276,17 @@ void sweepAgain( Subject& s, const Ifs& parameters, Entity* child ) {
       if( !row.has( Flags::constructorRole ) || place++ == 0 ) continue;
       Ifs changed = parameters;
       If &value = changed[ place - 1 ], again;
-      value = row.kind == AttrKind::ref ? asIf( s.make.entity( *row.type ) ) : s.make.valueUnlike( *row.type, value->object() );
+      value = row.kind == AttrKind::ref ? asIf( s.make.entity( *row.type ) ) :
+                                          s.make.valueUnlike( *row.type, value->object() );
       std::string refusal;
       s.silent( [ & ] { refusal = thrown< NameInUseException >( [ & ] { again = s.create( changed ); } ); } );
       if( row.has( Flags::writable ) ) {
          EXPECT_EQ( child, entityOf( again ) ) << refusal;
          continue;
       }
-      EXPECT_EQ( "Reinstantiating the entity with name " + child->name().str() + " where constructor parameter attribute _" + row.name +
-                    " has a different value of " + textOf( value ) + " than the current value of " + textOf( parameters[ place - 1 ] ) + " not allowed",
+      EXPECT_EQ( "Reinstantiating the entity with name " + child->name().str() + " where constructor parameter attribute _" +
+                    row.name + " has a different value of " + textOf( value ) + " than the current value of " +
+                    textOf( parameters[ place - 1 ] ) + " not allowed",
                  refusal );
    }
 }
@@ -313,7 +318,8 @@ void sweepChildren( Subject& s, const Attribute* want ) {
 void sweepReferences( Subject& s, const Attribute* want ) {
    const If target = asIf( s.make.entity( *s.row.type ) );
    If key = s.absentKey();
-   if( want && !want->by.empty() ) target->attributeOp( { static_cast< U16 >( target->attributeId( want->by ) ) }, nullptr, key );
+   const S32 by = want && !want->by.empty() ? target->attributeId( want->by ) : -1;
+   if( by >= 0 ) target->attributeOp( { static_cast< U16 >( by ) }, nullptr, key );
    s.once( [ & ] { s.set( target, key ); } );
    s.silent( [ & ] { s.set( target, key ); } );
    EXPECT_EQ( entityOf( target ), entityOf( s.get( key ) ) );
@@ -323,7 +329,7 @@ void sweepReferences( Subject& s, const Attribute* want ) {
    s.silent( [ & ] { s.del( key ); } );
 }
 
-// --- the attribute log -----------------------------------------------------------------------------------------------------------------
+// --- the attribute log -----------------------------------------------------------------------------------------------------
 
 // Gives it content that has no ties to other entities.
 void fill( Subject& s ) {
@@ -343,7 +349,7 @@ void fill( Subject& s ) {
 }
 
 std::set< std::string > content( Subject& s ) {
-   const auto told = []( const If& value ) { return value->type().isEntity() ? entityOf( value )->name().str() : textOf( value ); };
+   const auto told = []( const If& v ) { return v->type().isEntity() ? entityOf( v )->name().str() : textOf( v ); };
    if( !s.row.keyType ) return { told( s.get() ) };
    std::set< std::string > all;
    for( const If& key : s.keys() ) all.insert( textOf( key ) + ": " + told( s.get( key ) ) );
@@ -381,7 +387,7 @@ class SweepTest : public PerModule {
    /// Joins a table of its own.
    void setUp( Subject& s ) {
       auto* control = reinterpret_cast< Plexo::TableControl* >( reinterpret_cast< char* >( s.entity.ptr() ) + s.row.offset );
-      control->setUp( { .name = s.row.name, .mode = Plexo::TableMode::writer, .initialRecords = 128, .maxRecords = 128, .directory = directory_ } );
+      control->setUp( { .name = s.row.name, .mode = Plexo::TableMode::writer, .directory = directory_ } );
    }
    void SetUp() override { ASSERT_TRUE( mkdtemp( directory_.data() ) ); }
    void TearDown() override { std::filesystem::remove_all( directory_ ); }
