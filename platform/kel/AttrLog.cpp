@@ -215,10 +215,19 @@ void AttrLogProxy::update( LogIn& in ) {
          OwnedValueIf value( *row.type, nullptr, false );
          read( *row.type, value.storage(), in );
          // A constructor parameter came with the entity; it can't differ.
-         if( row.has( KelAttrIntrospectionFlags::writable ) ) entity_.attrIs( attr, value.object() );
+         if( row.has( KelAttrIntrospectionFlags::writable ) ) setScalar( attr, row, value.object() );
       }
    }
    revision_ = revision;
+}
+
+// A setter may store what it refuses. The sender holds such a value then, and so does its copy now: that is no fault of the difference.
+void AttrLogProxy::setScalar( U16 attr, const Attr& row, const void* value ) {
+   try {
+      entity_.attrIs( attr, value );
+   } catch( const RangeException& ) {
+      if( !row.type->info().values->equal( memberOf( entity_, row ), value ) ) throw;
+   }
 }
 
 namespace {

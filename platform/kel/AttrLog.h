@@ -84,6 +84,7 @@ class AttrLogProxy {
    U64 revision() const { return revision_; }
 
  private:
+   void setScalar( U16 attr, const Attr& row, const void* value );
    void updateCollection( U16 attr, const Attr& row, LogIn& in );
    void setElement( U16 attr, const Attr& row, void* map, const void* key, LogIn& in );
 
