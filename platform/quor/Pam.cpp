@@ -18,9 +18,11 @@ Pam::~Pam() {
    if( notifiee_ ) notifiee_->pam_ = nullptr;
 }
 
+void Pam::alreadyAttached() { throw Kel::InternalException( "packet endpoint or its notifiee is already attached" ); }
+
 void Pam::notifieeIs( PamNotifiee* notifiee ) {
    if( notifiee == notifiee_ ) return;
-   if( notifiee && ( notifiee_ || notifiee->pam_ ) ) throw Kel::InternalException( "packet endpoint or its notifiee is already attached" );
+   if( notifiee && ( notifiee_ || notifiee->pam_ ) ) alreadyAttached();
    if( notifiee_ ) notifiee_->pam_ = nullptr;
    notifiee_ = notifiee;
    if( notifiee ) notifiee->pam_ = this;

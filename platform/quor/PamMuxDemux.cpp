@@ -4,7 +4,8 @@
 #include <kel/GenericIf.h>
 #include <vector>
 
-// Whoever is called from here, above or below, may let go of the machine or take endpoints out, so nothing of it is used behind such a call.
+// Whoever is called from here, above or below, may let go of the machine or take endpoints out, so nothing of it is used behind
+// such a call.
 
 namespace Quor {
 
@@ -48,7 +49,7 @@ PamMuxDemux::~PamMuxDemux() {
 
 void PamMuxDemux::onePamIs( const Kel::Ptr< Pam >& onePam ) {
    if( onePam == onePam_ ) return;
-   if( onePam && onePam->notifiee() ) throw Kel::InternalException( "packet endpoint or its notifiee is already attached" );
+   if( onePam && onePam->notifiee() ) Pam::alreadyAttached();
    if( onePam_ ) onePam_->notifieeIs( nullptr );
    onePam_ = onePam;
    if( onePam_ ) onePam_->notifieeIs( &lower_ );
