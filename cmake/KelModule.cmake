@@ -1,18 +1,19 @@
 # Type definitions in a build.
 #
-#   kel_module(VlanId DEFINITION VlanId.kel [SOURCES VlanId.cpp ...] [LINKS Kel::Kel ...] [LIBRARY Vanta] [IMPORT_DIRS DIR[=PREFIX] ...])
+#   kel_module(VlanId DEFINITION VlanId.kel [SOURCES VlanId.cpp ...] [LINKS Kel::Kel ...] [LIBRARY Vanta]
+#              [IMPORT_DIRS DIR[=PREFIX] ...])
 #
-# compiles a definition file and, with it, the hand-written bodies of its types into the object library Vanta_VlanId. The header is
-# included as <Vanta/VlanId.h>; the schema (JSON) and the reference page (Markdown) are written to <build>/schema/Vanta. Modules that
-# the definition imports must have been added before.
+# compiles a definition file and, with it, the hand-written bodies of its types into the object library Vanta_VlanId. The header
+# is included as <Vanta/VlanId.h>; the schema (JSON) and the reference page (Markdown) are written to <build>/schema/Vanta.
+# Modules that the definition imports must have been added before.
 #
 #   kel_library(Vanta MODULES VlanId Bridging ... [LINKS ...] [SOURCES ...] [DESCRIPTION text])
 #
 # makes the shared library libVanta (target Vanta, alias Vanta::Vanta) of modules in their LOAD ORDER, with the one source that
 # registers them.
 #
-# Imports are looked for in KEL_IMPORT_DIRS and the module's own IMPORT_DIRS, each a list of DIR or DIR=PREFIX: the generated headers of
-# what is imported from DIR are included as <PREFIX/Module.h>, without =PREFIX as the module's own.
+# Imports are looked for in KEL_IMPORT_DIRS and the module's own IMPORT_DIRS, each a list of DIR or DIR=PREFIX: the generated
+# headers of what is imported from DIR are included as <PREFIX/Module.h>, without =PREFIX as the module's own.
 
 include_guard(GLOBAL)
 
@@ -26,10 +27,10 @@ else()
 endif()
 if(NOT DEFINED KEL_IMPORT_DIRS)
    if(PACKAGE_PREFIX_DIR)
-      set(KEL_IMPORT_DIRS ${PACKAGE_PREFIX_DIR}/share/kel=Vanta ${CMAKE_SOURCE_DIR})
+      set(KEL_IMPORT_DIRS ${PACKAGE_PREFIX_DIR}/share/kel=Vanta ${PACKAGE_PREFIX_DIR}/share/kel/intfbase=IntfBase ${CMAKE_SOURCE_DIR})
    else()
       cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH _kel_root)
-      set(KEL_IMPORT_DIRS ${_kel_root}/platform=Vanta ${_kel_root}=Vanta)
+      set(KEL_IMPORT_DIRS ${_kel_root}/platform=Vanta ${_kel_root}=Vanta ${_kel_root}/platform/intfbase=IntfBase)
    endif()
 endif()
 # Functions are called from any directory, so what they read is kept where all can see it.
@@ -51,14 +52,21 @@ function(_kel_compiler command depends)
    set(${depends} ${compiler} PARENT_SCOPE)
 endfunction()
 
-function(kel_module name)
-   cmake_parse_arguments(arg "" "DEFINITION;LIBRARY" "SOURCES;LINKS;IMPORT_DIRS" ${ARGN})
+# Takes the arguments of `call` apart, into arg_<KEYWORD>; `needed` must be among them.
+macro(_kel_arguments call needed oneValue multiValue)
+   cmake_parse_arguments(arg "" "${oneValue}" "${multiValue}" ${ARGN})
    if(arg_UNPARSED_ARGUMENTS)
-      message(FATAL_ERROR "kel_module(${name}): unknown argument ${arg_UNPARSED_ARGUMENTS}")
+      list(JOIN arg_UNPARSED_ARGUMENTS " " unknown)
+      string(REPLACE ";" ", " known "${oneValue};${multiValue}")
+      message(FATAL_ERROR "${call}: unknown argument ${unknown}; it takes ${known}")
    endif()
-   if(NOT arg_DEFINITION)
-      message(FATAL_ERROR "kel_module(${name}): no DEFINITION is given, the module's .kel file")
+   if(NOT arg_${needed})
+      message(FATAL_ERROR "${call}: no ${needed} is given")
    endif()
+endmacro()
+
+function(kel_module name)
+   _kel_arguments("kel_module(${name})" DEFINITION "DEFINITION;LIBRARY" "SOURCES;LINKS;IMPORT_DIRS" ${ARGN})
    if(NOT arg_LIBRARY)
       set(arg_LIBRARY Vanta)
    endif()
@@ -87,6 +95,7 @@ function(kel_module name)
    add_dependencies(${target} ${target}_definitions)
    target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${headers}>)
    target_link_libraries(${target} PUBLIC ${arg_LINKS})
+   set_property(GLOBAL PROPERTY KEL_MODULE_${name} ${target})
    set_target_properties(${target} PROPERTIES KEL_DEFINITION ${definition} POSITION_INDEPENDENT_CODE ON)
    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${definition})
 
@@ -94,10 +103,11 @@ function(kel_module name)
    file(STRINGS ${definition} imports REGEX "^[ \t]*import[ \t]*\"[^\"]*\"")
    foreach(import IN LISTS imports)
       string(REGEX REPLACE ".*\"([^\"]*/)?([^/\"]*)\\.kel\".*" "\\2" imported "${import}")
-      if(TARGET ${arg_LIBRARY}_${imported})
-         add_dependencies(${target} ${arg_LIBRARY}_${imported}_definitions)
-         set_property(TARGET ${target} APPEND PROPERTY KEL_IMPORTS ${arg_LIBRARY}_${imported})
-         get_target_property(further ${arg_LIBRARY}_${imported} KEL_IMPORTS)
+      get_property(imported GLOBAL PROPERTY KEL_MODULE_${imported}) # the module's target, whichever library it belongs to
+      if(imported)
+         add_dependencies(${target} ${imported}_definitions)
+         set_property(TARGET ${target} APPEND PROPERTY KEL_IMPORTS ${imported})
+         get_target_property(further ${imported} KEL_IMPORTS)
          if(further)
             set_property(TARGET ${target} APPEND PROPERTY KEL_IMPORTS ${further})
             foreach(other IN LISTS further)
@@ -109,10 +119,7 @@ function(kel_module name)
 endfunction()
 
 function(kel_library name)
-   cmake_parse_arguments(arg "" "DESCRIPTION" "MODULES;LINKS;SOURCES" ${ARGN})
-   if(arg_UNPARSED_ARGUMENTS)
-      message(FATAL_ERROR "kel_library(${name}): unknown argument ${arg_UNPARSED_ARGUMENTS}; it takes MODULES, LINKS, SOURCES and DESCRIPTION")
-   endif()
+   _kel_arguments("kel_library(${name})" MODULES "DESCRIPTION" "MODULES;LINKS;SOURCES" ${ARGN})
    set(registry ${CMAKE_CURRENT_BINARY_DIR}/${name}.registry.cpp)
    set(definitions)
    set(objects)
@@ -155,6 +162,7 @@ function(kel_library name)
       foreach(definition IN LISTS definitions)
          cmake_path(RELATIVE_PATH definition BASE_DIRECTORY ${VANTA_ROOT} OUTPUT_VARIABLE relative)
          cmake_path(GET relative PARENT_PATH room)
+         string(REGEX REPLACE "^platform/" "" room "${room}")
          install(FILES ${definition} DESTINATION ${CMAKE_INSTALL_DATADIR}/kel/${room})
       endforeach()
       install(DIRECTORY ${CMAKE_BINARY_DIR}/schema/${name} DESTINATION ${CMAKE_INSTALL_DOCDIR}/schema)

@@ -3,6 +3,8 @@
 cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH VANTA_ROOT)
 
 option(VANTA_M32 "Build for 32-bit x86 (programs that need further packages are left out)" OFF)
+# Not for those who build this as a part of their own project.
+option(VANTA_WERROR "Take warnings for errors" ${PROJECT_IS_TOP_LEVEL})
 option(VANTA_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
 
 if(NOT CMAKE_BUILD_TYPE)
@@ -23,11 +25,15 @@ file(RELATIVE_PATH vantaLibFromBin "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_
 # An installed program finds its libraries beside itself, wherever the tree is put.
 set(CMAKE_INSTALL_RPATH "$ORIGIN/${vantaLibFromBin};$ORIGIN")
 
-add_compile_options(-Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Werror)
+add_compile_options(-Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion)
+if(VANTA_WERROR)
+   add_compile_options(-Werror)
+endif()
+# 64-bit sizes and seconds in the 32-bit library too; the 64-bit one has no others.
+add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
 if(VANTA_M32)
    # x87 registers would change a NaN's bits and compare unrounded doubles.
    add_compile_options(-m32 -msse2 -mfpmath=sse)
-   add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
    add_link_options(-m32)
 endif()
 if(VANTA_SANITIZE)

@@ -8,11 +8,23 @@ kernel_view() {
       -e 's/^"mac":"\([^"]*\)","ifname":"p\([0-9]*\)".*/1 \1 Ethernet\2/p' | sort
 }
 
+# What the table must hold: the kernel's lines and how often each host has moved, as lines "VLAN ADDRESS PORT MOVES". One host
+# did, once.
+expected_view() { kernel_view "$1" | awk '{ print $0, $2 == "02:00:00:00:00:02" ? 1 : 0 }'; }
+
 # What a watcher (vanta fdb watch --json) has seen come and go, played to its end, as the same lines.
 watcher_view() {
-   sed -n -e 's/^{"event":"host","vlan":\([0-9]*\),"address":"\([^"]*\)","port":"\([^"]*\)".*/host \1 \2 \3/p' \
+   sed -n -e 's/^{"event":"host","vlan":\([0-9]*\),"address":"\([^"]*\)","port":"\([^"]*\)","moves":\([0-9]*\),.*/host \1 \2 \3 \4/p' \
       -e 's/^{"event":"gone","vlan":\([0-9]*\),"address":"\([^"]*\)".*/gone \1 \2/p' "$1" |
-      awk '$1 == "host" { port[ $2 " " $3 ] = $4 } $1 == "gone" { delete port[ $2 " " $3 ] } END { for( h in port ) print h, port[ h ] }' | sort
+      awk '$1 == "host" { at[ $2 " " $3 ] = $4 " " $5 }
+         $1 == "gone" { delete at[ $2 " " $3 ] }
+         END { for( h in at ) print h, at[ h ] }' | sort
+}
+
+# What a process sees that looks at the table now (vanta fdb show --json), as the same lines.
+shown_view() {
+   tr '{' '\n' <"$1" |
+      sed -n 's/^"vlan":\([0-9]*\),"address":"\([^"]*\)","port":"\([^"]*\)","moves":\([0-9]*\),.*/\1 \2 \3 \4/p' | sort
 }
 
 # Two watchers in processes of their own: one for people, whose lines appear as they come, one for the check.
@@ -46,18 +58,21 @@ fail() {
    exit 1
 }
 
-# check KERNEL_JSON: fails unless the kernel, the watcher, and a process that looks at the table now agree, and the watcher has seen
-# the move as it happened.
+# check KERNEL_JSON STATE: fails unless the kernel, the watcher, and a process that looks at the table now agree on every host,
+# port and move count, the table is in that state (live while its writer runs, stale when that has ended), and the watcher has
+# seen the move as it happened.
 check() {
-   kernel_view "$1" >"$work/kernel"
+   expected_view "$1" >"$work/expected"
    watcher_view "$work/watched" >"$work/watcher"
-   "$vanta" fdb show --json 2>/dev/null | tr '{' '\n' |
-      sed -n 's/^"vlan":\([0-9]*\),"address":"\([^"]*\)","port":"\([^"]*\)".*/\1 \2 \3/p' | sort >"$work/shown"
+   "$vanta" fdb show --json 2>/dev/null >"$work/json" || fail "vanta fdb show can't read the table"
+   shown_view "$work/json" >"$work/shown"
+   grep -q "\"state\":\"$2\"" "$work/json" || fail "the table is not $2"
    [ "$(grep -c '"event":"sync"' "$work/watched")" = 1 ] || fail "the watcher has not seen exactly one sync marker"
-   [ -s "$work/kernel" ] || fail "the kernel's view is empty"
-   diff "$work/kernel" "$work/shown" >&2 || fail "the table is not what the kernel has (lines with <)"
+   [ -s "$work/expected" ] || fail "the kernel's view is empty"
+   diff "$work/expected" "$work/shown" >&2 || fail "the table, $2, is not what the kernel has (lines with <)"
    diff "$work/shown" "$work/watcher" >&2 || fail "what the watcher saw is not what was learned (lines with <)"
    sed '1,/"event":"sync"/d' "$work/watched" | grep '"address":"02:00:00:00:00:02","port":"Ethernet3","moves":1,' >/dev/null ||
       fail "the watcher has not seen 02:00:00:00:00:02 move to Ethernet3"
-   printf '\nChecked: %s hosts, the same in the kernel, in the table and at the watcher, which saw the move live.\n' "$(wc -l <"$work/kernel")"
+   printf 'Checked (%s): %s hosts, the same ports and moves in the kernel, in the table and at the watcher, which saw the move live.\n' \
+      "$2" "$(wc -l <"$work/expected")"
 }

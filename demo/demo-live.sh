@@ -1,6 +1,6 @@
 #!/bin/sh
-# demo-live.sh BUILD: the same as demo.sh on a live Linux bridge, between network namespaces that it makes and removes itself. vanta-fdbd
-# follows the bridge's forwarding database and listens on its ports as well. Needs root and iproute2.
+# demo-live.sh BUILD: the same as demo.sh on a live Linux bridge, between network namespaces that it makes and removes itself.
+# vanta-fdbd follows the bridge's forwarding database and listens on its ports as well. Needs root and iproute2.
 set -eu
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -50,6 +50,8 @@ sleep 0.5
 say "the table now"
 "$vanta" fdb show
 on_switch bridge -j fdb show br br0 dynamic >"$work/expected.json"
+echo
+check "$work/expected.json" live
 kill -TERM $agent
 wait $agent || fail "vanta-fdbd ended with an error"
-check "$work/expected.json"
+check "$work/expected.json" stale

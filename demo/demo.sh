@@ -1,6 +1,6 @@
 #!/bin/sh
-# demo.sh BUILD [OTHER-BUILD]: vanta-fdbd learns hosts from captures of real traffic (record.sh made them), played as they were recorded,
-# while other processes show and follow the same table; these are OTHER-BUILD's when one is named. Needs no privileges.
+# demo.sh BUILD [OTHER-BUILD]: vanta-fdbd learns hosts from captures of real traffic (record.sh made them), played as they were
+# recorded, while other processes show and follow the same table; these are OTHER-BUILD's when one is named. Needs no privileges.
 set -eu
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -29,6 +29,8 @@ until_watched '"address":"02:00:00:00:00:02","port":"Ethernet3","moves":1,'
 sleep 0.8 # the recording ends
 say "the table now"
 "$vanta" fdb show
+echo
+check "$here/captures/expected.json" live
 kill -TERM $agent
 wait $agent || fail "vanta-fdbd ended with an error"
-check "$here/captures/expected.json"
+check "$here/captures/expected.json" stale

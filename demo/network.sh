@@ -1,5 +1,5 @@
-# The demo's network, to be sourced by scripts that set `prefix`: hosts in network namespaces of their own talk to each other through
-# the Linux bridge br0 with the ports p1, p2 and p3. Each port leads to a segment that its hosts share:
+# The demo's network, to be sourced by scripts that set `prefix`: hosts in network namespaces of their own talk to each other
+# through the Linux bridge br0 with the ports p1, p2 and p3. Each port leads to a segment that its hosts share:
 #
 #    p1   h1 untagged    h2 in VLAN 10
 #    p2   h3 untagged    h4 in VLAN 10      h5 in VLAN 20, and untagged too
@@ -19,7 +19,10 @@ on_switch() { ip netns exec "$prefix-sw" "$@"; }
 # Hosts are to be the only ones that talk.
 quiet_namespace() {
    ip netns add "$prefix-$1"
-   ip netns exec "$prefix-$1" sh -c 'for s in all default; do f=/proc/sys/net/ipv6/conf/$s/disable_ipv6; [ ! -e $f ] || echo 1 > $f; done'
+   ip netns exec "$prefix-$1" sh -c 'for s in all default; do
+      f=/proc/sys/net/ipv6/conf/$s/disable_ipv6
+      [ ! -e $f ] || echo 1 >$f
+   done'
    ip -n "$prefix-$1" link set lo up
 }
 
@@ -43,7 +46,8 @@ make_switch() {
    done
 }
 
-# make_host NUMBER SEGMENT VLAN...: a host, its locally administered address, and its cable. Its address in VLAN v is 10.0.v.NUMBER.
+# make_host NUMBER SEGMENT VLAN...: a host, its locally administered address, and its cable. Its address in VLAN v is
+# 10.0.v.NUMBER.
 make_host() {
    host=h$1 number=$1 segment=$2
    shift 2

@@ -1,10 +1,10 @@
 #!/bin/sh
-# record.sh [DIRECTORY]: records the demo's captures from real traffic in the network of network.sh, into demo/captures unless told
-# otherwise.
+# record.sh [DIRECTORY]: records the demo's captures from real traffic in the network of network.sh, into demo/captures unless
+# told otherwise.
 #
-# Near the end h2 is unplugged from its segment and plugged in on p3. What arrives on each port of the bridge is captured: p1 and p2 as
-# pcap, p3 as pcapng. At the end the bridge's forwarding database is written as the kernel's own tool tells it (expected.json), for the
-# demo to compare with what was learned from the captures.
+# Near the end h2 is unplugged from its segment and plugged in on p3. What arrives on each port of the bridge is captured: p1 and
+# p2 as pcap, p3 as pcapng. At the end the bridge's forwarding database is written as the kernel's own tool tells it
+# (expected.json), for the demo to compare with what was learned from the captures.
 #
 # Needs root, a kernel whose bridges filter VLANs, and the packages iproute2, tcpdump and wireshark-common (editcap).
 set -eu

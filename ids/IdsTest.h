@@ -1,20 +1,8 @@
 #pragma once
 
 #include <initializer_list>
-#include <kel/Exception.h>
 #include <kel/LogStream.h>
-#include <string>
-
-/// The text of the range exception that `action` throws; "nothing" when it throws none.
-template< class Action >
-std::string refusal( const Action& action ) {
-   try {
-      action();
-   } catch( const Kel::RangeException& e ) {
-      return e.what();
-   }
-   return "nothing";
-}
+#include <kel/ThrownTest.h>
 
 /// The bytes of a value in the attribute log.
 template< class T >

@@ -58,7 +58,8 @@ Kel::U64 PseudowireIntfId::pseudowireIntfId( const IntfId& intfId ) {
 IntfId PseudowireIntfId::localIntfIdFromString( const Kel::String8& name ) {
    const IntfId intfId( name );
    if( isPseudowireIntfId( intfId ) ) return intfId;
-   throw Kel::RangeException( "interface name '" + name.str() + "' is no pseudowire's: expected a name like Pseudowire-Ethernet3.100" );
+   throw Kel::RangeException( "interface name '" + name.str() +
+                              "' is no pseudowire's: expected a name like Pseudowire-Ethernet3.100" );
 }
 
 }

@@ -4,7 +4,6 @@
 #include <Vanta/VantaIntfId.h>
 #include <gtest/gtest.h>
 #include <random>
-#include <sstream>
 
 namespace Quor {
 namespace {
@@ -51,9 +50,9 @@ TEST( PseudowireIntfId, NumberOverlaps ) {
 TEST( PseudowireIntfId, TheVlanIsJudgedOnAllItsBits ) {
    for( U32 vlan : { 0u, 4096u, 65535u, 65536u, 65537u, 0x10fffu, 0xffffffu } ) {
       const IntfId id = pseudowire( 3 << 6, vlan << 8 );
-      EXPECT_EQ( refusal( [ & ] { PseudowireIntfId::vlanId( id ); } ), vlanRefused ) << vlan;
-      EXPECT_EQ( refusal( [ & ] { PseudowireIntfId::isPortPseudowireIntfId( id ); } ), vlanRefused ) << vlan;
-      EXPECT_EQ( refusal( [ & ] { PseudowireIntfId::parentIntfId( id ); } ), vlanRefused ) << vlan;
+      EXPECT_EQ( thrown( [ & ] { PseudowireIntfId::vlanId( id ); } ), vlanRefused ) << vlan;
+      EXPECT_EQ( thrown( [ & ] { PseudowireIntfId::isPortPseudowireIntfId( id ); } ), vlanRefused ) << vlan;
+      EXPECT_EQ( thrown( [ & ] { PseudowireIntfId::parentIntfId( id ); } ), vlanRefused ) << vlan;
       EXPECT_EQ( PseudowireIntfId::connectorId( id ), 3u << 6 );
       EXPECT_EQ( PseudowireIntfId::connectorType( id ), 0 );
    }
@@ -69,10 +68,10 @@ TEST( PseudowireIntfId, Names ) {
    const IntfId onPort = PseudowireIntfId::portIntfIdFromIntfId( IntfId( "Port-Channel7" ) );
    EXPECT_EQ( PseudowireIntfId::localIntfIdFromString( "Pseudowire-Port-Channel7" ), onPort );
    EXPECT_EQ( PseudowireIntfId::localIntfIdFromString( pseudowire( 0, 0 ).stringValue() ), pseudowire( 0, 0 ) );
-   EXPECT_EQ( refusal( [] { PseudowireIntfId::localIntfIdFromString( "Ethernet3" ); } ),
+   EXPECT_EQ( thrown( [] { PseudowireIntfId::localIntfIdFromString( "Ethernet3" ); } ),
               "interface name 'Ethernet3' is no pseudowire's: expected a name like Pseudowire-Ethernet3.100" );
    for( const char* bad : { "", "Pseudowire-Ethernet3.0", "Pseudowire-Ethernet3.4095", "Pseudowire-Etherne3" } ) {
-      const std::string text = refusal( [ & ] { PseudowireIntfId::localIntfIdFromString( bad ); } );
+      const std::string text = thrown( [ & ] { PseudowireIntfId::localIntfIdFromString( bad ); } );
       EXPECT_NE( text.find( "'" + std::string( bad ) + "'" ), std::string::npos ) << text;
    }
 }
@@ -80,45 +79,32 @@ TEST( PseudowireIntfId, Names ) {
 /// A value type that is an identifier: it has the identifier's text, order, hash and log.
 template< class T >
 class WrappedIntfId : public testing::Test {};
-using Wrappers = testing::Types< CpuIntfId, PortChannelIntfId, PeerEthIntfId, PeerPortChannelIntfId, SubIntfId, PseudowireIntfId >;
+using Wrappers =
+   testing::Types< CpuIntfId, PortChannelIntfId, PeerEthIntfId, PeerPortChannelIntfId, SubIntfId, PseudowireIntfId >;
 TYPED_TEST_SUITE( WrappedIntfId, Wrappers );
 
 TYPED_TEST( WrappedIntfId, HasTheFacetsOfItsIdentifier ) {
    static_assert( sizeof( TypeParam ) == 8 && alignof( TypeParam ) == 4 );
-   EXPECT_EQ( TypeParam().value(), IntfId() );
-   const char* const names[] = {
-      "", "Ethernet3/2.100", "Cpu", "Port-Channel7.5", "PeerEthernet3", "Pseudowire-Ethernet3.100", "Pseudowire-Ethernet3",
-      "Intf-00000000760000c0", "Intf-ffffffffffffffff"
-   };
    TypeParam last;
-   for( const char* name : names ) {
+   for( const char* name : { "", "Ethernet3/2.100", "Pseudowire-Ethernet3", "Intf-ffffffffffffffff" } ) {
+      const IntfId plain( name );
       const TypeParam id{ Kel::String8( name ) };
-      const std::string text = "'" + std::string( name ) + "'";
-      EXPECT_EQ( id.value(), IntfId( name ) );
-      EXPECT_EQ( Quor::valueToStrep( id ).str(), text );
-      EXPECT_EQ( Kel::strepToValue< TypeParam >( text ), id );
-      std::ostringstream out;
-      out << id;
-      EXPECT_EQ( out.str(), text );
-      EXPECT_EQ( id.hash(), id.value().hash() );
-      EXPECT_EQ( id < last, id.value() < last.value() );
-      EXPECT_EQ( id == last, id.value() == last.value() );
+      EXPECT_EQ( id.value(), plain );
+      EXPECT_EQ( Quor::valueToStrep( id ), Quor::valueToStrep( plain ) );
+      EXPECT_EQ( Kel::strepToValue< TypeParam >( Quor::valueToStrep( plain ) ), id );
+      EXPECT_EQ( id.hash(), plain.hash() );
+      EXPECT_EQ( id < last, plain < last.value() );
       const std::string log = logged( id );
-      Kel::LogOut words;
-      words.u32( id.value().low() );
-      words.u32( id.value().high() );
-      EXPECT_EQ( log, std::string( reinterpret_cast< const char* >( words.bytes().data() ), words.size() ) );
+      EXPECT_EQ( log, logged( plain ) );
       Kel::LogIn in( { reinterpret_cast< const Kel::U8* >( log.data() ), log.size() } );
       EXPECT_EQ( TypeParam( in ), id );
       last = id;
    }
-   EXPECT_NE( refusal( [] { TypeParam( Kel::String8( "Etherne3" ) ); } ), "nothing" );
    const std::string sequence = "'Ethernet3', 7";
    const char* from = sequence.data();
    EXPECT_EQ( TypeParam::sequenceToValue( from, from + sequence.size() ).value(), IntfId( "Ethernet3" ) );
    EXPECT_EQ( from, sequence.data() + 11 );
-   for( const char* bad : { "Ethernet3", "'Ethernet3", "'Ethernet3x'", "'Ethernet0'", "", "'Ethernet3' x" } )
-      EXPECT_NE( refusal( [ & ] { Kel::strepToValue< TypeParam >( bad ); } ), "nothing" ) << bad;
+   EXPECT_NE( thrown( [] { Kel::strepToValue< TypeParam >( "'Ethernet3x'" ); } ), "nothing" );
 }
 
 TEST( PseudowireIntfIdDeathTest, AnotherKindStopsTheProcess ) {

@@ -22,7 +22,9 @@ bool CpuIntfId::isCpuIntfId( const IntfId& intfId ) { return typeId( intfId ) ==
 
 bool PortChannelIntfId::isPortChannelIntfId( const IntfId& intfId ) { return typeId( intfId ) == IntfTypeId::portChannel; }
 
-bool PortChannelIntfId::isRecirc( const IntfId& intfId ) { return isPortChannelIntfId( intfId ) && subType( intfId ) == recirculation; }
+bool PortChannelIntfId::isRecirc( const IntfId& intfId ) {
+   return isPortChannelIntfId( intfId ) && subType( intfId ) == recirculation;
+}
 
 bool PortChannelIntfId::isEcmp( const IntfId& intfId ) { return isPortChannelIntfId( intfId ) && subType( intfId ) == ecmp; }
 
@@ -53,7 +55,9 @@ IntfId PeerEthIntfId::fromPeerEthIntfId( const IntfId& intfId ) {
    return typeIdIs( intfId, IntfTypeId::ethernet );
 }
 
-bool PeerPortChannelIntfId::isPeerPortChannelIntfId( const IntfId& intfId ) { return typeId( intfId ) == IntfTypeId::peerPortChannel; }
+bool PeerPortChannelIntfId::isPeerPortChannelIntfId( const IntfId& intfId ) {
+   return typeId( intfId ) == IntfTypeId::peerPortChannel;
+}
 
 IntfId PeerPortChannelIntfId::toPeerPortChannelIntfId( const IntfId& intfId ) {
    KEL_ASSERT( source, PortChannelIntfId::isPortChannelIntfId( intfId ) );

@@ -151,8 +151,8 @@ enum class LiteralForm { none, boolean, integer, real, text };
 
 enum class HashRule { generated, byHand, none };
 
-/// Size and alignment of a value in shared memory, where the word size of the process must not matter: 64-bit fields are aligned to
-/// four bytes, as in the narrower of the two.
+/// Size and alignment of a value in shared memory, where the word size of the process must not matter: 64-bit fields are aligned
+/// to four bytes, as in the narrower of the two.
 struct Layout {
    std::uint32_t size = 0;
    std::uint32_t align = 1;

@@ -90,7 +90,8 @@ void Checker::cutBases( Decl& decl ) {
    if( !base ) return;
    const bool fits = base->isEntity() || base->isMachine();
    if( !fits ) {
-      error( decl.base.span, decl.base.text + " can't be a base: it is no entity" ).note( base->name.span, "it is declared here" );
+      error( decl.base.span, decl.base.text + " can't be a base: it is no entity" )
+         .note( base->name.span, "it is declared here" );
       decl.base.decl = nullptr;
       return;
    }

@@ -49,7 +49,8 @@ void Checker::oneKey( Decl& decl ) {
    const Attr* key = decl.base.decl ? keyOf( *decl.base.decl ) : nullptr;
    for( const auto& attr : decl.attrs ) {
       if( attr->role != Role::key ) continue;
-      if( key ) error( attr->name.span, decl.name.text + " has two keys" ).note( key->name.span, "the other key is declared here" );
+      if( key )
+         error( attr->name.span, decl.name.text + " has two keys" ).note( key->name.span, "the other key is declared here" );
       else key = attr.get();
    }
 }
@@ -163,7 +164,8 @@ void Checker::table( const Attr& attr ) {
       error( attr.shape.element.span, record.name.text + " has no fixed size, so it can't be a record in shared memory" )
          .note( bad->name.span, typed( *bad ) + " has none" );
    } else if( !layoutOf( record ) && !hasUnknownType( record ) ) {
-      error( attr.shape.element.span, record.name.text + " is larger than 64 KiB" ).note( record.name.span, "it is declared here" );
+      error( attr.shape.element.span, record.name.text + " is larger than 64 KiB" )
+         .note( record.name.span, "it is declared here" );
    }
 }
 

@@ -38,7 +38,8 @@ void Checker::machineParameters( Decl& decl ) {
    }
    const Decl* base = decl.base.decl;
    if( decl.hasBaseArgs && base && constructorParameters( *base ).size() != decl.baseArgs.size() ) {
-      error( decl.base.span, base->name.text + " takes " + std::to_string( constructorParameters( *base ).size() ) + " parameters" )
+      error( decl.base.span,
+             base->name.text + " takes " + std::to_string( constructorParameters( *base ).size() ) + " parameters" )
          .note( base->name.span, "it is declared here" );
    }
    for( const Ident& arg : decl.baseArgs ) {
@@ -118,7 +119,8 @@ void Checker::watch( Decl& decl, Attr& attr ) {
    for( Handler& h : w.handlers ) handler( decl, &attr, h );
 }
 
-// Finds what the event means. Returns false when that is already an error; `key` is the type of the key that comes with the event.
+// Finds what the event means. Returns false when that is already an error; `key` is the type of the key that comes with the
+// event.
 bool Checker::event( Decl& machine, const Attr* watching, Handler& h, const Decl*& key ) {
    if( h.event.text == "start" || h.event.text == "gone" ) {
       if( h.argument ) error( h.argument->span, h.event.text + " comes without a key" );

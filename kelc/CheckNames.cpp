@@ -36,7 +36,8 @@ void Checker::memberName( const Decl& decl, const Ident& name, const char* what 
    if( isReservedWord( name.text ) ) {
       error( name.span, quoted( name.text ) + " is a word of C++ and can't name " + what );
    } else if( startsUpper( name.text ) || !isPlain( name.text ) ) {
-      error( name.span, std::string( what ) + "'s name begins with a small letter and has no underscore: " + quoted( name.text ) );
+      error( name.span,
+             std::string( what ) + "'s name begins with a small letter and has no underscore: " + quoted( name.text ) );
    } else if( isFrameworkName( decl.kind, name.text ) && std::string_view( what ) != "a parameter" ) {
       error( name.span, quoted( name.text ) + " is a member that the framework gives every type of this kind" );
    }
@@ -87,7 +88,8 @@ void Checker::opClashes( const Decl& decl, const std::vector< Op >& ops ) {
       std::map< std::string_view, const Ident* > parameters;
       for( const Parameter& p : op.parameters ) {
          memberName( decl, p.name, "a parameter" );
-         if( !parameters.emplace( p.name.text, &p.name ).second ) error( p.name.span, "two parameters are called " + p.name.text );
+         if( !parameters.emplace( p.name.text, &p.name ).second )
+            error( p.name.span, "two parameters are called " + p.name.text );
       }
    }
 }

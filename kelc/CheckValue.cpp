@@ -139,7 +139,8 @@ void Checker::scalarRange( Decl& decl, const Decl& basis ) {
       error( at, isText ? "a string is bounded by its bytes: expected max N" :
                           "max N bounds the bytes of a string: expected in MIN..MAX" );
    } else if( !isText && basis.literals != LiteralForm::integer ) {
-      error( at, "only whole numbers have bounds; " + shown( &basis ) + " is none" ).note( basis.name.span, "it is declared here" );
+      error( at, "only whole numbers have bounds; " + shown( &basis ) + " is none" )
+         .note( basis.name.span, "it is declared here" );
    } else if( isText ) {
       const bool good =
          range.max.kind == Literal::Kind::integer && !range.max.negative && range.max.number && range.max.number <= 0xffffffffu;
@@ -231,7 +232,8 @@ void Checker::externValue( Decl& decl ) {
 void Checker::valueMember( Decl& decl, Attr& attr ) {
    if( attr.role == Role::constant ) return constant( attr );
    const bool inComposite = decl.kind == Kind::composite;
-   const bool plain = attr.role == Role::plain && attr.shape.collection == Collection::none && attr.shape.holding == Holding::value;
+   const bool plain =
+      attr.role == Role::plain && attr.shape.collection == Collection::none && attr.shape.holding == Holding::value;
    const Decl* type = attr.shape.element.decl;
    if( !inComposite ) {
       error( attr.name.span, decl.name.text + " holds one " +
@@ -249,7 +251,8 @@ void Checker::valueMember( Decl& decl, Attr& attr ) {
 
 void Checker::ops( const Decl& decl, const std::vector< Op >& ops ) {
    for( const Op& op : ops ) {
-      if( op.isStatic && ( op.isVirtual || op.isConst ) ) error( op.name.span, "a static operation is neither virtual nor const" );
+      if( op.isStatic && ( op.isVirtual || op.isConst ) )
+         error( op.name.span, "a static operation is neither virtual nor const" );
       if( op.isVirtual && decl.isValue() ) error( op.name.span, "a value has no virtual operations" );
       for( const Parameter& p : op.parameters ) {
          const Decl* type = p.type.decl;

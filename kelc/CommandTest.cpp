@@ -5,7 +5,8 @@ namespace Kelc {
 
 namespace {
 
-const char* const definition = "module Vid; import \"kel/Kel.kel\"; namespace A; /// A number.\nvalue Vid : U16 in 1..4094 = 1;\n";
+const char* const definition =
+   "module Vid; import \"kel/Kel.kel\"; namespace A; /// A number.\nvalue Vid : U16 in 1..4094 = 1;\n";
 
 // The first line in which two texts differ, with its number.
 std::string firstDifference( const std::string& written, const std::string& wanted ) {
@@ -110,9 +111,8 @@ TEST_F( Command, ImportedHeadersHaveThePrefixOfTheirDirectory ) {
 }
 
 TEST_F( Command, JsonAndMarkdownEscapeWhatTheyQuote ) {
-   write(
-      "v.kel",
-      "/// A \"quoted\" | \\ <b> \xff text\n/// and more\nmodule V; import \"kel/Kel.kel\"; namespace A; value V { a : String8 = \"|\\\"`\"; }" );
+   write( "v.kel", "/// A \"quoted\" | \\ <b> \xff text\n/// and more\nmodule V; import \"kel/Kel.kel\"; namespace A; value V { "
+                   "a : String8 = \"|\\\"`\"; }" );
    ASSERT_EQ( kelc( all( "v.kel" ) ).status, 0 );
    EXPECT_NE( read( "o.json" )
                  .find( R"("documentation": "A \"quoted\" | \\ <b> )"
@@ -132,7 +132,8 @@ TEST_F( Command, Goldens ) {
    for( const char* kind : { ".h", ".cpp", ".json", ".md", ".registry.cpp" } ) {
       const std::string written = read( "o" + std::string( kind ) );
       EXPECT_EQ( firstDifference( written, read( golden + "Golden" + kind ) ), "" );
-      if( const char* update = std::getenv( "KELC_UPDATE_GOLDENS" ); update && *update ) write( golden + "Golden" + kind, written );
+      if( const char* update = std::getenv( "KELC_UPDATE_GOLDENS" ); update && *update )
+         write( golden + "Golden" + kind, written );
    }
 }
 

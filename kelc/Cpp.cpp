@@ -3,7 +3,29 @@
 #include "Describe.h"
 #include "Model.h"
 
+#include <utility>
+
 namespace Kelc {
+
+namespace {
+constexpr std::size_t lineWidth = 130;
+}
+
+void Writer::pair( const std::string& a, const std::string& b ) {
+   const bool fits = depth_ * 3 + a.size() + 3 + b.size() <= lineWidth;
+   line( fits ? a + "   " + b : a );
+   if( !fits ) line( b );
+}
+
+void Writer::filled( const std::vector< std::string >& parts, const char* separator ) {
+   std::string current;
+   for( std::size_t i = 0; i < parts.size(); ++i ) {
+      const std::string part = parts[ i ] + ( i + 1 < parts.size() ? separator : "" );
+      if( !current.empty() && depth_ * 3 + current.size() + 1 + part.size() > lineWidth ) line( std::exchange( current, "" ) );
+      current += ( current.empty() ? "" : " " ) + part;
+   }
+   if( !current.empty() ) line( current );
+}
 
 void Writer::doc( const std::string& text ) {
    for( std::size_t at = 0; !text.empty() && at <= text.size(); ) {

@@ -12,6 +12,10 @@ namespace Kelc {
 class Writer {
  public:
    void line( const std::string& text ) { out_ += text.empty() ? "\n" : std::string( depth_ * 3, ' ' ) + text + "\n"; }
+   /// Two short members of one kind on one line, where it can hold both.
+   void pair( const std::string& a, const std::string& b );
+   /// The parts, as many on a line as it can hold.
+   void filled( const std::vector< std::string >& parts, const char* separator );
    /// A line at the depth of an access label.
    void label( const std::string& text ) { out_ += std::string( depth_ * 3 - 2, ' ' ) + text + "\n"; }
    void blank() {

@@ -1,5 +1,5 @@
 // Entities: a class with typed accessors over one member per attribute, its notifiee class, and one row per attribute.
-#include "EmitParts.h"
+#include "EntityParts.h"
 
 #include "Model.h"
 #include "Names.h"
@@ -9,29 +9,9 @@
 
 namespace Kelc {
 
+using namespace Entities;
+
 namespace {
-
-using Strings = std::vector< std::string >;
-
-// Names that several functions need of one attribute.
-struct Member {
-   explicit Member( const Attr& a )
-       : attr( a ), shape( a.shape ), foo( a.name.text ), upper( upperFirst( foo ) ), slot( foo + "_" ),
-         index( "Attr_::" + foo ) {
-      if( !shape.isCollection() ) return;
-      key = cppType( *shape.keyDecl );
-      keyParam = paramType( *shape.keyDecl );
-      map = upper + "Map_";
-   }
-   const Attr& attr;
-   const Shape& shape;
-   std::string foo, upper, slot, index;
-   std::string key, keyParam, map;
-};
-
-bool hasRow( const Attr& attr ) {
-   return attr.role != Role::narrow;
-}
 
 std::string mapType( const Member& m ) {
    const std::string element = heldType( m.attr );
@@ -131,13 +111,12 @@ void collection( Writer& w, const Member& m ) {
    else valueSetters( w, m );
    w.line( type + " " + foo + "Del( " + m.keyParam + " key ) { return delFrom( " + at + ", key ); }" );
    w.line( type + " " + foo + "Del( const " + m.map + "::ConstIterator& at ) { return delAt( " + at + ", at ); }" );
-   w.line( "void " + foo + "DelAll() { delAll( " + at + " ); }" );
+   w.pair( "void " + foo + "DelAll() { delAll( " + at + " ); }", "void " + foo + "NotifyCollection() { attrNotify( " + m.index + " ); }" );
    w.line( "void " + foo + "Notify( " + m.keyParam + " key ) { attrNotify( " + m.index + ", &key ); }" );
-   w.line( "void " + foo + "NotifyCollection() { attrNotify( " + m.index + " ); }" );
-   w.line( "::std::size_t " + foo + "Count() const { return " + m.slot + ".size(); }" );
+   w.pair( "::std::size_t " + foo + "Count() const { return " + m.slot + ".size(); }",
+           "const " + m.map + "& " + foo + "Map_() const { return " + m.slot + "; }" );
    w.line( m.map + "::Iterator " + foo + "Iter() { return " + m.slot + ".iterator(); }" );
    w.line( m.map + "::ConstIterator " + foo + "IterConst() const { return " + m.slot + ".iterator(); }" );
-   w.line( "const " + m.map + "& " + foo + "Map_() const { return " + m.slot + "; }" );
 }
 
 void table( Writer& w, const Member& m ) {
@@ -187,15 +166,6 @@ void narrowed( Writer& w, const Member& m, const Decl& decl ) {
            inParens( call ) + "; }" );
 }
 
-bool hasHandSetter( const Attr& attr ) {
-   return !attr.max.empty();
-}
-
-// A setter names its callback, so that reactors need not look it up.
-std::string setArguments( const Member& m ) {
-   return m.index + ", " + m.slot + ", v" + ( notifies( m.attr ) ? ", &NotifieeConst::on" + m.upper : "" );
-}
-
 void scalarAccessors( Writer& w, const Member& m ) {
    w.line( heldReturn( m.attr ) + " " + m.foo + "() const { return " + m.slot + "; }" );
    if( !isWritable( m.attr ) ) return;
@@ -219,31 +189,25 @@ void accessors( Writer& w, const Decl& decl, const Attr& attr ) {
    else scalarAccessors( w, m );
 }
 
-std::vector< const Attr* > announced( const Decl& decl ) {
-   std::vector< const Attr* > out;
-   for( const auto& attr : decl.attrs ) {
-      if( notifies( *attr ) && hasRow( *attr ) ) out.push_back( attr.get() );
-   }
-   return out;
-}
-
 void notifieeClass( Writer& w, const Decl& decl ) {
-   const std::string pointer = "::Kel::Ptr< const " + decl.name.text + " >";
-   w.blank();
-   w.line( "class NotifieeConst : public " + baseClass( decl ) + "::NotifieeConst {" );
-   w.line( " public:" );
+   const std::string base = "::Kel::NotifieeOf< " + decl.name.text + ", " + baseClass( decl ) + "::NotifieeConst >";
+   const auto all = announced( decl );
+   if( all.empty() ) return w.line( "class NotifieeConst : public " + base + " { using NotifieeOf::NotifieeOf; };" );
+   w.line( "class NotifieeConst : public " + base + " {" );
    w.in();
-   w.line( "NotifieeConst() { watchedTypeIs( " + decl.name.text + "::_Type ); }" );
-   w.line( "explicit NotifieeConst( const " + pointer + "& notifier ) : NotifieeConst() { activate( notifier.ptr() ); }" );
-   w.line( pointer + " notifier() const { return static_cast< const " + decl.name.text + "* >( notifierEntity() ); }" );
-   for( const Attr* attr : announced( decl ) ) {
+   w.label( "public:" );
+   w.line( "using NotifieeOf::NotifieeOf;" );
+   Strings callbacks;
+   for( const Attr* attr : all ) {
       const Member m( *attr );
-      w.line( "virtual void on" + m.upper + "() {}" );
+      const std::string on = "virtual void on" + m.upper;
+      callbacks.push_back( on + "() {}" );
       if( !m.shape.isCollection() ) continue;
-      w.line( "virtual void on" + m.upper + "( " + m.keyParam + " ) {}" );
-      w.line( "virtual void on" + m.upper + "kelImmediate() {}" );
+      callbacks.push_back( on + "( " + m.keyParam + " ) {}" );
+      callbacks.push_back( on + "kelImmediate() {}" );
    }
-   if( !announced( decl ).empty() ) w.line( "void dispatch( const ::Kel::Change& change ) override;" );
+   w.filled( callbacks, "" );
+   w.line( "void dispatch( const ::Kel::Change& change ) override;" );
    w.out();
    w.line( "};" );
 }
@@ -259,24 +223,6 @@ Strings rowNames( const Decl& decl ) {
    return out;
 }
 
-// Constructor, from its name, key and parameters.
-std::string constructorInit( const Decl& decl ) {
-   Strings base, inits;
-   if( const Decl* b = decl.base.decl ) {
-      base = constructorArguments( *b );
-   } else {
-      const Attr* key = keyOf( decl );
-      base.push_back( isNamed( decl ) ? nameType( decl ) == "::Kel::Name" ? "name" : "::Kel::Name( name )" :
-                                        "::Kel::keyName( " + ( key ? key->name.text : "0" ) + " )" );
-   }
-   inits.push_back( baseClass( decl ) + inParens( base ) );
-   for( const auto& attr : decl.attrs ) {
-      if( attr->role == Role::key || attr->role == Role::param )
-         inits.push_back( attr->name.text + "_( " + attr->name.text + " )" );
-   }
-   return joined( inits );
-}
-
 void entityMembers( Writer& w, const Decl& decl ) {
    for( const auto& attr : decl.attrs ) {
       const Member m( *attr );
@@ -290,115 +236,6 @@ void entityMembers( Writer& w, const Decl& decl ) {
          w.line( heldType( *attr ) + " " + m.slot +
                  ( isValue && attr->role == Role::plain ? memberInit( type, attr->init ) : "" ) + ";" );
    }
-}
-
-unsigned flags( const Decl& decl, const Attr& attr ) {
-   const bool isParameter = attr.role == Role::key || attr.role == Role::param;
-   unsigned out = 0;
-   if( !attr.unlogged && !decl.unlogged ) out |= 0x01;
-   if( notifies( attr ) ) out |= 0x02;
-   if( isParameter ) out |= 0x04;
-   if( isWritable( attr ) ) out |= 0x08;
-   if( attr.shape.holding == Holding::ref && ( attr.shape.nonnull || attr.shape.byAttr ) ) out |= 0x20;
-   return out;
-}
-
-std::string hex( unsigned v ) {
-   return std::string( "0x" ) + "0123456789abcdef"[ v >> 4 & 15 ] + "0123456789abcdef"[ v & 15 ];
-}
-
-// 1 + the index of the attribute that keys a collection's own elements.
-std::string keyIndex( const Member& m ) {
-   if( !m.shape.byAttr || m.shape.holding != Holding::value ) return "";
-   std::size_t n = 1;
-   for( const auto& attr : m.shape.element.decl->attrs ) {
-      if( attr.get() == m.shape.byAttr ) return ", " + std::to_string( n );
-      ++n;
-   }
-   return "";
-}
-
-Strings entityRow( const Decl& decl, const Attr& attr ) {
-   const Member m( attr );
-   const std::string name = localName( decl ), quotedName = "( \"" + m.foo + "\", ",
-                     offset = "offsetof( " + name + ", " + m.slot + " ), " + hex( flags( decl, attr ) );
-   if( attr.role == Role::constant ) return { constantRow( attr ) };
-   if( attr.role == Role::derivedView || attr.role == Role::derivedByHand )
-      return { "::Kel::derivedAttr< " + name + ", &" + name + "::" + m.foo + " >( \"" + m.foo + "\" )" };
-   const std::string element = cppType( *m.shape.element.decl );
-   if( m.shape.collection == Collection::table ) {
-      return { "::Plexo::tableAttr< " + name + "::" + m.map + " >" + quotedName + offset + keyIndex( m ) + " )",
-               "::Plexo::controlAttr< " + name + "::" + m.map + " >( \"" + m.foo + "Control\" )" };
-   }
-   if( m.shape.collection == Collection::optional )
-      return { "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::child, " + offset + " )" };
-   if( m.shape.isCollection() ) {
-      const char* kind = m.shape.collection == Collection::queue ? "queue" :
-                         m.shape.holding == Holding::child       ? "childMap" :
-                         m.shape.holding == Holding::ref         ? "refMap" :
-                                                                   "map";
-      return { "::Kel::collectionAttr< " + m.map + " >" + quotedName + "::Kel::AttrKind::" + kind + ", " + offset +
-               keyIndex( m ) + " )" };
-   }
-   if( m.shape.holding == Holding::ref )
-      return { "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::ref, " + offset + " )" };
-   const std::string row = "::Kel::attr< " + rowType( *m.shape.element.decl ) + " >" + quotedName + offset +
-                           rowExtra( *m.shape.element.decl ) + " )";
-   if( !hasHandSetter( attr ) ) return { row };
-   return { "::Kel::withSetter< " + name + ", " + element + ", &" + name + "::" + m.foo + "Is >( " + row + " )" };
-}
-
-// How a constructor reads its parameters from untyped pointers.
-std::string makeBody( const Decl& decl ) {
-   Strings arguments;
-   auto take = [ & ]( const std::string& type ) {
-      arguments.push_back( "*static_cast< const " + type + "* >( p[ " + std::to_string( arguments.size() ) + " ] )" );
-   };
-   if( isNamed( decl ) ) take( "::Kel::Name" );
-   for( const Attr* attr : constructorParameters( decl ) ) take( heldType( *attr ) );
-   const std::string name = localName( decl );
-   return "[]( const void* const* " + std::string( arguments.empty() ? "" : "p" ) +
-          " ) { return ::Kel::Ptr< ::Kel::Entity >( new " + name + inParens( arguments ) + " ); }";
-}
-
-void limitedSetter( Writer& w, const Decl& decl, const Attr& attr ) {
-   const Member m( attr );
-   const std::string limit =
-      attr.max.constant ? decl.name.text + "::" + attr.max.constant->name.text : std::to_string( attr.max.number );
-   const std::string value = expression( *m.shape.element.decl, attr.max );
-   const std::string message = decl.name.text + "::" + m.foo + " > " + limit + " not allowed";
-   w.line( "void " + localName( decl ) + "::" + m.foo + "Is( " + heldParam( attr ) + " v ) {" );
-   w.in();
-   w.line( "if( v > " + value + ( attr.storeThenCheck ? " && v != " + m.slot : "" ) + " ) {" );
-   if( attr.storeThenCheck ) w.line( "   " + m.slot + " = v;" );
-   w.line( "   throw ::Kel::RangeException( " + cppText( message ) + " );" );
-   w.line( "}" );
-   w.line( "set( " + setArguments( m ) + " );" );
-   w.out();
-   w.line( "}" );
-}
-
-void dispatchBody( Writer& w, const Decl& decl ) {
-   const auto all = announced( decl );
-   if( all.empty() ) return;
-   w.line( "void " + localName( decl ) + "::NotifieeConst::dispatch( const ::Kel::Change& change ) {" );
-   w.in();
-   w.line( "switch( change.attr ) {" );
-   for( const Attr* attr : all ) {
-      const Member m( *attr );
-      if( !m.shape.isCollection() ) {
-         w.line( "case " + m.index + ": return on" + m.upper + "();" );
-         continue;
-      }
-      w.line( "case " + m.index + ":" );
-      w.line( "   on" + m.upper + "kelImmediate();" );
-      w.line( "   return change.key ? on" + m.upper + "( *static_cast< const " + m.key + "* >( change.key ) ) : on" + m.upper +
-              "();" );
-   }
-   w.line( "default: return " + baseClass( decl ) + "::NotifieeConst::dispatch( change );" );
-   w.line( "}" );
-   w.out();
-   w.line( "}" );
 }
 
 // Reflection and the attribute log create children by their rows, which are the base's.
@@ -418,17 +255,11 @@ void childTypes( Writer& w, const Decl& decl ) {
 void entityClass( Writer& w, const Decl& decl ) {
    const std::string name = decl.name.text;
    const auto parameters = constructorDeclaration( decl );
-   w.doc( decl.doc );
-   w.line( "class " + name + " : public " + baseClass( decl ) + " {" );
-   w.in();
-   w.label( "public:" );
-   nestedClasses( w, decl );
-   attrIndices( w, baseClass( decl ), rowNames( decl ) );
+   openClass( w, decl, rowNames( decl ) );
    for( const auto& attr : decl.attrs ) {
       if( attr->shape.isCollection() && hasRow( *attr ) )
          w.line( "using " + Member( *attr ).map + " = " + mapType( Member( *attr ) ) + ";" );
    }
-   w.blank();
    w.line( ( parameters.size() == 1 ? "explicit " : "" ) + name + inParens( parameters ) + ";" );
    for( const auto& attr : decl.attrs ) accessors( w, decl, *attr );
    opMembers( w, decl.ops );
@@ -438,43 +269,15 @@ void entityClass( Writer& w, const Decl& decl ) {
    bool isProtected = false;
    for( const auto& attr : decl.attrs ) {
       if( !attr->isVirtual ) continue;
-      if( !std::exchange( isProtected, true ) ) w.blank(), w.label( "protected:" );
+      if( !std::exchange( isProtected, true ) ) w.label( "protected:" );
       w.line( Member( *attr ).map + "& kel" + upperFirst( attr->name.text ) + "() { return " + attr->name.text + "_; }" );
    }
-   w.blank();
    w.label( "private:" );
    if( !rowNames( decl ).empty() ) w.line( "static const ::Kel::Attr attrs_[];" );
    entityMembers( w, decl );
    w.out();
    w.line( "};" );
    w.line( "::Kel::Ptr< " + name + " > " + factoryName( decl ) + inParens( parameters ) + ";" );
-}
-
-void entityObject( Writer& w, const Decl& decl ) {
-   const std::string name = localName( decl );
-   Strings all;
-   for( const auto& attr : decl.attrs ) {
-      if( !hasRow( *attr ) ) continue;
-      for( auto& row : entityRow( decl, *attr ) ) all.push_back( std::move( row ) );
-   }
-   for( const Op* op : reflectedOps( decl ) ) all.push_back( opRow( decl, *op ) );
-   w.line( "// --- " + name );
-   nestedObjects( w, decl );
-   const bool hasRows = rows( w, decl, all );
-   w.line( "constinit ::Kel::Type " + name + "::_Type{ { .qualifiedName = \"" + decl.qualifiedName() +
-           "\", .code = _code, .size = sizeof( " + name + " )" + ( hasRows ? ", .attrs = attrs_" : "" ) + "," );
-   w.line( "   .base = &" + baseClass( decl ) + "::_Type, .firstAttr = " + baseClass( decl ) + "::Attr_::count_," );
-   w.line( "   .make = " + makeBody( decl ) + "," );
-   w.line( std::string( "   " ) + ( isNamed( decl ) ? ".takesName = true, " : "" ) + ".wrap = &::Kel::makeGenericIf< " + name +
-           " > } };" );
-   w.line( name + "::" + name + inParens( constructorDeclaration( decl ) ) + " : " + constructorInit( decl ) + " {}" );
-   for( const auto& attr : decl.attrs ) {
-      if( hasHandSetter( *attr ) ) limitedSetter( w, decl, *attr );
-   }
-   dispatchBody( w, decl );
-   w.line( ptrType( decl, false ) + " " + factoryName( decl ) + inParens( constructorDeclaration( decl ) ) + " { return " +
-           ptrType( decl, false ) + "( new " + name + inParens( constructorArguments( decl ) ) + " ); }" );
-   w.blank();
 }
 
 }

@@ -30,14 +30,14 @@ void forward( Writer& w, const std::vector< const Decl* >& order ) {
    for( const auto& space : spaces ) {
       w.blank();
       if( !space.empty() ) openPublic( w, space );
-      w.line( "using ::Kel::operator<<;" );
-      w.line( "using ::Kel::stringValue;" );
-      w.line( "using ::Kel::valueToStrep;" );
+      w.line( "using ::Kel::operator<<, ::Kel::stringValue, ::Kel::valueToStrep;" );
+      std::vector< std::string > names;
       for( const Decl* decl : order ) {
          if( decl->nameSpace != space ) continue;
-         w.line( decl->kind == Kind::enumeration ? "enum class " + decl->name.text + " : ::Kel::U32;" :
-                                                   "class " + decl->name.text + ";" );
+         names.push_back( decl->kind == Kind::enumeration ? "enum class " + decl->name.text + " : ::Kel::U32;" :
+                                                            "class " + decl->name.text + ";" );
       }
+      w.filled( names, "" );
       if( !space.empty() ) w.line( closing( space ) );
    }
 }
@@ -86,7 +86,7 @@ std::string emitHeader( const Module& module ) {
    std::string current;
    bool isOpen = false;
    auto close = [ & ] {
-      if( std::exchange( isOpen, false ) && !current.empty() ) w.blank(), w.line( closing( current ) );
+      if( std::exchange( isOpen, false ) && !current.empty() ) w.line( closing( current ) );
    };
    for( const Decl* decl : order ) {
       if( !isOpen || decl->nameSpace != current ) {

@@ -52,15 +52,18 @@ void mapMembers( Writer& w, const Decl& decl, const Attr& attr ) {
       w.line( "void " + foo + "Is( const " + type + "& v ) {" );
       if( isRef ) w.line( "   if( !v ) nullRefused( \"" + foo + "\" );" );
       w.line( "   const " + keyType( attr ) + " key( v" + ( isRef ? "->" : "." ) + attr.shape.by.text + "() );" );
+      const auto calls = changedCalls( decl, attr, "key" );
+      if( isRef && !calls.empty() ) w.line( "   const " + type + " replaced = " + foo + "( key );   // which its reactor still reads" );
       w.line( "   " + slot + ".assign( key, v );" );
-      if( const auto calls = changedCalls( decl, attr, "key" ); !calls.empty() ) w.line( "   " + trimmed( calls ) );
+      if( !calls.empty() ) w.line( "   " + trimmed( calls ) );
       w.line( "}" );
    } else {
       w.line( "void " + foo + "Is( " + keyParam( attr ) + " key, " + heldParam( attr ) + " v ) { " + slot +
               ".assign( key, v ); " + changedCalls( decl, attr, "key" ) + "}" );
    }
    w.line( type + " " + foo + "Del( " + keyParam( attr ) + " key );" );
-   w.line( "void " + foo + "DelAll() { for( auto i = " + slot + ".iterator(); i; ++i ) " + foo + "Del( i.key() ); }" );
+   w.line( "void " + foo + "DelAll() { const auto kept = kelKept(); for( auto i = " + slot + ".iterator(); i; ++i ) " + foo +
+           "Del( i.key() ); }" );
    w.line( "::std::size_t " + foo + "Count() const { return " + slot + ".size(); }" );
    w.line( mapOf( attr ) + "::ConstIterator " + foo + "IterConst() const { return " + slot + ".iterator(); }" );
    w.line( "const " + mapOf( attr ) + "& " + foo + "Map_() const { return " + slot + "; }" );
@@ -129,6 +132,7 @@ void ownedFunctions( Writer& w, const Decl& decl ) {
    w.line( "/// Runs the machine's start and its end; called by its owner." );
    w.line( "void kelStart()" + body( startCalls( decl ) ) );
    w.line( gone.empty() ? "void kelGone() {}" : "void kelGone() { if( !::std::exchange( kelGone_, true ) ) { " + gone + "} }" );
+   if( !gone.empty() ) w.line( "/// Whether its end has begun." ), w.line( "bool kelHasGone() const { return kelGone_; }" );
    if( !ownerOf( decl ) ) return;
    w.line( "/// Its owner lets it go: it ends, and reacts no more." );
    w.line( "void kelEnd();" );
@@ -209,9 +213,10 @@ void reactorClass( Writer& w, const Decl& decl, const Attr& attr ) {
    w.line( "/// Called by the machine when the reactor is in its place, and once before it goes." );
    w.line( "void kelStart()" + body( watchCalls( attr, "start" ) ) );
    w.line( gone.empty() ? "void kelGone() {}" : "void kelGone() { if( !::std::exchange( kelGone_, true ) ) { " + gone + "} }" );
-   w.blank();
    w.label( "private:" );
-   if( !gone.empty() ) w.line( "void onZombie() override { kelGone(); }" );
+   // One that follows a collection of the machine's own goes with its entry there, whatever becomes of the entity elsewhere.
+   const bool goesWithEntity = !attr.watch->from || !attr.watch->fromMember.empty();
+   if( !gone.empty() && goesWithEntity ) w.line( "void onZombie() override { kelGone(); }" );
    w.line( machine + "* kelOwner_;" );
    if( !gone.empty() ) w.line( "bool kelGone_ = false;" );
    for( const auto& inner : attr.watch->attrs )
@@ -226,19 +231,13 @@ void reactorClass( Writer& w, const Decl& decl, const Attr& attr ) {
 void machineClass( Writer& w, const Decl& decl ) {
    const std::string name = decl.name.text;
    const auto parameters = declaredParameters( decl );
-   w.doc( decl.doc );
-   w.line( "class " + name + " : public " + baseClass( decl ) + " {" );
-   w.in();
-   w.label( "public:" );
-   nestedClasses( w, decl );
-   attrIndices( w, baseClass( decl ), rowNames( decl ) );
+   openClass( w, decl, rowNames( decl ) );
    for( const auto& attr : decl.attrs ) {
       if( isWatch( *attr ) ) w.line( "class " + reactorName( *attr ) + ";" );
    }
    for( const auto& attr : decl.attrs ) {
       if( attr->shape.isCollection() ) w.line( "using " + mapOf( *attr ) + " = " + mapType( *attr ) + ";" );
    }
-   w.blank();
    w.line( ( parameters.size() == 1 ? "explicit " : "" ) + name + inParens( parameters ) + ";" );
    w.line( "~" + name + "() override;" );
    for( const auto& attr : decl.attrs ) accessors( w, decl, *attr );
@@ -246,7 +245,6 @@ void machineClass( Writer& w, const Decl& decl ) {
    opMembers( w, decl.ops );
    ownedFunctions( w, decl );
    typeMembers( w, decl );
-   w.blank();
    w.label( "private:" );
    privateFunctions( w, decl );
    if( !rowNames( decl ).empty() ) w.line( "static const ::Kel::Attr attrs_[];" );

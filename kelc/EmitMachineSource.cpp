@@ -5,6 +5,7 @@
 #include "Names.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Kelc {
 
@@ -23,7 +24,8 @@ std::string machineRow( const Decl& decl, const Attr& attr ) {
                 "::Kel::machineMapAttr< " + mapOf( attr ) + " >" + quotedName + offset + " )" :
                 "::Kel::reactorMapAttr< " + mapOf( attr ) + ", " + element + " >" + quotedName + offset + " )";
    }
-   if( isWatch( attr ) ) return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::reactor, " + offset + ", 0 )";
+   if( isWatch( attr ) )
+      return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::reactor, " + offset + ", 0 )";
    if( attr.shape.holding == Holding::ref )
       return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::ref, " + offset + ", 0 )";
    return "::Kel::attr< " + rowType( *attr.shape.element.decl ) + " >" + quotedName + offset +
@@ -40,7 +42,9 @@ void constructor( Writer& w, const Decl& decl ) {
       inits.push_back( baseClass( decl ) + inParens( baseArguments ) );
    }
    std::vector< const Attr* > parameters = constructorParameters( decl );
-   auto isGiven = [ & ]( const Attr* attr ) { return std::find( parameters.begin(), parameters.end(), attr ) != parameters.end(); };
+   auto isGiven = [ & ]( const Attr* attr ) {
+      return std::find( parameters.begin(), parameters.end(), attr ) != parameters.end();
+   };
    for( const auto& attr : decl.attrs ) {
       if( attr->role == Role::owner || ( isGiven( attr.get() ) && !isWatch( *attr ) ) )
          inits.push_back( fooOf( *attr ) + "_( " + fooOf( *attr ) + " )" );
@@ -65,6 +69,9 @@ void constructor( Writer& w, const Decl& decl ) {
    w.out();
    w.line( "}" );
 }
+
+// A callback may drop the last other reference to the machine while there is work left to do.
+constexpr char keepItself[] = "const auto kept = kelKept();";
 
 void eachReactor( Writer& w, const Decl& decl, const std::string& action, bool withMachines ) {
    for( const auto& attr : decl.attrs ) {
@@ -108,6 +115,7 @@ void singleWatch( Writer& w, const Decl& decl, const Attr& attr ) {
    w.in();
    w.line( "if( !entity ) nullRefused( \"" + foo + "\" );" );
    w.line( "if( " + foo + "() == entity ) return;" );
+   w.line( keepItself );
    w.line( "if( " + slot + " ) " + slot + "->kelGone(), " + slot + "->deactivate();" );
    w.line( slot + " = new " + reactorName( attr ) + "( entity, this );" );
    w.line( slot + "->hasNotificationActiveIs( hasNotificationActive() );" );
@@ -131,14 +139,19 @@ void reactorMap( Writer& w, const Decl& decl, const Attr& attr ) {
    w.line( "}" );
    w.line( reactor + " " + name + "::" + foo + "Is( const " + watchedPtr( attr ) + "& entity ) {" );
    w.line( "   if( !entity ) nullRefused( \"" + foo + "\" );" );
+   w.line( std::string( "   " ) + keepItself );
    w.line( "   return ::Kel::followEntity( " + slot + ", " + keyOfEntity( attr, "entity" ) + ", " + constPtr +
            "( entity ), this );" );
    w.line( "}" );
    w.line( "void " + name + "::" + foo + "Del( " + keyParam( attr ) + " key ) { ::Kel::unfollowEntity( " + slot + ", key ); }" );
    w.line( "void " + name + "::" + followOf( attr ) + "() {" );
-   if( !own ) w.line( "   if( !" + holder + " ) return;" );
-   w.line( "   ::Kel::followAll( " + access + member + "Map_(), " + slot + ", [ this ]( const auto& e ) { " + foo +
-           "Is( e ); }, [ this ]( const auto& k ) { " + foo + "Del( k ); } );" );
+   w.line( std::string( "   " ) + keepItself );
+   if( !own ) {
+      w.line( "   const auto from = " + holder + ";" );
+      w.line( "   if( !from ) return;" );
+   }
+   w.line( "   ::Kel::followAll( " + std::string( own ? "" : "from->" ) + member + "Map_(), " + slot +
+           ", [ this ]( const auto& e ) { " + foo + "Is( e ); }, [ this ]( const auto& k ) { " + foo + "Del( k ); } );" );
    w.line( "}" );
    w.line( "void " + name + "::" + followOf( attr ) + "( " + keyParam( attr ) + " key ) {" );
    const std::string found = access + member + "( key )";
@@ -177,8 +190,15 @@ void mapRemoval( Writer& w, const Decl& decl, const Attr& attr ) {
    w.in();
    w.line( type + " removed{};" );
    w.line( "const " + keyType( attr ) + " copy( key );" );
-   if( isOwned ) w.line( "if( const auto machine = " + fooOf( attr ) + "( copy ) ) machine->kelEnd();" );
-   w.line( ( calls.empty() ? slot + ".erase( copy, &removed );" : "if( " + slot + ".erase( copy, &removed ) ) { " + calls + "}" ) );
+   if( isOwned ) {
+      w.line( keepItself );
+      w.line( "if( const auto machine = " + fooOf( attr ) + "( copy ) ) {" );
+      w.line( "   machine->kelEnd();" );
+      w.line( "   if( " + fooOf( attr ) + "( copy ) != machine ) return machine;" );   // its end has put another one there
+      w.line( "}" );
+   }
+   w.line(
+      ( calls.empty() ? slot + ".erase( copy, &removed );" : "if( " + slot + ".erase( copy, &removed ) ) { " + calls + "}" ) );
    w.line( "return removed;" );
    w.out();
    w.line( "}" );
@@ -220,14 +240,7 @@ void machineObject( Writer& w, const Decl& decl ) {
    for( const auto& attr : decl.attrs ) {
       if( attr->role != Role::owner ) all.push_back( machineRow( decl, *attr ) );
    }
-   for( const Op* op : reflectedOps( decl ) ) all.push_back( opRow( decl, *op ) );
-   w.line( "// --- " + name );
-   nestedObjects( w, decl );
-   const bool hasRows = rows( w, decl, all );
-   w.line( "constinit ::Kel::Type " + name + "::_Type{ { .qualifiedName = \"" + decl.qualifiedName() +
-           "\", .code = _code, .size = sizeof( " + name + " )" + ( hasRows ? ", .attrs = attrs_" : "" ) + "," );
-   w.line( "   .base = &" + base + "::_Type, .firstAttr = " + base + "::Attr_::count_, .wrap = &::Kel::makeGenericIf< " + name +
-           " > } };" );
+   typeObjectOf( w, decl, std::move( all ), "objectInfo" );
    constructor( w, decl );
    destructor( w, decl );
    end( w, decl );
@@ -249,7 +262,6 @@ void machineObject( Writer& w, const Decl& decl ) {
    w.line( "}" );
    sameParameters( w, decl );
    factory( w, decl );
-   w.blank();
 }
 
 }

@@ -3,20 +3,30 @@
 #include "Model.h"
 #include "Names.h"
 
+#include <algorithm>
+
 namespace Kelc {
 
 namespace {
 
-// Text inside a table's cell or a paragraph: on one line, without what Markdown would read as its own.
-std::string prose( std::string_view text ) {
+// A comment's text, without what Markdown would read as its own. Each paragraph stands on one line; between two of them is `gap`:
+// a table's cell or a list's item has its own.
+std::string prose( std::string_view text, const char* gap = "\n\n" ) {
    std::string out;
-   for( const char c : text ) {
-      if( c == '\n' ) out += ' ';
-      else if( c == '|' || c == '<' || c == '*' || c == '\\' ) out += '\\', out += c;
+   for( std::size_t i = 0; i < text.size(); ++i ) {
+      const char c = text[ i ];
+      if( c == '\n' ) {
+         const std::size_t lines = std::min( text.find_first_not_of( '\n', i ), text.size() ) - i;
+         out += lines == 1 ? " " : i + lines == text.size() ? "" : gap;
+         i += lines - 1;
+      } else if( c == '|' || c == '<' || c == '*' || c == '\\' ) out += '\\', out += c;
       else out += c;
    }
    return out;
 }
+
+constexpr char cellGap[] = "<br><br>";
+constexpr char itemGap[] = "\n\n  ";
 
 std::string code( std::string_view text ) {
    std::string out = "`";
@@ -34,7 +44,7 @@ std::string meaning( const Attr& attr ) {
    if( attr.silent ) note( "changes are not announced" );
    if( attr.unlogged ) note( "not in the attribute log" );
    if( attr.storeThenCheck ) note( "stored even when refused" );
-   const std::string text = prose( attr.doc );
+   const std::string text = prose( attr.doc, cellGap );
    return notes.empty() ? text : text.empty() ? "(" + notes + ")" : text + " (" + notes + ")";
 }
 
@@ -63,14 +73,15 @@ std::string enumerators( const Decl& decl ) {
    if( decl.enumerators.empty() ) return "";
    std::string out = "| Value | Name | Meaning |\n|---|---|---|\n";
    for( const Enumerator& e : decl.enumerators ) {
-      out += "| " + std::to_string( e.value ) + " | " + code( e.name.text ) + " | " + prose( e.doc ) + " |\n";
+      out += "| " + std::to_string( e.value ) + " | " + code( e.name.text ) + " | " + prose( e.doc, cellGap ) + " |\n";
    }
    return out + "\n";
 }
 
 std::string operations( const std::vector< Op >& ops, const std::string& owner ) {
    std::string out;
-   for( const Op& op : ops ) out += "- " + code( owner + describe( op ) ) + ( op.doc.empty() ? "" : ": " + prose( op.doc ) ) + "\n";
+   for( const Op& op : ops )
+      out += "- " + code( owner + describe( op ) ) + ( op.doc.empty() ? "" : ": " + prose( op.doc, itemGap ) ) + "\n";
    return out;
 }
 

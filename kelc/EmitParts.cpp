@@ -12,20 +12,17 @@ using Strings = std::vector< std::string >;
 
 void typeMembers( Writer& w, const Decl& decl ) {
    const char* code = decl.kind == Kind::composite ? "composite" : "scalar";
-   w.blank();
    w.line( "using GenericIf_ = ::Kel::GenericIfOf< " + decl.name.text + " >;" );
    if( decl.isValue() ) w.line( std::string( "static constexpr ::Kel::TypeCode _code = ::Kel::TypeCode::" ) + code + ";" );
    w.line( "static ::Kel::Type _Type;" );
    if( decl.isValue() ) return;
-   w.line( "static ::Kel::Type& _fwkType() { return _Type; }" );
-   w.line( "::Kel::Type& fwkType() const override { return _Type; }" );
+   w.pair( "static ::Kel::Type& _fwkType() { return _Type; }", "::Kel::Type& fwkType() const override { return _Type; }" );
 }
 
 void nestedClasses( Writer& w, const Decl& decl ) {
    for( const auto& nested : decl.nested ) {
       if( nested->kind == Kind::enumeration ) enumClass( w, *nested );
       else valueClass( w, *nested );
-      w.blank();
    }
 }
 
@@ -89,12 +86,29 @@ std::string opRow( const Decl& decl, const Op& op ) {
    return "::Kel::operationAttr< " + arguments + " >( \"" + op.name.text + "\" )";
 }
 
-void attrIndices( Writer& w, const std::string& base, const Strings& names ) {
-   w.line( "struct Attr_ : " + base + "::Attr_ {" );
+void openClass( Writer& w, const Decl& decl, const Strings& rowNames ) {
+   const std::string base = baseClass( decl );
+   w.doc( decl.doc );
+   w.line( "class " + decl.name.text + " : public " + base + " {" );
+   w.in();
+   w.label( "public:" );
+   nestedClasses( w, decl );
    std::string all;
-   for( const auto& name : names ) all += name + ( all.empty() ? " = " + base + "::Attr_::count_, " : ", " );
-   w.line( "   enum : ::Kel::U16 { " + all + ( names.empty() ? "count_ = " + base + "::Attr_::count_" : "count_" ) + " };" );
-   w.line( "};" );
+   for( const auto& name : rowNames ) all += name + ( all.empty() ? " = " + base + "::Attr_::count_, " : ", " );
+   w.line( "struct Attr_ : " + base + "::Attr_ { enum : ::Kel::U16 { " + all +
+           ( rowNames.empty() ? "count_ = " + base + "::Attr_::count_" : "count_" ) + " }; };" );
+}
+
+void typeObjectOf( Writer& w, const Decl& decl, Strings all, const std::string& info, const Strings& parameters ) {
+   const std::string name = localName( decl );
+   for( const Op* op : reflectedOps( decl ) ) all.push_back( opRow( decl, *op ) );
+   w.line( "// --- " + name );
+   nestedObjects( w, decl );
+   const bool hasRows = rows( w, decl, all );
+   Strings arguments{ name, baseClass( decl ) };
+   arguments.insert( arguments.end(), parameters.begin(), parameters.end() );
+   w.line( "constinit ::Kel::Type " + name + "::_Type{ ::Kel::" + info + "< " + joined( arguments ) + " >( \"" + decl.qualifiedName() + "\", " +
+           ( hasRows ? "attrs_" : "{}" ) + " ) };" );
 }
 
 std::string baseClass( const Decl& decl ) {

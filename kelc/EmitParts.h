@@ -33,11 +33,15 @@ std::string rowType( const Decl& decl );
 std::string rowExtra( const Decl& decl );
 /// Opens `constinit const ::Kel::Attr X::attrs_[] = {`; without rows nothing is written. Returns true when there are any.
 bool rows( Writer& w, const Decl& decl, const std::vector< std::string >& all );
+/// The class of an entity or machine up to its indices, one per row.
+void openClass( Writer& w, const Decl& decl, const std::vector< std::string >& rowNames );
+/// The objects of an entity or machine: its nested types', its rows, those of its operations last, and its own, which libKel's `info` makes
+/// for its class, its base and the types of its parameters.
+void typeObjectOf( Writer& w, const Decl& decl, std::vector< std::string > all, const std::string& info,
+                   const std::vector< std::string >& parameters = {} );
 /// The operations that reflection can call, one per name.
 std::vector< const Op* > reflectedOps( const Decl& decl );
 std::string opRow( const Decl& decl, const Op& op );
-/// The `Attr_` enumeration: an index per row.
-void attrIndices( Writer& w, const std::string& base, const std::vector< std::string >& names );
 
 /// A constructor's parameters: the name of an entity that has one, then the key and the parameters, each as `TYPE NAME`.
 std::vector< std::string > constructorDeclaration( const Decl& decl );

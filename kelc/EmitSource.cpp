@@ -18,15 +18,12 @@ class Scope {
       open_ = true;
       current_ = nameSpace;
       if( nameSpace.empty() ) return;
-      w_.blank();
       w_.line( "namespace " + nameSpace + " {" );
-      w_.blank();
    }
    void close() {
       if( !open_ ) return;
       open_ = false;
       if( current_.empty() ) return;
-      w_.blank();
       w_.line( "}" );
    }
 
@@ -80,7 +77,13 @@ std::string emitSource( const Module& module ) {
          handles.push_back( "2 + " + cppType( *decl ) + "::Attr_::count_ - " + baseClass( *decl ) + "::Attr_::count_" );
    }
    const std::string object = "kelModule" + name + "_";
-   if( !types.empty() ) w.line( "static ::Kel::Type* const kelTypes[] = { " + joined( types, ",\n   " ) + " };" );
+   if( !types.empty() ) {
+      w.line( "static ::Kel::Type* const kelTypes[] = {" );
+      w.in();
+      w.filled( types, "," );
+      w.out();
+      w.line( "};" );
+   }
    if( handles.size() > 1 ) w.line( "static ::Kel::S32 kelHandles[ " + joined( handles, " + " ) + " ];" );
    w.line( "extern ::Kel::Module " + object + ";" );
    w.line( "constinit ::Kel::Module " + object + "{ .name = \"" + name + "\", .types = " +

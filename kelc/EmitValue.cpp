@@ -187,9 +187,7 @@ void layoutAssertion( Writer& w, const Decl& decl ) {
          parts.push_back( "offsetof( " + localName( decl ) + ", " + fields[ i ]->name.text +
                           "_ ) == " + std::to_string( offsets[ i ] ) );
    }
-   w.line( "struct " + localName( decl ) + "::Layout_ {" );
-   w.line( "   static_assert( " + joined( parts, " && " ) + " );" );
-   w.line( "};" );
+   w.line( "struct " + localName( decl ) + "::Layout_ { static_assert( " + joined( parts, " && " ) + " ); };" );
 }
 
 std::string boundsInit( const Decl& decl ) {
@@ -199,7 +197,7 @@ std::string boundsInit( const Decl& decl ) {
    const Range& basis = decl.basis.decl->range;
    const Literal* low = min ? min : basis.min.empty() ? nullptr : &basis.min;
    const Literal* high = max ? max : &basis.max;
-   return ", .bounds = { " + ( decl.range.isMax || !low ? "0" : cppNumber( *low ) ) + ", " + cppNumber( *high ) + ", " +
+   return ", { " + ( decl.range.isMax || !low ? "0" : cppNumber( *low ) ) + ", " + cppNumber( *high ) + ", " +
           cppText( text ) + " }";
 }
 
@@ -238,10 +236,8 @@ void enumObject( Writer& w, const Decl& decl ) {
    for( auto at = table.find( "::" ); at != std::string::npos; at = table.find( "::" ) ) table.replace( at, 2, "_" );
    table += "_names";
    w.line( "static constexpr ::Kel::Enumerator " + table + "[] = { " + joined( names ) + " };" );
-   w.line( "constinit ::Kel::Type " + localName( decl ) + "_Type{ { .qualifiedName = \"" + decl.qualifiedName() +
-           "\", .code = ::Kel::TypeCode::enumeration, .size = sizeof( " + localName( decl ) + " )," );
-   w.line( "   .values = &::Kel::valueOps< " + localName( decl ) + " >, .enumerators = " + table +
-           ", .wrap = &::Kel::makeGenericIf< " + localName( decl ) + " > } };" );
+   w.line( "constinit ::Kel::Type " + localName( decl ) + "_Type{ ::Kel::enumInfo< " + localName( decl ) + " >( \"" + decl.qualifiedName() +
+           "\", " + table + " ) };" );
 }
 
 void valueClass( Writer& w, const Decl& decl ) {
@@ -259,7 +255,6 @@ void valueClass( Writer& w, const Decl& decl ) {
    else compositeMembers( w, decl );
    opMembers( w, decl.ops );
    typeMembers( w, decl );
-   w.blank();
    w.label( "private:" );
    if( layoutOf( decl ) ) w.line( "struct Layout_;" );
    w.line( "static const ::Kel::Attr attrs_[];" );
@@ -283,12 +278,9 @@ void valueObject( Writer& w, const Decl& decl ) {
    w.line( "// --- " + name );
    nestedObjects( w, decl );
    rows( w, decl, all );
-   w.line( "constinit ::Kel::Type " + name + "::_Type{ { .qualifiedName = \"" + decl.qualifiedName() +
-           "\", .code = _code, .size = sizeof( " + name + " ), .attrs = attrs_," );
-   w.line( "   .values = &::Kel::valueOps< " + name + " >" + boundsInit( decl ) + ", .wrap = &::Kel::makeGenericIf< " + name +
-           " > } };" );
+   w.line( "constinit ::Kel::Type " + name + "::_Type{ ::Kel::valueInfo< " + name + " >( \"" + decl.qualifiedName() + "\", attrs_" +
+           boundsInit( decl ) + " ) };" );
    layoutAssertion( w, decl );
-   w.blank();
 }
 
 void constantMember( Writer& w, const Attr& attr ) {
@@ -297,7 +289,8 @@ void constantMember( Writer& w, const Attr& attr ) {
    if( !isConstantExpression( attr ) ) {
       w.line( cppType( type ) + " " + attr.name.text + "() const { return " + expression( type, attr.init ) + "; }" );
    } else {
-      const std::string value = type.qualifiedName() == "Kel::String8" ? cppText( attr.init.text ) : expression( type, attr.init );
+      const std::string value =
+         type.qualifiedName() == "Kel::String8" ? cppText( attr.init.text ) : expression( type, attr.init );
       w.line( "static constexpr ::Kel::Constant< " + cppType( type ) + " > " + attr.name.text + "{ " + value + " };" );
    }
 }
@@ -305,7 +298,8 @@ void constantMember( Writer& w, const Attr& attr ) {
 std::string constantRow( const Attr& attr ) {
    if( isConstantExpression( attr ) ) return "::Kel::constantAttr( \"" + attr.name.text + "\", &" + attr.name.text + " )";
    const std::string owner = localName( *attr.owner );
-   return "::Kel::derivedAttr< " + owner + ", &" + owner + "::" + attr.name.text + " >( \"" + attr.name.text + "\" )";
+   return "::Kel::derivedAttr< " + owner + ", &" + owner + "::" + attr.name.text + " >( \"" + attr.name.text +
+          "\", ::Kel::KelAttrIntrospectionFlags::nonInstantiating )";
 }
 
 }

@@ -58,15 +58,10 @@ TEST_F( Hostile, MutatedDefinitions ) {
 }
 
 TEST_F( Hostile, RandomWordsOfTheLanguage ) {
-   const std::vector< std::string > words{ "value",   "entity",  "machine", "enum",     "extern", "namespace A;",
-                                           "V",       "W",       "a",       "b",        "U8",     "String8",
-                                           "{",       "}",       "(",       ")",        ";",      ":",
-                                           "->",      "=",       "..",      ",",        "map",    "set",
-                                           "queue",   "of",      "by",      "child",    "ref",    "key",
-                                           "param",   "derived", "narrow",  "watch",    "on",     "op",
-                                           "virtual", "const",   "from",    "as",       "1",      "-5",
-                                           "\"x\"",   "name",    "ordered", "optional", "table",  "owner",
-                                           ".",       "::" };
+   std::istringstream all( "value entity machine enum extern namespace V W a b U8 String8 { } ( ) ; : -> = .. , map set queue of "
+                           "by child ref key param derived narrow watch on op virtual const from as 1 -5 \"x\" name ordered "
+                           "optional table owner . ::" );
+   const std::vector< std::string > words( std::istream_iterator< std::string >( all ), {} );
    std::mt19937 random( 3 );
    for( int i = 0; i < 400; ++i ) {
       std::string text = "module H; import \"kel/Kel.kel\";\n";

@@ -24,7 +24,8 @@ const Attr* keyOf( const Decl& decl );
 /// True when the type, or a base of it, is constructed with a name.
 bool isNamed( const Decl& decl );
 
-/// The type of an entity's name: `Kel::Name` unless the definition says otherwise. Null when it is `Kel::Name` and that is unknown.
+/// The type of an entity's name: `Kel::Name` unless the definition says otherwise. Null when it is `Kel::Name` and that is
+/// unknown.
 const TypeRef* nameTypeOf( const Decl& decl );
 
 /// What the constructor takes behind the name, in order: the base's parameters first.

@@ -54,14 +54,15 @@ std::vector< std::string > memberNames( const Attr& attr ) {
 
 bool isReservedWord( std::string_view name ) {
    static const std::array words{
-      "alignas", "alignof", "and", "and_eq", "asm", "auto", "bitand", "bitor", "bool", "break", "case", "catch", "char", "char16_t",
-      "char32_t", "char8_t", "class", "co_await", "co_return", "co_yield", "compl", "concept", "const", "const_cast", "consteval",
-      "constexpr", "constinit", "continue", "decltype", "default", "delete", "do", "double", "dynamic_cast", "else", "enum",
-      "explicit", "export", "extern", "false", "float", "for", "friend", "goto", "if", "inline", "int", "long", "mutable",
-      "namespace", "new", "noexcept", "not", "not_eq", "nullptr", "operator", "or", "or_eq", "private", "protected", "public",
-      "register", "reinterpret_cast", "requires", "return", "short", "signed", "sizeof", "static", "static_assert", "static_cast",
-      "struct", "switch", "template", "this", "thread_local", "throw", "true", "try", "typedef", "typeid", "typename", "union",
-      "unsigned", "using", "virtual", "void", "volatile", "wchar_t", "while", "xor", "xor_eq" };
+      "alignas", "alignof", "and", "and_eq", "asm", "auto", "bitand", "bitor", "bool", "break", "case", "catch", "char",
+      "char16_t", "char32_t", "char8_t", "class", "co_await", "co_return", "co_yield", "compl", "concept", "const",
+      "const_cast", "consteval", "constexpr", "constinit", "continue", "decltype", "default", "delete", "do", "double",
+      "dynamic_cast", "else", "enum", "explicit", "export", "extern", "false", "float", "for", "friend", "goto", "if",
+      "inline", "int", "long", "mutable", "namespace", "new", "noexcept", "not", "not_eq", "nullptr", "operator", "or",
+      "or_eq", "private", "protected", "public", "register", "reinterpret_cast", "requires", "return", "short", "signed",
+      "sizeof", "static", "static_assert", "static_cast", "struct", "switch", "template", "this", "thread_local", "throw",
+      "true", "try", "typedef", "typeid", "typename", "union", "unsigned", "using", "virtual", "void", "volatile",
+      "wchar_t", "while", "xor", "xor_eq" };
    return std::binary_search( words.begin(), words.end(), name );
 }
 
@@ -69,8 +70,9 @@ bool isFrameworkName( Kind kind, std::string_view name ) {
    static const std::array values{ "hash", "fwkType", "fwk", "valueType" };
    static const std::array entities{ "name", "parent", "fwkType", "fullName", "entity", "kelImmediate", "hasNotificationActive",
                                     // what generated bodies call
-                                    "at", "set", "setAt", "setIn", "setRef", "setRefIn", "newChild", "newOptional", "delAll", "delAt", "delFrom",
-                                    "delOptional", "enqIn", "deqFrom", "changed", "changedKey", "attrNotify", "attrLog", "changeCount" };
+                                    "at", "set", "setAt", "setIn", "setRef", "setRefIn", "newChild", "newOptional", "delAll",
+                                    "delAt", "delFrom", "delOptional", "enqIn", "deqFrom", "changed", "changedKey", "attrNotify",
+                                    "attrLog", "changeCount" };
    auto contains = [ name ]( const auto& names ) { return std::find( names.begin(), names.end(), name ) != names.end(); };
    if( kind == Kind::entity || kind == Kind::externEntity ) return contains( entities );
    if( kind == Kind::machine || kind == Kind::externMachine ) return name == "fwkType" || name == "hasNotificationActive";

@@ -9,7 +9,8 @@ namespace Kelc {
 /// order decides.
 std::vector< const Decl* > definitionOrder( const Module& module );
 
-/// The headers of all other types that a module's types are made of, sorted, as they stand between the brackets of an include line.
+/// The headers of all other types that a module's types are made of, sorted, as they stand between the brackets of an include
+/// line.
 std::vector< std::string > includesOf( const Module& module );
 
 }

@@ -12,7 +12,8 @@ namespace {
 
 bool holds( const std::string& path, const std::string& text ) {
    std::error_code error;
-   if( !std::filesystem::is_regular_file( path, error ) || std::filesystem::file_size( path, error ) != text.size() ) return false;
+   if( !std::filesystem::is_regular_file( path, error ) || std::filesystem::file_size( path, error ) != text.size() )
+      return false;
    std::ifstream in( path, std::ios::binary );
    return in && std::string( std::istreambuf_iterator< char >( in ), {} ) == text;
 }

@@ -1,7 +1,7 @@
 // One function per construct. A syntax error is reported where it happens and thrown as `Skip`; the loop over the statements of
 // the enclosing block catches it, passes over the rest of the statement and goes on. Words of the language are words only where
-// they can stand: `key : HostKey;` declares an attribute named key. Blocks and lists nest at most `maxDepth` deep, so that no input
-// exhausts the stack.
+// they can stand: `key : HostKey;` declares an attribute named key. Blocks and lists nest at most `maxDepth` deep, so that no
+// input exhausts the stack.
 #include "Grammar.h"
 
 #include <algorithm>

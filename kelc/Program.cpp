@@ -80,6 +80,19 @@ void Program::loadImports( Module& module ) {
    }
 }
 
+// The directory nearest to a file says how its header is included: a library may lie inside of another's tree.
+std::string Program::prefixOf( const std::string& canonicalPath, const std::string& found ) const {
+   std::string prefix = found;
+   std::size_t nearest = 0;
+   for( const ImportDir& dir : dirs_ ) {
+      const std::string inside = canonical( dir.path ) + "/";
+      if( inside.size() <= nearest || !canonicalPath.starts_with( inside ) ) continue;
+      nearest = inside.size();
+      prefix = dir.prefix;
+   }
+   return prefix;
+}
+
 Module* Program::resolveImport( const Import& import ) {
    std::string tried;
    for( const ImportDir& dir : dirs_ ) {
@@ -96,7 +109,7 @@ Module* Program::resolveImport( const Import& import ) {
          return nullptr;
       }
       std::string why;
-      if( Module* module = loadFile( path, dir.prefix, why ) ) return module;
+      if( Module* module = loadFile( path, prefixOf( key, dir.prefix ), why ) ) return module;
       tried += "\n   " + path + ": " + why;
    }
    diagnostics_.error( import.span,
@@ -141,7 +154,8 @@ Decl* Program::find( const std::string& qualifiedName ) const {
    return at == types_.end() ? nullptr : at->second;
 }
 
-// Looks in one scope. As in C++, the nearest scope that knows the first part of a qualified name decides; `stop` says that it did.
+// Looks in one scope. As in C++, the nearest scope that knows the first part of a qualified name decides; `stop` says that it
+// did.
 Decl* Program::inScope( const std::string& scope, const std::string& name, std::string* hidden, bool& stop ) const {
    const auto colon = name.find( "::" );
    if( Decl* decl = find( join( scope, name ) ) ) return decl;

@@ -8,7 +8,8 @@
 
 namespace Kelc {
 
-/// A directory where imported definition files are looked for, and the prefix of their generated headers.
+/// A directory where imported definition files are looked for, and the prefix of the generated headers of all files below it that no
+/// other such directory is nearer to.
 struct ImportDir {
    std::string path;
    std::string prefix;
@@ -40,6 +41,7 @@ class Program {
 
  private:
    Module* loadFile( const std::string& path, const std::string& prefix, std::string& why );
+   std::string prefixOf( const std::string& canonicalPath, const std::string& found ) const;
    void loadImports( Module& module );
    Module* resolveImport( const Import& import );
    void declare( Decl& decl );

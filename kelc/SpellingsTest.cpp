@@ -1,9 +1,12 @@
-// What the compiler writes for every spelling of the language, at work: the classes of testdata/Spellings.kel with bodies by hand.
+// What the compiler writes for every spelling of the language, at work: the classes of testdata/Spellings.kel with bodies by
+// hand.
 #include <KelcTest/Spellings.h>
 #include <KelcTest/Table.h>
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <kel/GenericIf.h>
+#include <kel/ThrownTest.h>
 #include <sstream>
 
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
@@ -12,7 +15,8 @@ namespace Outside {
 
 constinit const Kel::Attr Mux::attrs_[] = { Kel::ptrAttr< Kel::Dir >( "lower", Kel::AttrKind::ref, offsetof( Mux, lower_ ), 0 ) };
 constinit Kel::Type Mux::_Type{
-   { .qualifiedName = "Outside::Mux", .code = Kel::TypeCode::machine, .attrs = attrs_, .base = &Kel::Machine::_Type }
+   { .qualifiedName = "Outside::Mux", .code = Kel::TypeCode::machine, .attrs = attrs_, .base = &Kel::Machine::_Type,
+     .firstAttr = Kel::Machine::Attr_::count_ }
 };
 constinit const Kel::Attr IntfConfig::attrs_[] = { Kel::attr< Kel::U32 >( "intfId", offsetof( IntfConfig, intfId_ ), 5 ),
                                                    Kel::attr< Kel::U32 >( "genId", offsetof( IntfConfig, genId_ ), 5 ) };
@@ -42,7 +46,12 @@ namespace {
 
 std::string calls;   ///< what the handlers below have been called with
 
-void called( const std::string& call ) { calls += ( calls.empty() ? "" : " " ) + call; }
+std::function< void() > then;   ///< what the next one does
+
+void called( const std::string& call ) {
+   calls += ( calls.empty() ? "" : " " ) + call;
+   if( then ) std::exchange( then, nullptr )();
+}
 std::string takeCalls() { return std::exchange( calls, {} ); }
 
 template< class T >
@@ -54,12 +63,7 @@ std::string shown( const T& value ) {
 
 template< class F >
 std::string thrownBy( F f ) {
-   try {
-      f();
-   } catch( const Kel::Exception& e ) {
-      return e.what();
-   }
-   return "nothing";
+   return thrown< Kel::Exception >( f );
 }
 
 }
@@ -78,7 +82,9 @@ void Fdb::flush() { called( "flush" ); }
 Host Fdb::find( const HostKey& key ) const { return host( key ); }
 Kel::Ptr< Vlan > Root::doCreate( Vid vid ) { return vlanIs( vid, false, Pair() ); }
 Kel::Ptr< Vlan > BigRoot::doCreate( Vid vid ) { return vlanIs( vid, true, Pair() ); }
-void VlanIntfConfigDir::doGetIntf( Kel::U32 intfId, Outside::IntfConfig** const& config ) { *config = intfConfig( intfId ).ptr(); }
+void VlanIntfConfigDir::doGetIntf( Kel::U32 intfId, Outside::IntfConfig** const& config ) {
+   *config = intfConfig( intfId ).ptr();
+}
 void Writer::handleInitialized() { called( "init" ); }
 void Writer::handleAging() { called( "aging" ); }
 void Writer::handleVlans() { called( "vlans" ); }
@@ -102,52 +108,29 @@ Kel::U32 VlanMux::decapsulate( Kel::U32 frame ) { return frame + native().value(
 
 namespace {
 
-TEST( Spellings, ScalarsCheckTheirBounds ) {
-   EXPECT_EQ( shown( Vid() ), "1" );
+TEST( Spellings, ScalarsAndEnumerations ) {
    EXPECT_EQ( shown( Tpid() ), "33024" );
    EXPECT_EQ( shown( Offset() ), "-3" );
-   EXPECT_EQ( shown( Wide() ), "5" );
    EXPECT_EQ( shown( Delay() ), "1.5" );
    EXPECT_EQ( shown( Label() ), "'none'" );
    EXPECT_EQ( Vid::max(), 4094 );
-   EXPECT_EQ( Vid::min, 1 );
-   EXPECT_EQ( thrownBy( [] { Vid( 0 ); } ), "Vid::value < 1 or > 4094 not allowed" );
-   EXPECT_EQ( thrownBy( [] { Vid( 4095 ); } ), "Vid::value < 1 or > 4094 not allowed" );
-   EXPECT_EQ( thrownBy( [] { Vid( 4094 ); } ), "nothing" );
-   EXPECT_EQ( thrownBy( [] { VidOrNone( 4095 ); } ), "VidOrNone::value > 4094 not allowed" );
    EXPECT_EQ( thrownBy( [] { Tpid( 0 ); } ), "Tpid::value <= 0 not allowed" );
    EXPECT_EQ( thrownBy( [] { Tpid( 65535 ); } ), "nothing" );
-   EXPECT_EQ( thrownBy( [] { Offset( -11 ); } ), "Offset::value < -10 or > 10 not allowed" );
-   EXPECT_EQ( thrownBy( [] { Offset( -10 ); } ), "nothing" );
+   EXPECT_EQ( thrownBy( [] { VidOrNone( 4095 ); } ), "VidOrNone::value > 4094 not allowed" );
    EXPECT_EQ( thrownBy( [] { Wide( ~Kel::U64( 0 ) ); } ), "Wide::value < 5 or > 18446744073709551614 not allowed" );
-   EXPECT_EQ( thrownBy( [] { Key10( "12345678901" ); } ), "Key10::bytes > 10 not allowed" );
-   EXPECT_EQ( thrownBy( [] { Key10( "1234567890" ); } ), "nothing" );
    EXPECT_EQ( thrownBy( [] { Kel::strepToValue< Wide >( "4" ); } ), "Wide::value < 5 or > 18446744073709551614 not allowed" );
-   EXPECT_LT( Vid( 2 ), Vid( 3 ) );
-}
-
-TEST( Spellings, EnumerationsHaveNumbersAndNames ) {
-   EXPECT_EQ( shown( Colour::grey ), "grey" );
    EXPECT_EQ( static_cast< Kel::U32 >( Colour::grey ), 8u );
    EXPECT_EQ( ColourInstance( 7 ), Colour::blue );
-   EXPECT_EQ( ColourInstance( "grey" ), Colour::grey );
-   EXPECT_EQ( thrownBy( [] { ColourInstance( 3 ); } ), "Colour" );
-   EXPECT_EQ( shown( static_cast< Colour >( 3 ) ), "Colour(3)" );
    EXPECT_EQ( shown( Inner::Colour::white ), "white" );
 }
 
 TEST( Spellings, CompositesHaveTheDefaultsOfTheirDefinition ) {
-   const Mixed mixed;
-   EXPECT_EQ( mixed.size(), 17u );
-   EXPECT_TRUE( mixed.flag() );
-   EXPECT_EQ( mixed.text(), std::string_view( "a \"b\"\n\x01" ) );
-   EXPECT_EQ( mixed.pair(), Pair( 7, 0 ) );
-   EXPECT_EQ( mixed.level(), Level::low );
-   EXPECT_EQ( mixed.colour(), Colour::blue );
-   EXPECT_EQ( mixed.addr(), Quor::EthAddr( "02:00:00:00:00:01" ) );
+   EXPECT_EQ( shown( Mixed() ),
+              "Value('Spelling::Mixed', ** {'size': 17, 'flag': True, 'text': 'a \"b\"\\n\\x01', "
+              "'pair': Value('Spelling::Pair', ** {'outer': 7, 'inner': 0}), 'level': 'low', 'colour': 'blue', "
+              "'addr': '02:00:00:00:00:01'})" );
    EXPECT_EQ( Mixed::limit(), 17u );
-   EXPECT_TRUE( mixed.isSmall( 18 ) );
-   EXPECT_EQ( Range().end(), Vid( 4094 ) );
+   EXPECT_TRUE( Mixed().isSmall( 18 ) );
    EXPECT_TRUE( !Host() );
    EXPECT_FALSE( !Host( {}, {}, 1, 0, 0, 0, Colour::red ) );
    EXPECT_EQ( sizeof( Host ), 48u );
@@ -155,25 +138,6 @@ TEST( Spellings, CompositesHaveTheDefaultsOfTheirDefinition ) {
    EXPECT_EQ( HostKey( 5, Quor::EthAddr() ).hash(), Quor::EthAddr().hash() ^ 5u );
    EXPECT_LT( Ranked( "b", Level::low ), Ranked( "a", Level::high ) );
    EXPECT_TRUE( Ranked( "b", Level::low ).isLower( Ranked( "a", Level::low ) ) );
-}
-
-TEST( Spellings, TextRoundTripsForEveryValue ) {
-   const auto roundTrip = []( const auto& value ) {
-      using T = std::decay_t< decltype( value ) >;
-      const auto text = Kel::valueToStrep( value );
-      EXPECT_EQ( Kel::strepToValue< T >( text.view() ), value ) << text.view();
-   };
-   roundTrip( Vid( 7 ) );
-   roundTrip( Offset( -10 ) );
-   roundTrip( Wide( ~Kel::U64( 1 ) ) );
-   roundTrip( Key10( "it's" ) );
-   roundTrip( Mixed() );
-   roundTrip( Host( HostKey( 1, Quor::EthAddr( "02:00:00:00:00:01" ) ), Quor::IntfId( "Ethernet3/2" ), 1, 2.5, ~Kel::U64( 0 ),
-                    -1, Colour::grey ) );
-   roundTrip( Ranked( "x", Level::high ) );
-   roundTrip( PortId( Quor::IntfId( "Port-Channel7" ) ) );
-   roundTrip( Group::State( 1, 2 ) );
-   EXPECT_EQ( Kel::valueToStrep( PortId( Kel::String8( "Ethernet3" ) ) ), "'Ethernet3'" );
 }
 
 TEST( Spellings, EntitiesKeepTheirLimitsAndDefaults ) {
@@ -184,17 +148,10 @@ TEST( Spellings, EntitiesKeepTheirLimitsAndDefaults ) {
    EXPECT_TRUE( vlan->good() );
    EXPECT_EQ( vlan->source(), "default" );
    EXPECT_EQ( vlan->group(), Quor::EthAddr( "01:80:c2:00:00:02" ) );
-   EXPECT_EQ( thrownBy( [ & ] { vlan->sizeIs( 9237 ); } ), "Vlan::size > Vlan::sizeMax not allowed" );
-   EXPECT_EQ( vlan->size(), 9237 );
-   EXPECT_EQ( thrownBy( [ & ] { vlan->sizeIs( 9237 ); } ), "nothing" );
    EXPECT_EQ( thrownBy( [ & ] { vlan->checkedIs( 101 ); } ), "Vlan::checked > 100 not allowed" );
    EXPECT_EQ( vlan->checked(), 3 );
    vlan->pairIs( Pair( 9, 9 ) );
    EXPECT_EQ( root->vlanIs( 10, true, Pair( 1, 1 ) ), vlan );
-   EXPECT_EQ(
-      thrownBy( [ & ] { root->vlanIs( 10, false, Pair() ); } ),
-      "Reinstantiating the entity with name 10 where constructor parameter attribute _internal has a different value of False than the "
-      "current value of True not allowed" );
    EXPECT_EQ( root->range(), Range( 10, 20 ) );
    EXPECT_EQ( bigRootFactory( "b" )->doCreate( 5 )->internal(), true );
    EXPECT_EQ( Inner::shadeFactory( "s" )->colour(), Inner::Colour::white );
@@ -207,27 +164,13 @@ TEST( Spellings, CollectionsAndReferences ) {
    EXPECT_EQ( root->byVlan( 10 ), vlan );
    EXPECT_EQ( thrownBy( [ & ] { root->byVlanIs( nullptr ); } ),
               "null _byVlan parameter to mutator for Spelling::Root::byVlan not allowed" );
-   EXPECT_EQ( thrownBy( [ & ] { root->sureIs( 1, nullptr ); } ),
-              "null _sure parameter to mutator for Spelling::Root::sure not allowed" );
-   EXPECT_EQ( thrownBy( [ & ] { root->requiredIs( nullptr ); } ),
-              "null _required parameter to mutator for Spelling::Root::required not allowed" );
    const auto fdb = root->fdbIs( 3 );
-   const auto topo = root->topoIs( "t", 7, fdb );
-   EXPECT_EQ( root->topoIs( "t", 7, fdb ), topo );
+   root->topoIs( "t", 7, fdb );
    EXPECT_NE( thrownBy( [ & ] { root->topoIs( "t", 7, nullptr ); } ).find( "_best has a different value of null" ),
               std::string::npos );
-   root->vidTopoIs( 4, topo );
-   EXPECT_EQ( root->vidTopoDel( 4 ), topo );
-   EXPECT_EQ( root->vidTopo( 4 ), nullptr );
-   EXPECT_EQ( root->spareIs( "spare" )->parent(), root.ptr() );
-   EXPECT_EQ( root->spareDel()->name(), "spare" );
-   EXPECT_EQ( root->spare(), nullptr );
-
    const auto group = root->groupIs( "g" );
    EXPECT_EQ( group->state(), Group::State( 1, 2 ) );
    EXPECT_EQ( group->phase(), Group::Phase::late );
-   group->queue32Enq( Group::State( 3, 4 ) );
-   EXPECT_EQ( group->queue32Deq(), Group::State( 3, 4 ) );
    vlan->allowedIs( 30, true );
    vlan->allowedIs( 20, true );
    EXPECT_EQ( vlan->allowedIterConst().key(), Vid( 20 ) );
@@ -235,29 +178,7 @@ TEST( Spellings, CollectionsAndReferences ) {
    EXPECT_EQ( fdb->find( HostKey( 3, Quor::EthAddr() ) ).moves(), 5u );
 }
 
-TEST( Spellings, SilentAttributesAreNotAnnounced ) {
-   class Watch : public Vlan::NotifieeConst {
-    public:
-      using NotifieeConst::NotifieeConst;
-      void onLocal() override { called( "local" ); }
-      void onPort() override { called( "ports" ); }
-      void onPort( const Quor::IntfId& id ) override { called( "port:" + id.stringValue().str() ); }
-      void onPortkelImmediate() override { called( "now" ); }
-   };
-   const auto vlan = vlanFactory( "v", 1, false, Pair() );
-   const Kel::Ptr< Watch > watch( new Watch( vlan ) );
-   takeCalls();
-   const auto before = vlan->changeCount();
-   vlan->hushedIs( 5 );
-   EXPECT_EQ( vlan->changeCount(), before + 1 );
-   EXPECT_EQ( takeCalls(), "" );
-   vlan->localIs( 5 );
-   vlan->portIs( Quor::IntfId( "Ethernet1" ), Host( {}, {}, 1, 0, 0, 0, Colour::red ) );
-   vlan->portNotifyCollection();
-   EXPECT_EQ( takeCalls(), "local now port:Ethernet1 now ports" );
-}
-
-TEST( Spellings, ReflectionCallsOperationsAndDerivedAttributes ) {
+TEST( Spellings, ReflectionCallsAnOverload ) {
    const auto fdb = fdbFactory( 3 );
    Fdb::GenericIf_ generic( fdb.ptr(), false );
    takeCalls();
@@ -266,12 +187,6 @@ TEST( Spellings, ReflectionCallsOperationsAndDerivedAttributes ) {
    Kel::AttributeOp op{ .attribute = Fdb::Attr_::flush, .kind = Kel::AttributeOp::Kind::invoke, .arguments = arguments };
    generic.attributeOp( op, nullptr, nullptr );
    EXPECT_EQ( takeCalls(), "flush red" );
-   const auto vlan = vlanFactory( "v", 7, false, Pair( 3, 4 ) );
-   Vlan::GenericIf_ vlanIf( vlan.ptr(), false );
-   Kel::Ptr< Kel::GenericIf > result;
-   vlanIf.attributeOp( { .attribute = Vlan::Attr_::outer }, nullptr, &result );
-   EXPECT_EQ( result->strRep(), "3" );
-   EXPECT_EQ( vlanIf.attributeId( "kelHasAttrLogInterface" ), 1 );
    EXPECT_EQ( BigRoot::_Type.attributeId( "extra" ), BigRoot::Attr_::extra );
    EXPECT_EQ( BigRoot::Attr_::extra, Root::Attr_::count_ );
 }
@@ -351,6 +266,16 @@ TEST( Spellings, MachineWithoutEntitiesStartsAndTakesThemLater ) {
    EXPECT_EQ( takeCalls(), "" );
 }
 
+TEST( Spellings, MachineAndItsEntityMayGoWhileItStartsItsReactors ) {
+   auto root = rootFactory( "root" );
+   for( Kel::U16 fid = 1; fid < 4; ++fid ) root->fdbIs( fid );
+   auto writer = writerFactory( nullptr, nullptr, false );
+   takeCalls();
+   then = [ & ] { writer = nullptr, root = nullptr; };
+   writer->rootIs( root );
+   EXPECT_EQ( takeCalls(), "hosts:1 hosts:2 hosts:3" );
+}
+
 TEST( Spellings, ChildMachinesStartInTheirMapAndEndInIt ) {
    takeCalls();
    const auto dir = Kel::dirFactory( "dir" );
@@ -363,10 +288,10 @@ TEST( Spellings, ChildMachinesStartInTheirMapAndEndInIt ) {
    merger->sourceSmIs( Ranked( "b", Level::low ), config );
    EXPECT_EQ( takeCalls(), "sm:a+ sm:b+" );
    EXPECT_EQ( merger->sourceSmIs( Ranked( "a", Level::low ), config ), sm );
-   EXPECT_EQ(
-      thrownBy( [ & ] { merger->sourceSmIs( Ranked( "a", Level::low ), vlanIntfConfigDirFactory( "x" ) ); } ),
-      "Reinstantiating the pointer interface where constructor parameter attribute _config has a different value of x than the current "
-      "value of dir/config not allowed" );
+   EXPECT_EQ( thrownBy( [ & ] { merger->sourceSmIs( Ranked( "a", Level::low ), vlanIntfConfigDirFactory( "x" ) ); } ),
+              "Reinstantiating the pointer interface where constructor parameter attribute _config has a different value of x "
+              "than the current "
+              "value of dir/config not allowed" );
    EXPECT_EQ( merger->sourceSmIterConst().key().source(), "a" );
    config->intfConfigIs( 5, 1 );
    EXPECT_EQ( takeCalls(), "config:5 config:5" );

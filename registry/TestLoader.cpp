@@ -2,8 +2,8 @@
 #include <dlfcn.h>
 #include <kel/Registry.h>
 
-// vanta_loader LIBRARY: loads a library of types that it is not linked with, lets it go and loads it again; exit status 0 when all
-// went well and the types that the first load registered can still be used.
+// vanta_loader LIBRARY: loads a library of types that it is not linked with, lets it go and loads it again; exit status 0 when
+// all went well and the types that the first load registered can still be used.
 int main( int, char** argv ) {
    const Kel::TypeRegistry& registry = Kel::TypeRegistry::instance();
    const std::size_t before = registry.types().size();

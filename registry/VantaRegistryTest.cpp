@@ -1,11 +1,30 @@
+#include "model/Model.h"
+
+#include <Vanta/BrTopology.h>
+#include <Vanta/Bridging.h>
+#include <Vanta/BridgingEntryTypes.h>
+#include <Vanta/BridgingHostEntryType.h>
+#include <Vanta/DynVlanV1.h>
 #include <Vanta/FdbStatusSm.h>
+#include <Vanta/InternalVlan.h>
+#include <Vanta/PlexoBridging.h>
 #include <Vanta/PseudowireIntfId.h>
+#include <Vanta/SubIntf.h>
+#include <Vanta/VantaAsu.h>
 #include <Vanta/VantaIntfId.h>
+#include <Vanta/VlanCounters.h>
+#include <Vanta/VlanCountersCliReq.h>
+#include <Vanta/VlanDynIntfSm.h>
+#include <Vanta/VlanId.h>
+#include <Vanta/VlanIdExtRequest.h>
+#include <Vanta/VlanIntf.h>
 #include <Vanta/VlanMuxDemux.h>
 #include <Vanta/VlanTpid.h>
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <cxxabi.h>
 #include <dlfcn.h>
 #include <elf.h>
 #include <fstream>
@@ -14,6 +33,7 @@
 #include <iterator>
 #include <kel/AttrLog.h>
 #include <link.h>
+#include <memory>
 #include <set>
 #include <sys/wait.h>
 
@@ -24,30 +44,18 @@ namespace {
 using Names = std::vector< std::string >;
 using testing::ElementsAre;
 
-struct ModuleRow {
-   const char* name;
-   void ( *kelInit )();
-   Names types;   ///< in registration order
-};
+/// In load order, as the table of the model has them.
+void ( *const inits[] )() = {
+   kelInitVlanIntf, kelInitBridging, kelInitPlexoBridging, kelInitDynVlanV1, kelInitBrTopology, kelInitVantaIntfId,
+   kelInitBridgingHostEntryType, kelInitFdbStatusSm, kelInitVlanMuxDemux, kelInitSubIntf, kelInitVlanDynIntfSm,
+   kelInitInternalVlan, kelInitVantaAsu, kelInitVlanCounters, kelInitVlanCountersCliReq, kelInitVlanId, kelInitVlanTpid,
+   kelInitVlanIdExtRequest, kelInitPseudowireIntfId, kelInitBridgingEntryTypes };
 
-/// In load order.
-const ModuleRow modules[] = {
-   { "Bridging", kelInitBridging,
-     { "Bridging::InternalVlanAllocationPolicy", "Bridging::SwitchportMode", "Bridging::SwitchForwardingMode", "Bridging::LearnedHost",
-       "Bridging::ConfiguredHost", "Bridging::HostTableFlushRequest", "Bridging::HostTableFlushRequestDir", "Bridging::EthGroup", "Bridging::Fid",
-       "Bridging::FdbConfig", "Bridging::HostKey", "Bridging::FdbStatus", "Bridging::InternalVlanRange", "Bridging::Status" } },
-   { "PlexoBridging", kelInitPlexoBridging, { "Plexo::Bridging::PlexoFdbStatus", "Plexo::Bridging::Status" } },
-   { "VantaIntfId", kelInitVantaIntfId,
-     { "Quor::CpuIntfId", "Quor::PortChannelIntfId", "Quor::PeerEthIntfId", "Quor::PeerPortChannelIntfId", "Quor::SubIntfId" } },
-   { "BridgingHostEntryType", kelInitBridgingHostEntryType, { "Bridging::EntryType" } },
-   { "FdbStatusSm", kelInitFdbStatusSm, { "Bridging::WriterFdbStatusSm", "Bridging::ReaderFdbStatusSm" } },
-   { "VlanMuxDemux", kelInitVlanMuxDemux, { "Vanta::VlanMuxDemux" } },
-   { "VlanId", kelInitVlanId,
-     { "Bridging::VlanId", "Bridging::VlanIdOrNone", "Bridging::VlanIdOrAny", "Bridging::VlanIdOrAnyOrNone", "Bridging::VlanXlateKey",
-       "Bridging::VlanXlateMapping" } },
-   { "VlanTpid", kelInitVlanTpid, { "Bridging::VlanTpid", "Bridging::VlanTpidOrNone" } },
-   { "PseudowireIntfId", kelInitPseudowireIntfId, { "Quor::PseudowireIntfId" } },
-};
+Names typesOf( const Model::Module& module ) {
+   Names out;
+   for( const Model::Type& type : module.types ) out.push_back( type.name );
+   return out;
+}
 
 /// The file that this process has loaded, as bytes.
 class Library {
@@ -93,9 +101,10 @@ TEST( VantaRegistry, SectionListsTheTypesModuleByModule ) {
    EXPECT_TRUE( section.sh_flags & SHF_ALLOC );
    // Each group begins at a multiple of 32 and has its last registered type first; zeros fill it up.
    std::string expected;
-   for( const ModuleRow& module : modules ) {
+   for( const Model::Module& module : Model::modules() ) {
       expected.resize( ( expected.size() + 31 ) / 32 * 32 );
-      for( auto name = module.types.rbegin(); name != module.types.rend(); ++name ) expected.append( name->c_str(), name->size() + 1 );
+      const Names types = typesOf( module );
+      for( auto name = types.rbegin(); name != types.rend(); ++name ) expected.append( name->c_str(), name->size() + 1 );
    }
    std::string content = library.content( section );
    ASSERT_GE( content.size(), expected.size() );
@@ -107,20 +116,17 @@ TEST( VantaRegistry, SectionListsTheTypesModuleByModule ) {
 TEST( VantaRegistry, EachNameIsThatOfOneTypeObject ) {
    const Kel::TypeRegistry& registry = Kel::TypeRegistry::instance();
    std::set< const Kel::Type* > objects;
-   for( const ModuleRow& row : modules ) {
+   for( const Model::Module& row : Model::modules() ) {
       const Kel::Module* module = registry.module( row.name );
       ASSERT_TRUE( module ) << row.name;
       EXPECT_TRUE( module->typesNamed && module->initialised ) << row.name;
-      Names registered;
       for( const Kel::Type* type : module->types ) {
-         registered.push_back( std::string( type->qualifiedName() ) );
-         EXPECT_TRUE( type->named() );
-         EXPECT_TRUE( type->hasReflection() || type->code() == Kel::TypeCode::enumeration ) << registered.back();
-         EXPECT_EQ( type, registry.type( registered.back() ) );
-         EXPECT_TRUE( objects.insert( type ).second ) << registered.back() << " is registered twice";
+         EXPECT_TRUE( type->named() && type->hasReflection() ) << type->qualifiedName();
+         EXPECT_EQ( type, registry.type( type->qualifiedName() ) );
+         EXPECT_TRUE( objects.insert( type ).second ) << type->qualifiedName() << " is registered twice";
       }
-      EXPECT_EQ( row.types, registered );
    }
+   EXPECT_EQ( 127u, objects.size() );
    EXPECT_EQ( &Bridging::HostKey::_Type, registry.type( "Bridging::HostKey" ) );
    EXPECT_EQ( &Bridging::HostKey::_fwkType(), &Bridging::HostKey().fwkType() );
 }
@@ -129,9 +135,9 @@ TEST( VantaRegistry, EachNameIsThatOfOneTypeObject ) {
 TEST( VantaRegistry, ModulesDescribeThemselvesOnce ) {
    const Kel::TypeRegistry& registry = Kel::TypeRegistry::instance();
    const auto describeAll = [ & ]( bool described ) {
-      for( const ModuleRow& row : modules ) {
-         row.kelInit();
-         EXPECT_EQ( described, registry.module( row.name )->described ) << row.name;
+      for( std::size_t i = 0; i < std::size( inits ); ++i ) {
+         inits[ i ]();
+         EXPECT_EQ( described, registry.module( Model::modules()[ i ].name )->described ) << i;
       }
    };
    ASSERT_FALSE( Kel::IntrospectionReactor::instance() );
@@ -149,74 +155,54 @@ TEST( VantaRegistry, ModulesDescribeThemselvesOnce ) {
       return all;
    };
    Names expected;
-   for( const ModuleRow& row : modules ) expected.insert( expected.end(), row.types.begin(), row.types.end() );
+   for( const Model::Module& row : Model::modules() ) {
+      const Names types = typesOf( row );
+      expected.insert( expected.end(), types.begin(), types.end() );
+   }
    EXPECT_EQ( expected, told() );
    describeAll( true );
    EXPECT_EQ( expected, told() );
 
-   EXPECT_THAT( reactor.namespaces(), ElementsAre( "Bridging", "Plexo::Bridging", "Quor", "Vanta" ) );
-   const auto attributes = [ & ]( const char* name ) {
-      std::string all;
-      for( const auto& a : reactor.type( name )->attributes ) all += std::string( a.name ) + ":" + std::string( a.typeName ) + " ";
-      return all;
-   };
-   EXPECT_EQ( "fid:Bridging::Fid addr:Quor::EthAddr hash:U32 ", attributes( "Bridging::HostKey" ) );
-   EXPECT_EQ( "vlanBegin:Bridging::VlanId vlanEnd:Bridging::VlanId ", attributes( "Bridging::InternalVlanRange" ) ) << "it has no hash";
-   EXPECT_EQ( "value:U16 min:U16 max:U16 invalid:U16 hash:U32 ", attributes( "Bridging::VlanId" ) );
-   EXPECT_EQ( "plexoFdbStatus:Plexo::Bridging::PlexoFdbStatus plexoFdbStatusControl:Plexo::Bridging::PlexoFdbStatus ",
-              attributes( "Plexo::Bridging::Status" ) );
-   EXPECT_TRUE( reactor.type( "Plexo::Bridging::Status" )->attributes[ 1 ].flags.has( Kel::KelAttrIntrospectionFlags::nonInstantiating ) );
-   EXPECT_TRUE( reactor.type( "Bridging::HostKey" )->isValue && reactor.type( "Bridging::HostKey" )->hasReflection );
-   EXPECT_FALSE( reactor.type( "Bridging::Status" )->isValue );
+   EXPECT_THAT( reactor.namespaces(), ElementsAre( "Interface::Input", "Interface", "Bridging::Input", "Bridging", "Plexo::Bridging", "Bridging::Topology::Inst",
+                                                   "Bridging::Topology", "Quor", "Vanta", "Interface::Hardware", "VantaExt" ) );
+   using Flags = Kel::KelAttrIntrospectionFlags;
+   EXPECT_TRUE( reactor.type( "Plexo::Bridging::Status" )->attributes[ 1 ].flags.has( Flags::nonInstantiating ) );
    Kel::IntrospectionReactor::instanceIs( false );
 }
 
-/// The cached handles of each entity type: the framework's two attributes first, then its own, as the accessors use them.
-TEST( VantaRegistry, AttributeHandlesAreCached ) {
-   for( const ModuleRow& row : modules ) {
-      const Kel::Module& module = *Kel::TypeRegistry::instance().module( row.name );
-      std::vector< Kel::S32 > expected;
-      for( const Kel::Type* type : module.types ) {
-         if( !type->isEntity() ) continue;
-         for( const char* name : { "kelNboAttrLogSaForMsgChannel", "kelHasAttrLogInterface" } ) {
-            EXPECT_GE( type->attributeId( name ), 0 ) << type->qualifiedName();
-            expected.push_back( type->attributeId( name ) );
-         }
-         for( const Kel::Attr& attr : type->ownAttrs() ) expected.push_back( type->attributeId( attr.nameView() ) );
-      }
-      EXPECT_EQ( expected, std::vector< Kel::S32 >( module.handles.begin(), module.handles.end() ) ) << row.name;
+/// The functions that a library exports, with their parameters.
+Names exported( const Library& library ) {
+   const auto symbols = library.section( ".dynsym" );
+   const std::string names = library.content( library.section( ".dynstr" ) );
+   Names out;
+   for( std::size_t i = 0; i < symbols.sh_size; i += sizeof( ElfW( Sym ) ) ) {
+      const auto symbol = library.at< ElfW( Sym ) >( symbols.sh_offset + i );
+      if( symbol.st_shndx == SHN_UNDEF || symbol.st_name >= names.size() ) continue;
+      int status = 0;
+      const std::unique_ptr< char, void ( * )( void* ) > text( abi::__cxa_demangle( names.c_str() + symbol.st_name, nullptr, nullptr, &status ), std::free );
+      if( text ) out.emplace_back( text.get() );
    }
+   return out;
 }
 
-TEST( VantaRegistry, FactoriesMakeEveryEntity ) {
-   const Quor::EthAddr mac( "02:00:00:00:00:01" );
-   struct {
-      Kel::Ptr< Kel::Entity > made;
-      const char* type;
-      const char* name;
-   } const rows[] = {
-      { Bridging::statusFactory( "a" ), "Bridging::Status", "a" },
-      { Bridging::hostTableFlushRequestDirFactory( "b" ), "Bridging::HostTableFlushRequestDir", "b" },
-      { Bridging::fdbStatusFactory( 12 ), "Bridging::FdbStatus", "12" },
-      { Bridging::fdbConfigFactory( 13 ), "Bridging::FdbConfig", "13" },
-      { Bridging::ethGroupFactory( mac ), "Bridging::EthGroup", "02:00:00:00:00:01" },
-      { Plexo::Bridging::statusFactory( "c" ), "Plexo::Bridging::Status", "c" },
-   };
-   std::set< std::string > made;
-   for( const auto& row : rows ) {
-      EXPECT_EQ( row.type, row.made->fwkType().qualifiedName() );
-      EXPECT_EQ( row.name, row.made->name().str() );
-      EXPECT_FALSE( row.made->kelHasAttrLogInterface() );
-      EXPECT_TRUE( row.made->attrLogIs( true ) );
-      EXPECT_TRUE( row.made->kelHasAttrLogInterface() );
-      made.insert( row.type );
+TEST( VantaRegistry, EveryEntityAndMachineHasAFactory ) {
+   const Names all = exported( Library() );
+   for( const Model::Module& module : Model::modules() ) {
+      for( const Model::Type& type : module.types ) {
+         if( type.isValue() ) continue;
+         std::string name = type.shortName();
+         name[ 0 ] = static_cast< char >( std::tolower( name[ 0 ] ) );
+         const std::string factory = type.name.substr( 0, type.name.rfind( ':' ) + 1 ) + name + "Factory(";
+         EXPECT_TRUE( std::any_of( all.begin(), all.end(), [ & ]( const std::string& f ) { return f.starts_with( factory ); } ) ) << factory;
+      }
    }
-   for( const Kel::Type* type : Kel::TypeRegistry::instance().types() ) {
-      const std::string name( type->qualifiedName() );
-      EXPECT_TRUE( !type->isEntity() || name.starts_with( "Kel::" ) || made.contains( name ) ) << name << " has no row above";
-   }
-   EXPECT_EQ( "d", Kel::TypeRegistry::instance().newEntity( "Plexo::Bridging::Status", Kel::Name( "d" ) )->name().str() );
+   // Those that agents call most, with their arguments.
+   EXPECT_EQ( "12", Bridging::fdbStatusFactory( 12 )->name().str() );
+   EXPECT_EQ( 7u, Bridging::Topology::topoConfigFactory( "mst", 7u, Bridging::Topology::PortState::discarding, true )->creationNonce() );
+   EXPECT_EQ( "t", Bridging::remoteMacTableFactory( "t" )->name().str() );
+   EXPECT_FALSE( Vanta::vlanMuxDemuxFactory( Kel::Ptr< Quor::Pam >(), "", Bridging::VlanIdOrNone( 5 ), false )->ethPam() );
    EXPECT_TRUE( Bridging::writerFdbStatusSmFactory( nullptr, nullptr ) && Bridging::ReaderFdbStatusSmIs( nullptr, nullptr ) );
+   EXPECT_EQ( "d", Kel::TypeRegistry::instance().newEntity( "Plexo::Bridging::Status", Kel::Name( "d" ) )->name().str() );
 }
 
 /// A program that knows nothing of the library loads it with every symbol bound at once, finds its types, and has them still after

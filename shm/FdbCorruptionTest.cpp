@@ -96,7 +96,8 @@ TEST_F( CorruptionTest, InTheWritersFirstWrites ) {
    learn( 1, 1, 7 );
    bytes().spoilMagic();
    Ptr< WriterFdbStatusSm > writer;
-   const std::string text = thrown< Plexo::AssertionException >( [ & ] { writer = writerFdbStatusSmFactory( source, written ); } );
+   const std::string text =
+      thrown< Plexo::AssertionException >( [ & ] { writer = writerFdbStatusSmFactory( source, written ); } );
    EXPECT_THAT( text, HasSubstr( "write to a corrupted table" ) );
    EXPECT_THAT( told, ElementsAre( HasSubstr( badMagic ) ) );
 }
@@ -107,7 +108,8 @@ TEST_F( CorruptionTest, InTheWritersRemovals ) {
    const auto writer = writerFdbStatusSmFactory( source, written );
    bytes().spoilSlot( 3 );
    Strings traced;
-   const auto destination = Kel::traceToCallback( [ & ]( const Kel::TraceLine& line ) { traced.push_back( std::string( line.text ) ); } );
+   const auto destination =
+      Kel::traceToCallback( [ & ]( const Kel::TraceLine& line ) { traced.push_back( std::string( line.text ) ); } );
    forget( 1, 4 );
    EXPECT_EQ( 1u, writer->fdbStatus( 1 )->exceptionCount() );
    EXPECT_THAT( traced, ElementsAre( HasSubstr( "write to a corrupted table" ) ) );
@@ -126,7 +128,8 @@ TEST_F( CorruptionTest, EndsWithTheNextWriter ) {
    learn( 2, 1, 3 );
    written = tableOf( "t", TableMode::writer );
    const auto writer = writerFdbStatusSmFactory( source, written );
-   EXPECT_TRUE( drainUntil( table, [ & ] { return hostsOf( *target ) == hostsOf( *source ); } ) ) << linesOf( hostsOf( *target ) );
+   EXPECT_TRUE( drainUntil( table, [ & ] { return hostsOf( *target ) == hostsOf( *source ); } ) )
+      << linesOf( hostsOf( *target ) );
    EXPECT_EQ( Plexo::TableState::live, table->plexoFdbStatusControl().state() );
 }
 

@@ -12,9 +12,17 @@
 //    fdb_peer write TABLE        host FID VALUE | gone FID ADDRESS | drop FID   changes the forwarding database
 //                                publish                                        has it written to the table from now on
 //    fdb_peer read TABLE         show                                           one line a host, from the entities
+//
+// It ends by itself when there is no command for a while, so that no test that hangs keeps it.
 namespace {
 
 using namespace Bridging;
+
+/// The next command; false at the end of the input.
+bool nextLine( std::string& line ) {
+   alarm( 25 );
+   return bool( std::getline( std::cin, line ) );
+}
 
 std::string rest( std::istream& in ) {
    std::string text;
@@ -26,7 +34,7 @@ int write( const std::string& name ) {
    const auto status = statusFactory( "status" );
    Kel::Ptr< Plexo::Bridging::Status > table;
    Kel::Ptr< WriterFdbStatusSm > machine;
-   for( std::string line; std::getline( std::cin, line ); std::cout << "." << std::endl ) {
+   for( std::string line; nextLine( line ); std::cout << "." << std::endl ) {
       std::istringstream in( line );
       std::string what;
       Kel::U16 fid = 0;
@@ -52,6 +60,7 @@ int read( const std::string& name ) {
    const auto table = tableOf( name, Plexo::TableMode::reader );
    const auto machine = readerFdbStatusSmFactory( status, table );
    auto& control = table->plexoFdbStatusControl();
+   alarm( 25 );
    for( ;; ) {
       pollfd ready[] = { { STDIN_FILENO, POLLIN, 0 }, { control.fd(), POLLIN, 0 } };
       if( poll( ready, 2, -1 ) < 0 ) return 1;
@@ -60,7 +69,7 @@ int read( const std::string& name ) {
       if( !ready[ 0 ].revents ) continue;
       // The commands come one by one, each after the answer to the last, so the stream holds none back from poll.
       std::string line;
-      if( !std::getline( std::cin, line ) ) return 0;
+      if( !nextLine( line ) ) return 0;
       std::cout << linesOf( hostsOf( *status ) ) << "." << std::endl;
    }
 }

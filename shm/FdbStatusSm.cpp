@@ -3,12 +3,13 @@
 #include <kel/Rilo.h>
 #include <plexo/Exceptions.h>
 
-// The two forms of a learned host: an entity's value under (filtering database, address), and a record of the shared table under the same key.
-// A host that equals the default, in either form, is no host. A corrupt table never stops a machine that reads it: the table's hook is told, and
-// the look-up counts as one that found nothing, the walk as one that has ended. Writes are not guarded.
+// The two forms of a learned host: an entity's value under (filtering database, address), and a record of the shared table under
+// the same key. A host that equals the default, in either form, is no host. A corrupt table never stops a machine that reads it:
+// the table's hook is told, and the look-up counts as one that found nothing, the walk as one that has ended. Writes are not
+// guarded.
 //
-// Each change of a table or of an entity calls reactors, which may take away what is worked on here: a filtering database, a machine. So a
-// function holds what it goes on with, and a walk over hosts ends when its reactor is no longer attached to them.
+// Each change of a table or of an entity calls reactors, which may take away what is worked on here: a filtering database, a
+// machine. So a function holds what it goes on with, and a walk over hosts ends when its reactor is no longer attached to them.
 
 namespace Bridging {
 

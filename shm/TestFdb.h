@@ -15,7 +15,8 @@ inline std::string textOf( const LearnedHost& host ) { return Bridging::valueToS
 inline Hosts hostsOf( const Status& status ) {
    Hosts out;
    for( auto fdb = status.fdbStatusIterConst(); fdb; ++fdb ) {
-      for( auto host = fdb.value()->learnedHostIterConst(); host; ++host ) out[ { fdb.key(), host.key() } ] = textOf( host.value() );
+      for( auto host = fdb.value()->learnedHostIterConst(); host; ++host )
+         out[ { fdb.key(), host.key() } ] = textOf( host.value() );
    }
    return out;
 }

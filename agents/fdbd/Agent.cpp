@@ -4,14 +4,15 @@
 #include "InterfaceSource.h"
 #include <algorithm>
 
-// Each source is watched by its descriptor and by a timer for its due time, and both are looked at again after each service, since a
-// source may have opened or closed its descriptor. The aging timer is only ever moved forward: hosts that are seen again move the next
-// aging back, and the timer that finds nothing to do is set anew.
+// Each source is watched by its descriptor and by a timer for its due time, and both are looked at again after each service,
+// since a source may have opened or closed its descriptor. The aging timer is only ever moved forward: hosts that are seen again
+// move the next aging back, and the timer that finds nothing to do is set anew.
 
 namespace Fdbd {
 
 Agent::Agent( Kel::Activity& activity, const Options& options, HostSink& sink, Reporter report, Reporter statistics )
-    : activity_( activity ), options_( options ), sink_( sink ), report_( std::move( report ) ), statisticsLine_( std::move( statistics ) ),
+    : activity_( activity ), options_( options ), sink_( sink ), report_( std::move( report ) ),
+      statisticsLine_( std::move( statistics ) ),
       learner_( options.learning, sink, report_ ) {
    learner_.timeIs( clock_.now( monotonicNow() ) );
    addSources();
@@ -41,10 +42,11 @@ int Agent::run() {
    for( Slot& slot : slots_ ) arm( slot );
    armAging();
    if( options_.statisticsInterval )
-      statisticsTimer_ = activity_.every( std::chrono::nanoseconds( options_.statisticsInterval ), [ this ] { printStatistics(); } );
+      statisticsTimer_ =
+         activity_.every( std::chrono::nanoseconds( options_.statisticsInterval ), [ this ] { printStatistics(); } );
    if( !options_.exitAtEnd || !captures_->ended() ) activity_.run();
    if( options_.statistics ) printStatistics();
-   return options_.exitAtEnd && captures_->damaged() ? 1 : 0;
+   return options_.exitAtEnd && ( captures_->damaged() || learner_.statistics().refused ) ? 1 : 0;
 }
 
 void Agent::service( Slot& slot ) {
@@ -62,7 +64,8 @@ void Agent::arm( Slot& slot ) {
    if( const int fd = slot.source->descriptor(); fd != slot.watched ) {
       slot.watch.close();
       slot.watched = fd;
-      if( fd >= 0 ) slot.watch = activity_.watch( fd, Kel::FdEvents::reading(), [ this, &slot ]( Kel::FdEvents ) { service( slot ); } );
+      if( fd >= 0 )
+         slot.watch = activity_.watch( fd, Kel::FdEvents::reading(), [ this, &slot ]( Kel::FdEvents ) { service( slot ); } );
    }
    const Nanos due = slot.source->due();
    if( due == slot.timerAt ) return;

@@ -11,8 +11,8 @@ namespace Fdbd {
 /// Joins sources, the learner and time in one activity.
 class Agent {
  public:
-   /// Opens the sources; what bridges have already goes to `sink` at once. `report` takes lines for people, `statistics` the lines
-   /// that --statistics asks for.
+   /// Opens the sources; what bridges have already goes to `sink` at once. `report` takes lines for people, `statistics` the
+   /// lines that --statistics asks for.
    Agent( Kel::Activity& activity, const Options& options, HostSink& sink, Reporter report, Reporter statistics );
    Agent( const Agent& ) = delete;
    Agent& operator=( const Agent& ) = delete;

@@ -9,15 +9,15 @@
 #include <system_error>
 
 // Two sockets: one subscribed to changes (rtnetlink(7), the groups NEIGH and LINK), one for questions. A dump is taken after the
-// subscription, and the changes that came meanwhile are applied on top of it. Each of them is then at least as new as what the dump
-// said of its host, or is followed by one that is, so the last word is right.
+// subscription, and the changes that came meanwhile are applied on top of it. Each of them is then at least as new as what the
+// dump said of its host, or is followed by one that is, so the last word is right.
 //
-// The kernel gives a long dump in parts and finds its place again by counting, so that an entry can be passed over when another one
-// is removed between two parts. A dump during which something was removed is therefore done again, and what is in none of the passes
-// is gone.
+// The kernel gives a long dump in parts and finds its place again by counting, so that an entry can be passed over when another
+// one is removed between two parts. A dump during which something was removed is therefore done again, and what is in none of the
+// passes is gone.
 //
-// Removals need a second look: a bridge that is deleted first removes all its entries, and these hosts are to stay. Asking for the
-// bridge waits for the kernel's own lock over the whole deletion, so the answer tells one case from the other.
+// Removals need a second look: a bridge that is deleted first removes all its entries, and these hosts are to stay. Asking for
+// the bridge waits for the kernel's own lock over the whole deletion, so the answer tells one case from the other.
 
 namespace Fdbd {
 
@@ -151,7 +151,8 @@ bool BridgeSource::removalPending() const {
 void BridgeSource::resynchronise( Nanos now ) {
    if( !std::exchange( lost_, true ) ) {
       ++overruns_;
-      report_( "bridge '" + bridge_ + "': changes were lost because there were too many at once; reading its forwarding database again" );
+      report_( "bridge '" + bridge_ +
+               "': changes were lost because there were too many at once; reading its forwarding database again" );
    }
    const int error = dump();
    if( error == ENOBUFS ) checkAt_ = now + retryInterval; // too busy now
@@ -188,7 +189,8 @@ int BridgeSource::dumpOnce() {
    const double time = wallNow();
    return requests_->request( request.bytes(), [ & ]( const nlmsghdr& header, auto payload ) {
       Change change;
-      if( header.nlmsg_type == RTM_NEWNEIGH && parse( header.nlmsg_type, payload, change ) == Event::change ) apply( change, time );
+      if( header.nlmsg_type == RTM_NEWNEIGH && parse( header.nlmsg_type, payload, change ) == Event::change )
+         apply( change, time );
    } );
 }
 
@@ -212,7 +214,8 @@ BridgeSource::Event BridgeSource::parse( std::uint16_t type, std::span< const st
    return type == RTM_DELLINK && isOurs ? Event::bridgeRemoved : Event::none;
 }
 
-BridgeSource::Event BridgeSource::parseNeighbour( std::uint16_t type, std::span< const std::uint8_t > payload, Change& out ) const {
+BridgeSource::Event BridgeSource::parseNeighbour( std::uint16_t type, std::span< const std::uint8_t > payload,
+                                                  Change& out ) const {
    const auto header = valueOf< ndmsg >( payload );
    if( !header || header->ndm_family != AF_BRIDGE ) return Event::none;
    const auto attributes = payload.subspan( sizeof( ndmsg ) );

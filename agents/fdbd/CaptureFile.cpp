@@ -31,7 +31,9 @@ void CaptureFile::open() {
    struct stat status;
    const int fd = ::open( path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC );
    if( fd < 0 || fstat( fd, &status ) != 0 || !S_ISREG( status.st_mode ) ) {
-      const std::string why = fd < 0 ? std::strerror( errno ) : S_ISDIR( status.st_mode ) ? std::strerror( EISDIR ) : "it is not a regular file";
+      const std::string why = fd < 0                       ? std::strerror( errno )
+                              : S_ISDIR( status.st_mode ) ? std::strerror( EISDIR )
+                                                          : "it is not a regular file";
       fault_ = "capture '" + path_ + "': can't be opened: " + why + "; check its name and permissions";
       if( fd >= 0 ) ::close( fd );
       return;
@@ -41,7 +43,8 @@ void CaptureFile::open() {
    pcap_.reset( pcap_fopen_offline_with_tstamp_precision( file, PCAP_TSTAMP_PRECISION_NANO, error ) );
    if( !pcap_ ) {
       std::fclose( file );
-      fault_ = "capture '" + path_ + "': not a pcap or pcapng file that can be read: " + error + "; record it again, e.g. with tcpdump -w";
+      fault_ = "capture '" + path_ + "': not a pcap or pcapng file that can be read: " + error +
+         "; record it again, e.g. with tcpdump -w";
       return;
    }
    const int type = pcap_datalink( pcap_.get() );
@@ -76,7 +79,8 @@ std::optional< CapturedFrame > CaptureFile::next() {
    }
    ++frames_;
    const std::int64_t seconds = std::clamp< std::int64_t >( header->ts.tv_sec, 0, lastSecond );
-   const std::int64_t nanos = std::clamp< std::int64_t >( header->ts.tv_usec, 0, nanosPerSecond - 1 ); // nanoseconds, as asked for
+   // Nanoseconds, as asked for.
+   const std::int64_t nanos = std::clamp< std::int64_t >( header->ts.tv_usec, 0, nanosPerSecond - 1 );
    return CapturedFrame{ seconds * nanosPerSecond + nanos, { data, header->caplen } };
 }
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-// Every capture has its next frame ready; the earliest of them plays next. The first frame of all plays at once, and sets the shift
-// between timestamps and our clock.
+// Every capture has its next frame ready; the earliest of them plays next. The first frame of all plays at once, and sets the
+// shift between timestamps and our clock.
 
 namespace Fdbd {
 

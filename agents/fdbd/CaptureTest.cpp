@@ -1,9 +1,8 @@
 #include "CaptureSource.h"
 
 #include "TestSupport.h"
-#include <cstring>
 #include <fstream>
-#include <unistd.h>
+#include <plexo/TestFiles.h>
 
 namespace Fdbd {
 
@@ -12,28 +11,6 @@ using namespace Test;
 namespace {
 
 constexpr Nanos s = nanosPerSecond;
-
-void put32( std::string& to, std::uint32_t v ) { to.append( reinterpret_cast< const char* >( &v ), 4 ); }
-void put16( std::string& to, std::uint16_t v ) { to.append( reinterpret_cast< const char* >( &v ), 2 ); }
-
-struct Sent {
-   Nanos time;
-   Bytes frame;
-};
-
-/// The classic format (draft-ietf-opsawg-pcap), nanosecond flavour.
-std::string pcapOf( const std::vector< Sent >& frames, std::uint32_t linkType = 1 ) {
-   std::string out;
-   put32( out, 0xa1b23c4d );
-   put16( out, 2 ), put16( out, 4 );
-   put32( out, 0 ), put32( out, 0 ), put32( out, 65535 ), put32( out, linkType );
-   for( const Sent& f : frames ) {
-      put32( out, static_cast< std::uint32_t >( f.time / s ) ), put32( out, static_cast< std::uint32_t >( f.time % s ) );
-      put32( out, static_cast< std::uint32_t >( f.frame.size() ) ), put32( out, static_cast< std::uint32_t >( f.frame.size() ) );
-      out.append( f.frame.begin(), f.frame.end() );
-   }
-   return out;
-}
 
 /// One block of pcapng (draft-ietf-opsawg-pcapng) with its length before and behind its body.
 void putBlock( std::string& to, std::uint32_t type, std::string body ) {
@@ -55,8 +32,10 @@ std::string pcapngOf( const std::vector< Sent >& frames ) {
    for( const Sent& f : frames ) {
       const auto micros = static_cast< std::uint64_t >( f.time / 1000 );
       body.clear();
-      put32( body, 0 ), put32( body, static_cast< std::uint32_t >( micros >> 32 ) ), put32( body, static_cast< std::uint32_t >( micros ) );
-      put32( body, static_cast< std::uint32_t >( f.frame.size() ) ), put32( body, static_cast< std::uint32_t >( f.frame.size() ) );
+      put32( body, 0 ), put32( body, static_cast< std::uint32_t >( micros >> 32 ) ),
+         put32( body, static_cast< std::uint32_t >( micros ) );
+      put32( body, static_cast< std::uint32_t >( f.frame.size() ) ),
+         put32( body, static_cast< std::uint32_t >( f.frame.size() ) );
       body.append( f.frame.begin(), f.frame.end() );
       putBlock( out, 6, body );
    }
@@ -65,21 +44,14 @@ std::string pcapngOf( const std::vector< Sent >& frames ) {
 
 /// A learner that captures are played to, and a directory for them.
 struct Player : Bench {
-   explicit Player( Pace p = Pace::max, FdbLearner::Settings settings = {} ) : Bench( settings ), pace( p ) {
-      char name[] = "/tmp/fdbd-test-XXXXXX";
-      directory = mkdtemp( name );
+   explicit Player( Pace p = Pace::max, FdbLearner::Settings settings = {} ) : Bench( settings ), pace( p ) {}
+   std::string file( const std::string& name, const std::string& content ) const {
+      std::ofstream( directory.path + "/" + name, std::ios::binary ) << content;
+      return directory.path + "/" + name;
    }
-   ~Player() {
-      for( const std::string& f : files ) unlink( f.c_str() );
-      rmdir( directory.c_str() );
+   void add( const std::string& content, int portNumber ) {
+      source.add( file( std::to_string( portNumber ), content ), port( portNumber ) );
    }
-   std::string file( const std::string& name, const std::string& content ) {
-      const std::string path = directory + "/" + name;
-      std::ofstream( path, std::ios::binary ) << content;
-      files.push_back( path );
-      return path;
-   }
-   void add( const std::string& content, int portNumber ) { source.add( file( std::to_string( portNumber ), content ), port( portNumber ) ); }
    /// Plays what is due at `now`; at `max` that is everything.
    void play( Nanos now = 0 ) {
       learner.timeIs( clock.now( now ) );
@@ -87,8 +59,7 @@ struct Player : Bench {
    }
 
    Pace pace;
-   std::string directory;
-   std::vector< std::string > files;
+   const Plexo::TestDirectory directory;
    AgingClock clock;
    CaptureSource source{ pace, clock, learner, reporter() };
 };
@@ -99,8 +70,10 @@ const std::vector< Sent > oneHost = { { 1000 * s, frameFrom( mac( 1 ) ) } };
 
 TEST( Capture, BothFormatsAreMergedByTime ) {
    Player player;
-   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1003 * s + s / 2, frameFrom( mac( 2 ), { { 0x8100, 10 } } ) }, { 1006 * s, frameFrom( mac( 1 ) ) } } ), 1 );
-   player.add( pcapngOf( { { 1002 * s, frameFrom( mac( 1 ) ) }, { 1004 * s + s / 4, frameFrom( mac( 2 ), { { 0x8100, 10 } } ) } } ), 2 );
+   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1003 * s + s / 2, frameFrom( mac( 2 ), { { 0x8100, 10 } } ) },
+                         { 1006 * s, frameFrom( mac( 1 ) ) } } ), 1 );
+   player.add( pcapngOf( { { 1002 * s, frameFrom( mac( 1 ) ) },
+                           { 1004 * s + s / 4, frameFrom( mac( 2 ), { { 0x8100, 10 } } ) } } ), 2 );
    player.play();
    EXPECT_TRUE( player.source.ended() );
    EXPECT_EQ( player.sink.hosts[ HostId( 1, mac( 1 ) ) ], ( Host{ port( 1 ), 2, 1006, HostKind::learned } ) );
@@ -111,16 +84,19 @@ TEST( Capture, BothFormatsAreMergedByTime ) {
 
 TEST( Capture, AtPaceMaxHostsAgeByTheCapturesTime ) {
    Player player( Pace::max, { .agingTime = 300 * s } );
-   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1100 * s, frameFrom( mac( 2 ) ) }, { 1300 * s, frameFrom( mac( 3 ) ) } } ), 1 );
+   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1100 * s, frameFrom( mac( 2 ) ) },
+                         { 1300 * s, frameFrom( mac( 3 ) ) } } ), 1 );
    player.play( 77 * s );
-   EXPECT_EQ( player.sink.lines(), ( std::vector< std::string >{ "1 02:00:00:00:00:02 Ethernet1", "1 02:00:00:00:00:03 Ethernet1" } ) );
+   EXPECT_EQ( player.sink.lines(),
+              ( std::vector< std::string >{ "1 02:00:00:00:00:02 Ethernet1", "1 02:00:00:00:00:03 Ethernet1" } ) );
    // The clock goes on from the last frame, at its own pace.
    EXPECT_EQ( player.clock.monotonicAt( player.learner.nextAging() ), ( 77 + 100 ) * s );
 }
 
 TEST( Capture, AtPaceRealFramesComeWhenTheyAreDue ) {
    Player player( Pace::real );
-   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1002 * s, frameFrom( mac( 2 ) ) }, { 4000 * s, frameFrom( mac( 3 ) ) } } ), 1 );
+   player.add( pcapOf( { { 1000 * s, frameFrom( mac( 1 ) ) }, { 1002 * s, frameFrom( mac( 2 ) ) },
+                         { 4000 * s, frameFrom( mac( 3 ) ) } } ), 1 );
    player.play( 50 * s );
    EXPECT_EQ( player.sink.hosts.size(), 1u );
    EXPECT_EQ( player.source.due(), 52 * s );
@@ -178,7 +154,8 @@ TEST( Capture, WhatCantBeUsedIsNamedWithItsReason ) {
    } const cases[] = {
       { "text", "this is no capture at all, it is prose", "not a pcap or pcapng file that can be read" },
       { "empty", "", "not a pcap or pcapng file that can be read" },
-      { "cooked", pcapOf( oneHost, 113 ), "its link type is LINUX_SLL, only Ethernet (EN10MB) has MAC addresses to learn; record it on "
+      { "cooked", pcapOf( oneHost, 113 ),
+        "its link type is LINUX_SLL, only Ethernet (EN10MB) has MAC addresses to learn; record it on "
                                           "one Ethernet device, not on 'any'" },
       { "radio", pcapOf( oneHost, 105 ), "its link type is IEEE802_11" },
       { "unknown", pcapOf( oneHost, 60000 ), "its link type is number 60000" },
@@ -192,8 +169,8 @@ TEST( Capture, WhatCantBeUsedIsNamedWithItsReason ) {
       EXPECT_TRUE( player.reported( c.text ) && player.reported( "/" + std::string( c.name ) + "'" ) ) << player.reports[ 0 ];
    }
    Player player;
-   player.source.add( player.directory + "/none", port( 1 ) );
-   player.source.add( player.directory, port( 2 ) );
+   player.source.add( player.directory.path + "/none", port( 1 ) );
+   player.source.add( player.directory.path, port( 2 ) );
    EXPECT_TRUE( player.reported( "/none': can't be opened: No such file or directory; check its name and permissions" ) );
    EXPECT_TRUE( player.reported( "': can't be opened: Is a directory" ) );
    player.add( pcapOf( oneHost ), 3 ); // one of three can be used

@@ -6,13 +6,13 @@
 
 // One record per host in a hashed map, whose nodes never move, so that records can also be strung on a list.
 //
-// A record is either ours or a bridge's. Ours stand on the list in the order in which they were last seen, the oldest first: being
-// seen again moves a record to the end, and what has aged out is always at the head, so that aging costs nothing for the hosts that
-// stay. A bridge's records are on no list: the bridge ages them and says so. Whoever last reported a host on its port has it: a
-// frame on another port takes a host from its bridge, the bridge's next word on it takes it back.
+// A record is either ours or a bridge's. Ours stand on the list in the order in which they were last seen, the oldest first:
+// being seen again moves a record to the end, and what has aged out is always at the head, so that aging costs nothing for the
+// hosts that stay. A bridge's records are on no list: the bridge ages them and says so. Whoever last reported a host on its port
+// has it: a frame on another port takes a host from its bridge, the bridge's next word on it takes it back.
 //
-// Invariants: a record is on the list exactly when `bridge` is 0; `lastSeen` never decreases along the list; the sink has been told
-// of exactly the hosts in the map, each with its present value.
+// Invariants: a record is on the list exactly when `bridge` is 0; `lastSeen` never decreases along the list; the sink has been
+// told of exactly the hosts in the map, each with its present value.
 
 namespace Fdbd {
 
@@ -75,7 +75,8 @@ void FdbLearner::seen( HostId id, Quor::IntfId port, double time ) {
    moved( record, port, time );
 }
 
-void FdbLearner::bridgeHost( BridgeId bridge, Vlan vlan, const Quor::EthAddr& address, Quor::IntfId port, HostKind kind, double time ) {
+void FdbLearner::bridgeHost( BridgeId bridge, Vlan vlan, const Quor::EthAddr& address, Quor::IntfId port, HostKind kind,
+                             double time ) {
    ++statistics_.bridgeEvents;
    if( !isStation( address ) || vlan > maxVlan ) return;
    const HostId id( vlanOr( vlan ), address );

@@ -25,7 +25,8 @@ class FdbLearner final : public EventSink {
    void untaggedFrame( Quor::IntfId port, std::span< const std::uint8_t > bytes, std::uint16_t tpid, std::uint16_t tci,
                        double time ) override;
    void timeIs( Nanos now ) override;
-   void bridgeHost( BridgeId bridge, Vlan vlan, const Quor::EthAddr& address, Quor::IntfId port, HostKind kind, double time ) override;
+   void bridgeHost( BridgeId bridge, Vlan vlan, const Quor::EthAddr& address, Quor::IntfId port, HostKind kind,
+                    double time ) override;
    void bridgeHostGone( BridgeId bridge, Vlan vlan, const Quor::EthAddr& address ) override;
    void bridgeDumpBegins( BridgeId bridge ) override;
    void bridgeDumpEnds( BridgeId bridge ) override;

@@ -1,9 +1,9 @@
 #include "Frame.h"
 
-// Only the TPID 0x8100 is recognised. The filtering database belongs to the customer VLAN, and a customer-VLAN-aware bridge looks at
-// C-tags alone (IEEE 802.1Q-2018, 5.5 and 9.5: 0x8100 is the C-tag's TPID, 0x88A8 the S-tag's). A frame whose outer tag is an S-tag
-// is to such a bridge a frame without a tag, whatever stands behind that tag, and takes the native VLAN; the Linux bridge with
-// `vlan_protocol 802.1Q` does the same. The VID 0 is a priority tag, which names no VLAN (9.6).
+// Only the TPID 0x8100 is recognised. The filtering database belongs to the customer VLAN, and a customer-VLAN-aware bridge looks
+// at C-tags alone (IEEE 802.1Q-2018, 5.5 and 9.5: 0x8100 is the C-tag's TPID, 0x88A8 the S-tag's). A frame whose outer tag is an
+// S-tag is to such a bridge a frame without a tag, whatever stands behind that tag, and takes the native VLAN; the Linux bridge
+// with `vlan_protocol 802.1Q` does the same. The VID 0 is a priority tag, which names no VLAN (9.6).
 
 namespace Fdbd {
 

@@ -11,9 +11,9 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-// A packet socket (packet(7)) bound to one device. The kernel takes an 802.1Q tag out of the frame before anybody sees it, whether
-// the hardware or the kernel did so, and hands it over as auxiliary data; only the first bytes of a frame are copied, the header is
-// all that learning needs. Frames that leave through the device are not wanted: their source is behind another port.
+// A packet socket (packet(7)) bound to one device. The kernel takes an 802.1Q tag out of the frame before anybody sees it,
+// whether the hardware or the kernel did so, and hands it over as auxiliary data; only the first bytes of a frame are copied, the
+// header is all that learning needs. Frames that leave through the device are not wanted: their source is behind another port.
 //
 // A device that is removed gives ENETDOWN, and so does one that is merely taken down; it is given once, and a removal begins with
 // taking down. So which of the two it was is looked up a moment later, and every second from then on. A socket whose device is up
@@ -109,7 +109,8 @@ std::string InterfaceSource::open() {
              ( error == EPERM ? "; run as root or with the capability CAP_NET_RAW" : "" );
    }
    const int type = hardwareType( fd.get(), device_ );
-   if( type != ARPHRD_ETHER ) return what + "not an Ethernet device (hardware type " + std::to_string( type ) + "); name another one";
+   if( type != ARPHRD_ETHER )
+      return what + "not an Ethernet device (hardware type " + std::to_string( type ) + "); name another one";
    setsockopt( fd.get(), SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer );
    setOption( fd.get(), PACKET_IGNORE_OUTGOING, 1 ); // Linux 4.20; older ones: see `deliver`
    if( setOption( fd.get(), PACKET_AUXDATA, 1 ) != 0 ) return what + "can't ask for VLAN tags: " + systemReason( errno );
@@ -200,7 +201,8 @@ void InterfaceSource::vanished( const std::string& how, Nanos now ) {
 void InterfaceSource::countDropped() {
    tpacket_stats statistics{};
    socklen_t size = sizeof statistics;
-   if( socket_ && getsockopt( socket_.get(), SOL_PACKET, PACKET_STATISTICS, &statistics, &size ) == 0 ) dropped_ += statistics.tp_drops;
+   if( socket_ && getsockopt( socket_.get(), SOL_PACKET, PACKET_STATISTICS, &statistics, &size ) == 0 )
+      dropped_ += statistics.tp_drops;
 }
 
 void InterfaceSource::addTo( Statistics& statistics ) {

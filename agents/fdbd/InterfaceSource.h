@@ -7,8 +7,8 @@
 
 namespace Fdbd {
 
-/// Frames that arrive on a network device, through a packet socket. A device that vanishes is reported once, its hosts stay, and it
-/// is looked for every second until it is back; so is one that is not there at the start.
+/// Frames that arrive on a network device, through a packet socket. A device that vanishes is reported once, its hosts stay, and
+/// it is looked for every second until it is back; so is one that is not there at the start.
 class InterfaceSource final : public Source {
  public:
    /// An empty `port`: the port that `ports` has for the device.

@@ -34,7 +34,8 @@ std::span< const std::uint8_t > netlinkAttribute( std::span< const std::uint8_t 
    while( attributes.size() >= sizeof header ) {
       std::memcpy( &header, attributes.data(), sizeof header );
       if( header.rta_len < sizeof header || header.rta_len > attributes.size() ) return {};
-      if( ( header.rta_type & NLA_TYPE_MASK ) == type ) return attributes.subspan( sizeof header, header.rta_len - sizeof header );
+      if( ( header.rta_type & NLA_TYPE_MASK ) == type )
+         return attributes.subspan( sizeof header, header.rta_len - sizeof header );
       attributes = attributes.subspan( std::min( aligned( header.rta_len ), attributes.size() ) );
    }
    return {};
@@ -60,9 +61,11 @@ NetlinkSocket::NetlinkSocket( std::span< const unsigned > groups )
    setsockopt( fd_.get(), SOL_SOCKET, SO_RCVTIMEO, &answerTime, sizeof answerTime );
    sockaddr_nl address{};
    address.nl_family = AF_NETLINK;
-   if( bind( fd_.get(), reinterpret_cast< const sockaddr* >( &address ), sizeof address ) != 0 ) fail( "can't bind an rtnetlink socket" );
+   if( bind( fd_.get(), reinterpret_cast< const sockaddr* >( &address ), sizeof address ) != 0 )
+      fail( "can't bind an rtnetlink socket" );
    for( unsigned group : groups )
-      if( setsockopt( fd_.get(), SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group ) != 0 ) fail( "can't subscribe to rtnetlink" );
+      if( setsockopt( fd_.get(), SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group ) != 0 )
+         fail( "can't subscribe to rtnetlink" );
 }
 
 void NetlinkSocket::receiveBufferIs( int bytes ) {
@@ -74,7 +77,8 @@ NetlinkSocket::Result NetlinkSocket::read( std::vector< std::uint8_t >& datagram
    datagram.resize( 64 * 1024 );
    sockaddr_nl from{};
    socklen_t fromSize = sizeof from;
-   const ssize_t size = recvfrom( fd_.get(), datagram.data(), datagram.size(), MSG_DONTWAIT, reinterpret_cast< sockaddr* >( &from ), &fromSize );
+   const ssize_t size =
+      recvfrom( fd_.get(), datagram.data(), datagram.size(), MSG_DONTWAIT, reinterpret_cast< sockaddr* >( &from ), &fromSize );
    if( size < 0 ) {
       datagram.clear();
       if( errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ) return Result::empty;
@@ -104,11 +108,13 @@ int NetlinkSocket::request( std::span< std::uint8_t > message,
    while( error < 0 ) {
       sockaddr_nl from{};
       socklen_t fromSize = sizeof from;
-      const ssize_t size = recvfrom( fd_.get(), buffer.data(), buffer.size(), 0, reinterpret_cast< sockaddr* >( &from ), &fromSize );
+      const ssize_t size =
+         recvfrom( fd_.get(), buffer.data(), buffer.size(), 0, reinterpret_cast< sockaddr* >( &from ), &fromSize );
       if( size < 0 && errno == EINTR ) continue;
       if( size < 0 ) return errno;
       if( !fromKernel( from ) ) continue;
-      forEachNetlinkMessage( { buffer.data(), static_cast< std::size_t >( size ) }, [ & ]( const nlmsghdr& answer, auto payload ) {
+      forEachNetlinkMessage( { buffer.data(), static_cast< std::size_t >( size ) },
+                             [ & ]( const nlmsghdr& answer, auto payload ) {
          if( answer.nlmsg_seq != sequence_ ) return true;
          if( answer.nlmsg_flags & NLM_F_DUMP_INTR ) inconsistent = true;
          int code = 0;

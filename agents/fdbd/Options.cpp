@@ -7,6 +7,7 @@
 #include <getopt.h>
 #include <kel/Exception.h>
 #include <map>
+#include <plexo/Writer.h>
 #include <set>
 #include <sys/stat.h>
 
@@ -53,15 +54,17 @@ Output:
 
 A VLAN is its own filtering database. SIGTERM or SIGINT stops the agent; the table
 stays and keeps what was learned. Exit status: 0 stopped or ended as asked,
-1 nothing could be learned from, a capture was damaged (with --exit-at-end), or
-the table failed, 2 wrong command line.
+1 nothing could be learned from, the table failed, or, with --exit-at-end, a
+capture was damaged or hosts were left out for want of --capacity, 2 wrong
+command line.
 )";
 
 namespace {
 
 constexpr double longestTime = 1e6;
 
-enum Code { capture = 256, interface, bridge, table, nativeVlan, agingTime, capacity, statistics, pace, trace, json, print, exitAtEnd, help, version };
+enum Code { capture = 256, interface, bridge, table, nativeVlan, agingTime, capacity, statistics, pace, trace, json, print,
+            exitAtEnd, help, version };
 
 constexpr option longOptions[] = {
    { "capture", required_argument, nullptr, capture },
@@ -88,7 +91,8 @@ std::uint64_t wholeNumber( const std::string& name, std::string_view text, std::
    std::uint64_t value = 0;
    const auto [ end, error ] = std::from_chars( text.data(), text.data() + text.size(), value );
    if( error != std::errc() || end != text.data() + text.size() || value < least || value > most )
-      throw UsageError( name + " " + quoted( text ) + ": give a whole number from " + std::to_string( least ) + " to " + std::to_string( most ) );
+      throw UsageError( name + " " + quoted( text ) + ": give a whole number from " + std::to_string( least ) + " to " +
+                        std::to_string( most ) );
    return value;
 }
 
@@ -98,13 +102,15 @@ Nanos seconds( const std::string& name, std::string_view text, bool zeroToo ) {
    const bool isNumber = error == std::errc() && end == text.data() + text.size() && value >= 0 && value <= longestTime;
    const double nanos = std::round( value * 1e9 );
    if( !isNumber || ( !zeroToo && nanos < 1 ) || ( value > 0 && nanos < 1 ) )
-      throw UsageError( name + " " + quoted( text ) + ": give seconds, " + ( zeroToo ? "from 0" : "more than 0" ) + " to 1000000" );
+      throw UsageError( name + " " + quoted( text ) + ": give seconds, " + ( zeroToo ? "from 0" : "more than 0" ) +
+                        " to 1000000" );
    return static_cast< Nanos >( nanos );
 }
 
 Quor::IntfId portNamed( const std::string& where, std::string_view text ) try {
    const Quor::IntfId port( text );
-   if( port.isEmpty() ) throw UsageError( where + ": no port behind '='; give one like Ethernet3 or Port-Channel7, or leave '=' out" );
+   if( port.isEmpty() )
+      throw UsageError( where + ": no port behind '='; give one like Ethernet3 or Port-Channel7, or leave '=' out" );
    return port;
 } catch( const Kel::Exception& e ) {
    throw UsageError( where + ": " + e.what() );
@@ -120,7 +126,9 @@ SourceOption source( SourceOption::Kind kind, const std::string& optionName, con
       out.name = text.substr( 0, at );
       out.port = portNamed( optionName + " " + quoted( text ), std::string_view( text ).substr( at + 1 ) );
    }
-   if( out.name.empty() ) throw UsageError( optionName + " " + quoted( text ) + ": no name; give " + ( kind == SourceOption::Kind::capture ? "a file" : "a device" ) );
+   if( out.name.empty() )
+      throw UsageError( optionName + " " + quoted( text ) + ": no name; give " +
+                        ( kind == SourceOption::Kind::capture ? "a file" : "a device" ) );
    return out;
 }
 
@@ -132,7 +140,8 @@ void settleSources( std::vector< SourceOption >& sources ) {
    std::set< std::pair< SourceOption::Kind, std::string > > names;
    for( SourceOption& s : sources ) {
       const std::string what = kinds[ static_cast< int >( s.kind ) ] + ( " " + quoted( s.name ) );
-      if( s.kind == SourceOption::Kind::capture && ( ++captures, s.port.isEmpty() ) ) s.port = Quor::IntfId( "Ethernet" + std::to_string( captures ) );
+      if( s.kind == SourceOption::Kind::capture && ( ++captures, s.port.isEmpty() ) )
+         s.port = Quor::IntfId( "Ethernet" + std::to_string( captures ) );
       if( !names.emplace( s.kind, s.name ).second ) throw UsageError( what + ": given twice; name each source once" );
       if( s.port.isEmpty() ) continue;
       const auto [ at, isNew ] = ports.emplace( s.port, what );
@@ -142,11 +151,11 @@ void settleSources( std::vector< SourceOption >& sources ) {
    }
 }
 
-std::string tableName( std::string_view text ) {
-   constexpr std::size_t longest = 100;
-   const bool isFine = !text.empty() && text.size() <= longest && text.front() != '.' && text.find( '/' ) == std::string_view::npos;
-   if( !isFine ) throw UsageError( "--table " + quoted( text ) + ": give a name of 1 to 100 characters without '/' that does not begin with '.'" );
-   return std::string( text );
+std::string tableName( const char* text ) try {
+   Plexo::checkTableName( text );
+   return text;
+} catch( const Kel::RangeException& e ) {
+   throw UsageError( std::string( "--table: " ) + e.what() );
 }
 
 Pace paceNamed( std::string_view text ) {
@@ -167,12 +176,15 @@ void apply( int code, int argc, char* const* argv, Options& out ) {
    case interface: out.sources.push_back( source( SourceOption::Kind::interface, "--interface", optarg ) ); break;
    case bridge: out.sources.push_back( source( SourceOption::Kind::bridge, "--bridge", optarg ) ); break;
    case table: out.table = tableName( optarg ); break;
-   case nativeVlan: out.learning.nativeVlan = static_cast< Vlan >( wholeNumber( "--native-vlan", optarg, minVlan, maxVlan ) ); break;
+   case nativeVlan:
+      out.learning.nativeVlan = static_cast< Vlan >( wholeNumber( "--native-vlan", optarg, minVlan, maxVlan ) );
+      break;
    case agingTime: out.learning.agingTime = seconds( "--aging-time", optarg, true ); break;
    case capacity: out.learning.capacity = wholeNumber( "--capacity", optarg, 1, 1u << 28 ); break;
    case statistics:
       out.statistics = true;
-      if( const char* interval = statisticsArgument( argc, argv ) ) out.statisticsInterval = seconds( "--statistics", interval, false );
+      if( const char* interval = statisticsArgument( argc, argv ) )
+         out.statisticsInterval = seconds( "--statistics", interval, false );
       break;
    case pace: out.pace = paceNamed( optarg ); break;
    case trace: out.trace = optarg; break;
@@ -206,7 +218,8 @@ Options parseOptions( int argc, char* const* argv ) {
       apply( code, argc, argv, out );
    }
    if( out.action != Options::Action::run ) return out;
-   if( optind < argc ) throw UsageError( quoted( argv[ optind ] ) + ": not an option; put --capture, --interface or --bridge before it" );
+   if( optind < argc )
+      throw UsageError( quoted( argv[ optind ] ) + ": not an option; put --capture, --interface or --bridge before it" );
    if( out.sources.empty() ) throw UsageError( "nothing to learn from: give at least one --capture, --interface or --bridge" );
    settleSources( out.sources );
    const auto isCapture = []( const SourceOption& s ) { return s.kind == SourceOption::Kind::capture; };

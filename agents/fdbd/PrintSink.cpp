@@ -13,7 +13,8 @@ void end( std::ostream& out ) {
 }
 
 std::ostream& begin( std::ostream& out, const char* event, HostId id ) {
-   return out << "{\"event\":\"" << event << "\",\"vlan\":" << id.fid() << ",\"address\":\"" << id.address().stringValue().view() << '"';
+   return out << "{\"event\":\"" << event << "\",\"vlan\":" << id.fid() << ",\"address\":\"" << id.address().stringValue().view()
+      << '"';
 }
 
 }

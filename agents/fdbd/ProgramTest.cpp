@@ -3,6 +3,11 @@
 #include <csignal>
 #include <cstdio>
 #include <fstream>
+#include <plexo/TestFiles.h>
+#include <regex>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -23,18 +28,18 @@ struct Result {
 std::string captureFile( const std::string& name ) { return FDBD_CAPTURES "/" + name; }
 
 const std::string demoCaptures =
-   " --capture " + captureFile( "port1.pcap" ) + " --capture " + captureFile( "port2.pcap" ) + " --capture " + captureFile( "port3.pcapng" ) + " ";
+   " --capture " + captureFile( "port1.pcap" ) + " --capture " + captureFile( "port2.pcap" ) + " --capture " +
+      captureFile( "port3.pcapng" ) + " ";
+
+std::string contentOf( const std::string& path ) {
+   std::ifstream in( path, std::ios::binary );
+   return { std::istreambuf_iterator< char >( in ), {} };
+}
 
 class Program : public ::testing::Test {
  protected:
-   void SetUp() override {
-      char name[] = "/tmp/fdbd-test-XXXXXX";
-      directory = mkdtemp( name );
-      setenv( "PLEXO_DIR", directory.c_str(), 1 );
-   }
    void TearDown() override {
-      if( pid > 0 ) kill( pid, SIGKILL ), waitpid( pid, nullptr, 0 );
-      EXPECT_EQ( std::system( ( "rm -rf " + directory ).c_str() ), 0 );
+      if( pid > 0 ) stop( SIGKILL );
    }
 
    /// Runs it to its end, 20 seconds at most; everything that it writes.
@@ -49,7 +54,9 @@ class Program : public ::testing::Test {
    void start( const std::string& arguments ) {
       pid = fork();
       if( pid == 0 ) {
-         execl( "/bin/sh", "sh", "-c", ( "exec " FDBD_PROGRAM " " + arguments + " 2> " + directory + "/stderr" ).c_str(), nullptr );
+         alarm( Plexo::longestTest );
+         execl( "/bin/sh", "sh", "-c", ( "exec " FDBD_PROGRAM " " + arguments + " 2> " + directory + "/stderr" ).c_str(),
+                nullptr );
          _exit( 127 );
       }
    }
@@ -82,28 +89,36 @@ class Program : public ::testing::Test {
       std::ofstream( directory + "/" + name, std::ios::binary ) << content;
       return directory + "/" + name;
    }
-   static std::string contentOf( const std::string& path ) {
-      std::ifstream in( path, std::ios::binary );
-      return { std::istreambuf_iterator< char >( in ), {} };
+   /// A capture of the hosts 1 to `count`, one frame each.
+   std::string hostsCapture( int count ) const {
+      std::vector< Sent > frames;
+      for( int i = 1; i <= count; ++i ) frames.push_back( { 1000 * nanosPerSecond, frameFrom( mac( std::uint64_t( i ) ) ) } );
+      return file( "hosts.pcap", pcapOf( frames ) );
    }
-
-   std::string directory;
+   /// What `table` tells of the first `count` of them.
+   static std::vector< std::string > hostLines( int count ) {
+      MirrorSink all;
+      for( int i = 1; i <= count; ++i ) all.hosts[ HostId( 1, mac( std::uint64_t( i ) ) ) ].port = port( 1 );
+      return all.lines();
+   }
+   const Plexo::TestDirectory home{ { "PLEXO_DIR", "RILO_DIR" } };
+   const std::string& directory = home.path;
    pid_t pid = 0;
 };
 
 /// What the kernel's own tool said at the end of the recording; the port pN became EthernetN.
 std::vector< std::string > kernelView() {
-   const std::string text = [] {
-      std::ifstream in( captureFile( "expected.json" ) );
-      return std::string( std::istreambuf_iterator< char >( in ), {} );
-   }();
+   const std::string text = contentOf( captureFile( "expected.json" ) );
    MirrorSink all;
    for( std::size_t at = text.find( '{' ); at != std::string::npos; at = text.find( '{', at + 1 ) ) {
       char address[ 18 ];
       int portNumber = 0, vlan = 0;
-      const int found = std::sscanf( text.c_str() + at, R"({"mac":"%17[0-9a-f:]","ifname":"p%d","vlan":%d)", address, &portNumber, &vlan );
+      const char* const form = R"({"mac":"%17[0-9a-f:]","ifname":"p%d","vlan":%d)";
+      const int found = std::sscanf( text.c_str() + at, form, address, &portNumber, &vlan );
       EXPECT_EQ( found, 3 );
-      if( found == 3 ) all.hosts[ HostId( static_cast< Vlan >( vlan ), Quor::EthAddr( std::string_view( address ) ) ) ].port = port( portNumber );
+      if( found == 3 )
+         all.hosts[ HostId( static_cast< Vlan >( vlan ), Quor::EthAddr( std::string_view( address ) ) ) ].port =
+            port( portNumber );
    }
    return all.lines();
 }
@@ -120,8 +135,10 @@ TEST_F( Program, RecordedTrafficGivesTheTableThatTheKernelHad ) {
 
 TEST_F( Program, LaterRunRemovesWhatIsNoMore ) {
    EXPECT_EQ( run( demoCaptures + "--pace max --exit-at-end" ).code, 0 );
-   EXPECT_EQ( run( "--capture " + captureFile( "port1.pcap" ) + "=Port-Channel7 --native-vlan 9 --pace max --exit-at-end" ).code, 0 );
-   EXPECT_EQ( table(), ( std::vector< std::string >{ "9 02:00:00:00:00:01 Port-Channel7", "10 02:00:00:00:00:02 Port-Channel7" } ) );
+   const std::string other = "--capture " + captureFile( "port1.pcap" ) + "=Port-Channel7 --native-vlan 9";
+   EXPECT_EQ( run( other + " --pace max --exit-at-end" ).code, 0 );
+   EXPECT_EQ( table(),
+              ( std::vector< std::string >{ "9 02:00:00:00:00:01 Port-Channel7", "10 02:00:00:00:00:02 Port-Channel7" } ) );
 }
 
 TEST_F( Program, StaysUntilItIsStoppedAndLeavesItsTable ) {
@@ -175,12 +192,44 @@ TEST_F( Program, EachFatalErrorIsOneLineAndLeavesTheTable ) {
    EXPECT_EQ( std::count( result.text.begin(), result.text.end(), '\n' ), 1 ) << result.text;
 }
 
+TEST_F( Program, CapacityThatIsReachedIsOneLineAndAnExitCode ) {
+   const std::string hosts = hostsCapture( 5 );
+   const Result result = run( "--capture " + hosts + " --pace max --exit-at-end --capacity 3" );
+   EXPECT_EQ( result.code, 1 );
+   EXPECT_EQ( result.text,
+              "vanta-fdbd: the table is full at 3 hosts, further hosts are not learned: start with a larger --capacity\n" );
+   EXPECT_EQ( table(), hostLines( 3 ) );
+}
+
+TEST_F( Program, FileSystemThatIsFullIsOneLineAndTheHostsBeforeItStay ) {
+   const std::string hosts = hostsCapture( 100000 ), small = directory + "/small";
+   // A mount that only this process and its children see.
+   const bool isPrivate = unshare( CLONE_NEWNS ) == 0 && mount( nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr ) == 0;
+   if( !isPrivate ) GTEST_SKIP() << "needs root, to mount a small file system";
+   mkdir( small.c_str(), 0755 );
+   setenv( "PLEXO_DIR", small.c_str(), 1 );
+   for( const bool isTooSmallAtOnce : { false, true } ) {
+      ASSERT_EQ( mount( "none", small.c_str(), "tmpfs", 0, isTooSmallAtOnce ? "size=64k" : "size=3m" ), 0 );
+      const Result result = run( "--capture " + hosts + " --pace max --exit-at-end --statistics" );
+      EXPECT_EQ( result.code, 1 );
+      const std::regex line( "vanta-fdbd: table " + small +
+                             "/fdb.plexo cannot grow: the file system has no room for [0-9]+ more bytes; "
+                             "make room there, or name another directory in PLEXO_DIR\n" );
+      EXPECT_TRUE( std::regex_match( result.text, line ) ) << result.text;
+      const auto kept = table();
+      EXPECT_TRUE( isTooSmallAtOnce ? kept.empty() : kept.size() > 10000 && kept.size() < 100000 ) << kept.size();
+      EXPECT_TRUE( kept == hostLines( int( kept.size() ) ) ) << "those that came first, without a gap";
+      EXPECT_EQ( umount( small.c_str() ), 0 );
+   }
+}
+
 TEST_F( Program, DamagedCaptureKeepsWhatCameBeforeAndIsToldByTheExitCode ) {
    const std::string whole = contentOf( captureFile( "port2.pcap" ) );
    const std::string cut = file( "cut.pcap", whole.substr( 0, whole.size() - 1 ) );
    const Result result = run( "--capture " + captureFile( "port1.pcap" ) + " --capture " + cut + " --pace max --exit-at-end" );
    EXPECT_EQ( result.code, 1 );
-   EXPECT_NE( result.text.find( "vanta-fdbd: capture '" + cut + "': damaged after frame 9, before byte " ), std::string::npos ) << result.text;
+   EXPECT_NE( result.text.find( "vanta-fdbd: capture '" + cut + "': damaged after frame 9, before byte " ), std::string::npos )
+      << result.text;
    EXPECT_EQ( table().size(), 6u );
    // With another that can be used, one that can't be opened is only told.
    EXPECT_EQ( run( demoCaptures + "--capture nosuch --pace max --exit-at-end" ).code, 1 );
@@ -190,8 +239,11 @@ TEST_F( Program, DamagedCaptureKeepsWhatCameBeforeAndIsToldByTheExitCode ) {
 TEST_F( Program, PrintsInsteadOfPublishing ) {
    const Result result = run( "--capture " + captureFile( "port1.pcap" ) + " --print --pace max --exit-at-end" );
    EXPECT_EQ( result.code, 0 );
-   EXPECT_EQ( result.text, "{\"event\":\"learned\",\"vlan\":1,\"address\":\"02:00:00:00:00:01\",\"port\":\"Ethernet1\",\"moves\":0,\"lastMoveTime\":0,\"kind\":\"learned\"}\n"
-                           "{\"event\":\"learned\",\"vlan\":10,\"address\":\"02:00:00:00:00:02\",\"port\":\"Ethernet1\",\"moves\":0,\"lastMoveTime\":0,\"kind\":\"learned\"}\n" );
+   const auto learned = []( int vlan, int n ) {
+      return R"({"event":"learned","vlan":)" + std::to_string( vlan ) + R"(,"address":"02:00:00:00:00:0)" + std::to_string( n ) +
+             "\",\"port\":\"Ethernet1\",\"moves\":0,\"lastMoveTime\":0,\"kind\":\"learned\"}\n";
+   };
+   EXPECT_EQ( result.text, learned( 1, 1 ) + learned( 10, 2 ) );
    EXPECT_TRUE( table().empty() );
    const Result closed = run( demoCaptures + "--print --pace max > /dev/full" );
    EXPECT_EQ( closed.code, 1 );

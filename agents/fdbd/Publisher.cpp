@@ -5,9 +5,9 @@
 #include <Vanta/PlexoBridging.h>
 #include <algorithm>
 
-// The entities are written here, the table by the machine that watches them. A write to the table that fails throws in that machine's
-// reactor, where the framework catches and counts it. The agent can't go on without telling its readers the truth, so the count is looked
-// at after each change, and the failed write is tried again here to have its exception.
+// The entities are written here, the table by the machine that watches them. A write to the table that fails throws in that
+// machine's reactor, where the framework catches it and goes on. The agent can't go on without telling its readers the truth, so
+// it waits for such a failure with each change.
 
 namespace Fdbd {
 
@@ -25,12 +25,6 @@ Bridging::EntryType entryType( HostKind kind ) {
 struct Publisher::State {
    Plexo::Writer* table() const { return tableStatus->plexoFdbStatusControl().writer(); }
 
-   bool hasFailed( Bridging::Fid fid ) const {
-      if( !machine ) return false;
-      const auto reactor = machine->fdbStatus( fid );
-      return reactor && reactor->exceptionCount() > 0;
-   }
-
    Kel::Ptr< Bridging::Status > status = Bridging::statusFactory( "status" );
    Kel::Ptr< Plexo::Bridging::Status > tableStatus = Plexo::Bridging::statusFactory( "plexoStatus" );
    Kel::Ptr< Bridging::WriterFdbStatusSm > machine;
@@ -43,26 +37,27 @@ Publisher::~Publisher() = default;
 void Publisher::open( const std::string& table, std::size_t capacity ) {
    state_->tableStatus->plexoFdbStatusControl().setUp( { .name = table,
                                                          .mode = Plexo::TableMode::writer,
-                                                         .initialRecords = static_cast< Kel::U32 >( std::min( capacity, initialHosts ) ),
+                                                         .initialRecords = Kel::U32( std::min( capacity, initialHosts ) ),
                                                          .maxRecords = static_cast< Kel::U32 >( capacity ) } );
    const Plexo::WriterBatch batch( *state_->table() );
    state_->machine = Bridging::writerFdbStatusSmFactory( state_->status, state_->tableStatus );
 }
 
 void Publisher::learned( HostId id, const Host& host ) {
-   const Bridging::Fid fid( id.fid() );
-   state_->status->fdbStatusIs( fid )->learnedHostIs( { id.address(), host.port, host.moves, host.lastMoveTime, entryType( host.kind ) } );
-   if( state_->hasFailed( fid ) )
-      state_->tableStatus->plexoFdbStatusIs( { { fid, id.address() }, host.port, host.moves, host.lastMoveTime, entryType( host.kind ) } );
+   Kel::CallbackFailure failure;
+   state_->status->fdbStatusIs( id.fid() )->learnedHostIs(
+      { id.address(), host.port, host.moves, host.lastMoveTime, entryType( host.kind ) } );
+   failure.rethrow();
 }
 
 void Publisher::gone( HostId id ) {
    const Bridging::Fid fid( id.fid() );
    const auto fdb = state_->status->fdbStatus( fid );
    if( !fdb ) return;
+   Kel::CallbackFailure failure;
    fdb->learnedHostDel( id.address() );
-   if( state_->hasFailed( fid ) ) state_->tableStatus->plexoFdbStatusDel( { fid, id.address() } );
    if( fdb->learnedHostCount() == 0 ) state_->status->fdbStatusDel( fid );
+   failure.rethrow();
 }
 
 void Publisher::batchBegins() {

@@ -13,8 +13,8 @@ class Publisher final : public HostSink {
    Publisher();
    ~Publisher() override;
 
-   /// Becomes the writer of the table and brings it in step with the entities: what an earlier run has left there and is no more is
-   /// removed, what is still true is not touched. Throws `Kel::Exception`: the table has another writer, or can't be made.
+   /// Becomes the writer of the table and brings it in step with the entities: what an earlier run has left there and is no more
+   /// is removed, what is still true is not touched. Throws `Kel::Exception`: the table has another writer, or can't be made.
    void open( const std::string& table, std::size_t capacity );
 
    // These throw `Kel::Exception` once the table is open: it is full, or corrupted.

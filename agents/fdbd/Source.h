@@ -25,7 +25,8 @@ class EventSink {
    virtual void timeIs( Nanos now ) = 0;
 
    /// A bridge has, or still has, this host. `vlan` 0: the bridge keeps no VLANs.
-   virtual void bridgeHost( BridgeId bridge, Vlan vlan, const Quor::EthAddr& address, Quor::IntfId port, HostKind kind, double time ) = 0;
+   virtual void bridgeHost( BridgeId bridge, Vlan vlan, const Quor::EthAddr& address, Quor::IntfId port, HostKind kind,
+                            double time ) = 0;
    /// A bridge has removed this host.
    virtual void bridgeHostGone( BridgeId bridge, Vlan vlan, const Quor::EthAddr& address ) = 0;
    /// What the bridge has between these two is all that it has: its other hosts are gone.

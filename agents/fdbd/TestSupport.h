@@ -29,6 +29,30 @@ inline Bytes frameFrom( const Quor::EthAddr& source, std::initializer_list< std:
    return out;
 }
 
+inline void put32( std::string& to, std::uint32_t v ) { to.append( reinterpret_cast< const char* >( &v ), 4 ); }
+inline void put16( std::string& to, std::uint16_t v ) { to.append( reinterpret_cast< const char* >( &v ), 2 ); }
+
+/// A frame and when it was seen.
+struct Sent {
+   Nanos time;
+   Bytes frame;
+};
+
+/// The classic format (draft-ietf-opsawg-pcap), nanosecond flavour.
+inline std::string pcapOf( const std::vector< Sent >& frames, std::uint32_t linkType = 1 ) {
+   std::string out;
+   put32( out, 0xa1b23c4d );
+   put16( out, 2 ), put16( out, 4 );
+   put32( out, 0 ), put32( out, 0 ), put32( out, 65535 ), put32( out, linkType );
+   for( const Sent& f : frames ) {
+      put32( out, static_cast< std::uint32_t >( f.time / nanosPerSecond ) ),
+         put32( out, static_cast< std::uint32_t >( f.time % nanosPerSecond ) );
+      put32( out, static_cast< std::uint32_t >( f.frame.size() ) ), put32( out, static_cast< std::uint32_t >( f.frame.size() ) );
+      out.append( f.frame.begin(), f.frame.end() );
+   }
+   return out;
+}
+
 /// The forwarding database as its readers see it. A host that is announced as gone without having been there, or announced again
 /// without a change, is a failure.
 class MirrorSink final : public HostSink {
@@ -43,7 +67,8 @@ class MirrorSink final : public HostSink {
    std::vector< std::string > lines() const {
       std::vector< std::string > out;
       for( const auto& [ id, host ] : hosts )
-         out.push_back( std::to_string( id.fid() ) + " " + id.address().stringValue().str() + " " + host.port.stringValue().str() );
+         out.push_back( std::to_string( id.fid() ) + " " + id.address().stringValue().str() + " " +
+                        host.port.stringValue().str() );
       return out;
    }
 

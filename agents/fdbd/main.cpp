@@ -7,8 +7,8 @@
 #include <kel/Exception.h>
 #include <kel/Trace.h>
 
-// The order matters: the sources are opened before the table, so that a command line that nothing can come of leaves the table of an
-// earlier run as it is; and what bridges have already is known before the table is brought in step.
+// The order matters: the sources are opened before the table, so that a command line that nothing can come of leaves the table of
+// an earlier run as it is; and what bridges have already is known before the table is brought in step.
 
 namespace Fdbd {
 
@@ -39,8 +39,6 @@ int run( int argc, char** argv ) {
    const Options options = parseOptions( argc, argv );
    if( options.action == Options::Action::help ) return std::fputs( helpText, stdout ) < 0;
    if( options.action == Options::Action::version ) return std::puts( "vanta-fdbd " VANTA_VERSION ) < 0;
-   // A write to the table that fails is told once, by the agent itself.
-   Kel::traceLevelIs( "Kel", Kel::TraceLevels::none() );
    traceAs( options.trace );
    // A reader of our lines that goes away is no reason to stop learning.
    std::signal( SIGPIPE, SIG_IGN );

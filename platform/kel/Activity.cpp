@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
-#include <cstring>
 #include <deque>
 #include <kel/Exception.h>
 #include <kel/UniqueFd.h>
@@ -13,7 +11,6 @@
 #include <string>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/signalfd.h>
 #include <sys/timerfd.h>
 #include <unordered_map>
 #include <utility>
@@ -50,9 +47,7 @@ S64 deadlineAfter( std::chrono::nanoseconds delay ) noexcept {
    return ahead < TimerQueue::never - 1 - now ? now + ahead : TimerQueue::never - 1;
 }
 
-[[noreturn]] void fail( const std::string& what ) {
-   throw Exception( "Kel::Activity: " + what + ": " + std::strerror( errno ) );
-}
+[[noreturn]] void fail( const std::string& what ) { throwErrno( "Kel::Activity: " + what ); }
 
 UniqueFd checked( int fd, const char* what ) {
    if( fd < 0 ) fail( std::string( what ) + " can't be made" );
@@ -474,39 +469,6 @@ void Activity::Watch::close() noexcept {
 
 void Activity::Watch::interestIs( FdEvents interest ) {
    if( const auto core = core_.lock() ) core->interestIs( id_, interest );
-}
-
-// Signals.
-
-struct SignalWatch::State {
-   sigset_t newlyBlocked;
-   std::shared_ptr< UniqueFd > fd; // shared with the callback, which may destroy the signal watch
-   Activity::Watch watch;
-};
-
-SignalWatch::SignalWatch( Activity& activity, std::initializer_list< int > signals, std::function< void( int ) > callback )
-    : state_( std::make_unique< State >() ) {
-   sigset_t wanted, before;
-   ::sigemptyset( &wanted );
-   for( const int s : signals )
-      if( ::sigaddset( &wanted, s ) != 0 ) fail( "signal " + std::to_string( s ) + " can't be watched" );
-   state_->fd = std::make_shared< UniqueFd >(
-      checked( ::signalfd( -1, &wanted, SFD_NONBLOCK | SFD_CLOEXEC ), "its signal descriptor" ) );
-   auto readOne = [ fd = state_->fd, callback = std::move( callback ) ]( FdEvents ) {
-      signalfd_siginfo info;
-      if( ::read( fd->get(), &info, sizeof info ) == static_cast< ssize_t >( sizeof info ) )
-         callback( static_cast< int >( info.ssi_signo ) );
-   };
-   state_->watch = activity.watch( state_->fd->get(), FdEvents::reading(), std::move( readOne ) );
-   ::pthread_sigmask( SIG_BLOCK, &wanted, &before );
-   state_->newlyBlocked = wanted;
-   for( const int s : signals )
-      if( ::sigismember( &before, s ) == 1 ) ::sigdelset( &state_->newlyBlocked, s );
-}
-
-SignalWatch::~SignalWatch() {
-   state_->watch.close();
-   ::pthread_sigmask( SIG_UNBLOCK, &state_->newlyBlocked, nullptr );
 }
 
 }

@@ -5,17 +5,18 @@
 #include <kel/Path.h>
 #include <unordered_set>
 
-// Keys stand in order of their revision, oldest first, so that a difference is the tail of the list: its cost is that of what it holds. A key
-// that changes again moves to the end.
+// Keys stand in order of their revision, oldest first, so that a difference is the tail of the list: its cost is that of what it
+// holds. A key that changes again moves to the end.
 
 namespace Kel {
 
 namespace {
 
-enum class Record : U8 { set = 0, gone = 1, end = 2, whole = 3 };
+enum class Record : U8 { set = 0, gone = 1, end = 2, whole = 3, tail = 4 };
 
 bool isCollection( const Attr& row ) {
-   return row.kind == AttrKind::map || row.kind == AttrKind::childMap || row.kind == AttrKind::refMap || row.kind == AttrKind::queue;
+   return row.kind == AttrKind::map || row.kind == AttrKind::childMap || row.kind == AttrKind::refMap ||
+          row.kind == AttrKind::queue;
 }
 
 const char* memberOf( const Entity& entity, const Attr& row ) { return reinterpret_cast< const char* >( &entity ) + row.offset; }
@@ -28,7 +29,9 @@ std::string keyBytes( const Type& type, const void* key ) {
 
 LogIn bytesOf( const std::string& text ) { return LogIn( { reinterpret_cast< const U8* >( text.data() ), text.size() } ); }
 
-void writeReference( const Ptr< Entity >& entity, LogOut& out ) { out.string( entity ? entity->fullName().view() : std::string_view() ); }
+void writeReference( const Ptr< Entity >& entity, LogOut& out ) {
+   out.string( entity ? entity->fullName().view() : std::string_view() );
+}
 
 // An optional child is there by its name, a reference by the full name of what it refers to.
 void writeScalar( const Attr& row, const char* member, LogOut& out ) {
@@ -46,7 +49,8 @@ void writeElement( const Attr& row, const void* element, LogOut& out ) {
    const Type& type = *row.type;
    for( U16 i = 0; i < type.attrCount(); ++i ) {
       const Attr& parameter = type.attr( i );
-      if( parameter.has( KelAttrIntrospectionFlags::constructorRole ) ) writeScalar( parameter, memberOf( *entity, parameter ), out );
+      if( parameter.has( KelAttrIntrospectionFlags::constructorRole ) )
+         writeScalar( parameter, memberOf( *entity, parameter ), out );
    }
 }
 
@@ -56,8 +60,8 @@ AttrLog::AttrLog( const Entity& entity ) : entity_( entity ), marks_( entity.fwk
 
 bool AttrLog::isLogged( U16 attr ) const {
    const Attr& row = entity_.fwkType().attr( attr );
-   return row.has( KelAttrIntrospectionFlags::logged ) && ( isCollection( row ) || row.kind == AttrKind::scalar || row.kind == AttrKind::ref ||
-                                                            row.kind == AttrKind::child );
+   return row.has( KelAttrIntrospectionFlags::logged ) &&
+          ( isCollection( row ) || row.kind == AttrKind::scalar || row.kind == AttrKind::ref || row.kind == AttrKind::child );
 }
 
 void AttrLog::markAll() {
@@ -146,6 +150,11 @@ void AttrLog::writeCollection( U16 attr, const Collection* collection, U64 since
    const Attr& row = entity_.fwkType().attr( attr );
    const bool whole = since == 0 || ( collection && since < collection->floor );
    if( whole ) out.u8( static_cast< U8 >( Record::whole ) );
+   if( row.kind == AttrKind::queue ) {
+      // First, since it tells on which side of a queue that wraps an element stands.
+      out.u8( static_cast< U8 >( Record::tail ) );
+      out.u32( row.extra.collection->tail( memberOf( entity_, row ) ) );
+   }
    if( collection ) {
       auto first = collection->keys.end();
       while( first != collection->keys.begin() && ( whole || std::prev( first )->revision > since ) ) --first;
@@ -169,7 +178,8 @@ Ptr< Entity > readReference( const Entity& from, const Attr& row, LogIn& in ) {
    const std::string_view name = in.string();
    if( name.empty() ) return nullptr;
    const Ptr< Entity > found = entityAtFullName( from, name );
-   if( !found ) throw FrameworkException( "no entity has the full name " + std::string( name ) + ", which " + row.name + " refers to" );
+   if( !found )
+      throw FrameworkException( "no entity has the full name " + std::string( name ) + ", which " + row.name + " refers to" );
    if( !found->fwkType().derivesFrom( *row.type ) ) throw FrameworkException( "Entity is the wrong type" );
    return found;
 }
@@ -181,7 +191,8 @@ void AttrLogProxy::update( LogIn& in ) {
    const U64 since = in.u64();
    const U64 revision = in.u64();
    if( since && since != revision_ ) {
-      throw RangeException( "a difference since revision " + std::to_string( since ) + " does not follow revision " + std::to_string( revision_ ) );
+      throw RangeException( "a difference since revision " + std::to_string( since ) + " does not follow revision " +
+                            std::to_string( revision_ ) );
    }
    for( U16 attr = in.u16(); attr != 0xffff; attr = in.u16() ) {
       if( attr >= type.attrCount() || !type.attr( attr ).has( KelAttrIntrospectionFlags::logged ) ) {
@@ -233,6 +244,10 @@ void AttrLogProxy::updateCollection( U16 attr, const Attr& row, LogIn& in ) {
    for( auto record = Record( in.u8() ); record != Record::end; record = Record( in.u8() ) ) {
       switch( record ) {
       case Record::whole: stale = keysOf( row, map ); break;
+      case Record::tail:
+         if( row.kind != AttrKind::queue ) throw RangeException( "a position in the attribute log of " + std::string( row.name ) + ", which is no queue" );
+         ops.tailIs( entity_, attr, map, in.u32() );
+         break;
       case Record::gone:
          read( *row.keyType, key.storage(), in );
          ops.erase( entity_, attr, map, key.object() );
@@ -262,14 +277,15 @@ void AttrLogProxy::setElement( U16 attr, const Attr& row, void* map, const void*
    if( row.kind != AttrKind::childMap ) {
       OwnedValueIf value( *row.type, nullptr, false );
       read( *row.type, value.storage(), in );
-      if( row.keyAttr && !row.keyType->info().values->equal(
-                            key, static_cast< const char* >( value.object() ) + row.type->attr( static_cast< U16 >( row.keyAttr - 1 ) ).offset ) ) {
+      if( row.keyAttr &&
+          !row.keyType->info().values->equal( key, static_cast< const char* >( value.object() ) +
+                                                      row.type->attr( static_cast< U16 >( row.keyAttr - 1 ) ).offset ) ) {
          throw RangeException( "an element of " + std::string( row.name ) + " does not carry the key that it stands under" );
       }
-      return ops.set( entity_, attr, map, key, value.object() );
+      return ( row.kind == AttrKind::queue ? ops.setBeforeTail : ops.set )( entity_, attr, map, key, value.object() );
    }
    std::vector< Ptr< GenericIf > > parameters;
-   if( row.type->info().takesName && row.keyType == &BuiltIn::name ) parameters.push_back( new OwnedValueIf( *row.keyType, key, false ) );
+   if( isNamedByKey( *row.type, *row.keyType ) ) parameters.push_back( new OwnedValueIf( *row.keyType, key, false ) );
    for( U16 i = 0; i < row.type->attrCount(); ++i ) {
       const Attr& parameter = row.type->attr( i );
       if( !parameter.has( KelAttrIntrospectionFlags::constructorRole ) ) continue;
@@ -283,7 +299,8 @@ void AttrLogProxy::setElement( U16 attr, const Attr& row, void* map, const void*
       }
    }
    if( parameters.empty() ) parameters.push_back( new OwnedValueIf( *row.keyType, key, false ) );
-   if( !parameters[ 0 ] || &parameters[ 0 ]->type() != row.keyType || !row.keyType->info().values->equal( key, parameters[ 0 ]->object() ) ) {
+   if( !parameters[ 0 ] || &parameters[ 0 ]->type() != row.keyType ||
+       !row.keyType->info().values->equal( key, parameters[ 0 ]->object() ) ) {
       throw RangeException( "a child of " + std::string( row.name ) + " does not carry the key that it stands under" );
    }
    std::vector< const GenericIf* > given;

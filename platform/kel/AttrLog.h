@@ -8,9 +8,9 @@
 #include <unordered_map>
 #include <vector>
 
-// What has changed in an entity, by attribute and by collection key, with a revision each, so that whoever has seen a revision gets exactly
-// the difference. State, not events: however often a key changes, its newest value is written once. The byte layout of a difference is
-// docs/attribute-log.md.
+// What has changed in an entity, by attribute and by collection key, with a revision each, so that whoever has seen a revision
+// gets exactly the difference. State, not events: however often a key changes, its newest value is written once. The byte layout
+// of a difference is docs/attribute-log.md.
 namespace [[gnu::visibility("default")]] Kel {
 
 class Entity;
@@ -71,14 +71,14 @@ class AttrLog {
    U64 taken_ = 0;
 };
 
-/// The other side of an attribute log: applies differences to an entity. A difference comes from another process; one that is malformed or does
-/// not fit the entity's type throws `RangeException`, and what stood before the fault in it has been applied.
+/// The other side of an attribute log: applies differences to an entity. A difference comes from another process; one that is
+/// malformed or does not fit the entity's type throws `RangeException`, and what stood before the fault in it has been applied.
 class AttrLogProxy {
  public:
    explicit AttrLogProxy( Entity& entity, bool readOnly = false ) : entity_( entity ), readOnly_( readOnly ) {}
 
-   /// Applies one difference. Throws `FrameworkException` "write-update from readonly proxy: " and the attribute's name when this proxy may only
-   /// be read and the difference holds a change.
+   /// Applies one difference. Throws `FrameworkException` "write-update from readonly proxy: " and the attribute's name when this
+   /// proxy may only be read and the difference holds a change.
    void update( LogIn& in );
    /// The sender's revision that has been applied.
    U64 revision() const { return revision_; }

@@ -43,15 +43,6 @@ TEST( String8, holdsAnyByte ) {
    EXPECT_EQ( withNul + "c", String8( std::string_view( "a\0b\xff" "c", 5 ) ) );
 }
 
-TEST( String8, emptyOnesAreAlike ) {
-   for( const String8& s : { String8(), String8( "" ), String8( static_cast< const char* >( nullptr ) ), String8( std::string() ) } ) {
-      EXPECT_TRUE( s.empty() );
-      EXPECT_EQ( s, String8() );
-      EXPECT_STREQ( s.charPtr(), "" );
-      EXPECT_EQ( s.hash(), 0u );
-   }
-}
-
 TEST( String8, copiesShare ) {
    String8 a( "shared" );
    String8 b = a;
@@ -74,14 +65,6 @@ TEST( String8, copiesInThreads ) {
       }
    } );
    EXPECT_EQ( text, "shared by all threads" );
-}
-
-TEST( Name, isAStringOfItsOwnType ) {
-   const Name name( "Ethernet1" );
-   EXPECT_EQ( name.stringValue(), String8( "Ethernet1" ) );
-   EXPECT_EQ( name.hash(), String8( "Ethernet1" ).hash() );
-   EXPECT_LT( name, Name( "Ethernet2" ) );
-   static_assert( !std::is_convertible_v< Name, const char* > );
 }
 
 TEST( RefCount, flagsDoNotDisturbTheCount ) {
@@ -136,17 +119,6 @@ TEST( Ptr, assignmentOfAReferenceThatTheOldObjectHeld ) {
    head = head->next;
    EXPECT_EQ( head, second );
    EXPECT_EQ( head->referenceCount(), 1u );
-}
-
-TEST( ValidPtr, refusesNull ) {
-   int gone = 0;
-   EXPECT_TRUE( ValidPtr< Counted >( makePtr< Derived >( gone ) ) );
-   try {
-      ValidPtr< Counted > p( nullptr );
-      FAIL() << "null accepted";
-   } catch( const RangeException& e ) {
-      EXPECT_STREQ( e.what(), "null ValidPtr" );
-   }
 }
 
 }

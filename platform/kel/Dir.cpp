@@ -9,27 +9,28 @@ constinit const Attr Dir::attrs_[] = { collectionAttr< EntryMap >(
    KelAttrIntrospectionFlags::logged | KelAttrIntrospectionFlags::notifies | KelAttrIntrospectionFlags::writable |
       KelAttrIntrospectionFlags::nonNull ) };
 
-constinit Type Dir::_Type{ { .qualifiedName = "Kel::Dir",
-                             .code = TypeCode::entity,
-                             .size = sizeof( Dir ),
-                             .attrs = attrs_,
-                             .base = &Entity::_Type,
-                             .firstAttr = Entity::Attr_::count_,
-                             .make = []( const void* const* p ) { return Ptr< Entity >( new Dir( *static_cast< const Name* >( p[ 0 ] ) ) ); },
-                             .takesName = true,
-                             .wrap = &makeGenericIf< Dir > } };
+constinit Type Dir::_Type{
+   { .qualifiedName = "Kel::Dir",
+     .code = TypeCode::entity,
+     .size = sizeof( Dir ),
+     .attrs = attrs_,
+     .base = &Entity::_Type,
+     .firstAttr = Entity::Attr_::count_,
+     .make = []( const void* const* p ) { return Ptr< Entity >( new Dir( *static_cast< const Name* >( p[ 0 ] ) ) ); },
+     .takesName = true,
+     .wrap = &makeGenericIf< Dir > }
+};
 
 Dir::~Dir() {
    // Others may go on holding what the directory was the parent of.
-   for( auto i = entry_.iterator(); i; ++i ) {
-      if( i.value()->parent() == this ) i.value()->parentIs( nullptr );
-   }
+   for( auto i = entry_.iterator(); i; ++i ) giveAway( *i.value() );
 }
 
 void Dir::entryIs( const Name& name, const Ptr< Entity >& entity ) {
    if( !entity ) nullRefused( Attr_::entry );
    for( const Entity* e = this; e; e = e->parent() ) {
-      if( entity == e ) throw RangeException( "directory " + fullName().str() + " stands in " + e->name().str() + " and can't hold it" );
+      if( entity == e )
+         throw RangeException( "directory " + fullName().str() + " stands in " + e->name().str() + " and can't hold it" );
    }
    const Ptr< Entity > current = entry( name );
    if( current == entity ) return;

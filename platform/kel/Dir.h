@@ -5,8 +5,8 @@
 
 namespace [[gnu::visibility("default")]] Kel {
 
-/// A directory: references to entities of any type under names. It keeps them alive and is the parent of those that have none; an entry that is replaced by another
-/// entity is announced as removed, then as added.
+/// A directory: references to entities of any type under names. It keeps them alive and is the parent of those that have none; an
+/// entry that is replaced by another entity is announced as removed, then as added.
 class Dir : public Entity {
  public:
    struct Attr_ : Entity::Attr_ {
@@ -31,7 +31,8 @@ class Dir : public Entity {
       if( found && !typed ) throw FrameworkException( "Entity is the wrong type" );
       return typed;
    }
-   /// Puts an entity under a name, its own or another. Throws `RangeException` for a null one, and for one that the directory stands in.
+   /// Puts an entity under a name, its own or another. Throws `RangeException` for a null one, and for one that the directory
+   /// stands in.
    void entryIs( const Name& name, const Ptr< Entity >& entity );
    void entryIs( const Ptr< Entity >& entity ) { entryIs( entity ? entity->name() : Name(), entity ); }
    Ptr< Entity > entryDel( const Name& name ) { return delFrom( Attr_::entry, entry_, name ); }

@@ -6,11 +6,11 @@
 #include <kel/Trace.h>
 #include <vector>
 
-// Notification. An entity's reactors stand in one list, in order of attachment. A walk goes over the places that the list had when it
-// began: reactors that are attached meanwhile stand behind them and are not called, reactors that are detached leave a null in their place.
-// So a walk sees a snapshot without copying the list, and a reactor whose only reference is the list's can be told by its count alone.
-// Places are closed up when the outermost walk has ended. A reactor that is detached while it runs is kept in `buried` until then, and the
-// list itself outlives its entity when that goes in the middle of a walk.
+// Notification. An entity's reactors stand in one list, in order of attachment. A walk goes over the places that the list had
+// when it began: reactors that are attached meanwhile stand behind them and are not called, reactors that are detached leave a
+// null in their place. So a walk sees a snapshot without copying the list, and a reactor whose only reference is the list's can
+// be told by its count alone. Places are closed up when the outermost walk has ended. A reactor that is detached while it runs is
+// kept in `buried` until then, and the list itself outlives its entity when that goes in the middle of a walk.
 
 namespace Kel {
 
@@ -92,8 +92,26 @@ void NotifieeBase::deactivate() {
 
 void NotifieeBase::dispatch( const Change& ) {}
 
+namespace {
+
+thread_local CallbackFailure* innermostFailure = nullptr;
+
+}
+
+CallbackFailure::CallbackFailure() noexcept : outer_( std::exchange( innermostFailure, this ) ) {}
+
+CallbackFailure::~CallbackFailure() { innermostFailure = outer_; }
+
+void CallbackFailure::rethrow() {
+   if( first_ ) std::rethrow_exception( std::exchange( first_, nullptr ) );
+}
+
 void NotifieeBase::onException( U32 code, const Change& change, std::exception_ptr exception ) {
    ++exceptions_;
+   if( CallbackFailure* waits = innermostFailure ) {
+      if( !waits->first_ ) waits->first_ = exception;
+      return;
+   }
    std::string text = "unknown exception";
    try {
       std::rethrow_exception( exception );
@@ -141,7 +159,8 @@ void Entity::onZeroReferences() const noexcept {
 
 std::size_t Entity::notifieeCount() const {
    if( !notifiees_ ) return 0;
-   return static_cast< std::size_t >( std::count_if( notifiees_->places_.begin(), notifiees_->places_.end(), []( const auto& p ) { return p != nullptr; } ) );
+   return static_cast< std::size_t >(
+      std::count_if( notifiees_->places_.begin(), notifiees_->places_.end(), []( const auto& p ) { return p != nullptr; } ) );
 }
 
 String8 Entity::fullName() const {
@@ -200,15 +219,18 @@ ConstructorArguments::ConstructorArguments( const Type& type, std::span< const G
          values.push_back( Detail::checkedArgument( argument, *row.type ) );
          continue;
       }
-      references_.emplace_back( argument ? static_cast< Entity* >( const_cast< void* >( argument->checked( *row.type ) ) ) : nullptr );
+      references_.emplace_back( argument ? static_cast< Entity* >( const_cast< void* >( argument->checked( *row.type ) ) )
+                                         : nullptr );
       values.push_back( &references_.back() );
    }
-   if( values.size() != given.size() ) throw RangeException( "too many parameters given for a new " + std::string( type.qualifiedName() ) );
+   if( values.size() != given.size() )
+      throw RangeException( "too many parameters given for a new " + std::string( type.qualifiedName() ) );
 }
 
 void Entity::nullRefused( U16 attr ) const {
    const std::string name = fwkType().attr( attr ).name;
-   throw RangeException( "null _" + name + " parameter to mutator for " + std::string( fwkType().qualifiedName() ) + "::" + name + " not allowed" );
+   throw RangeException( "null _" + name + " parameter to mutator for " + std::string( fwkType().qualifiedName() ) + "::" + name +
+                         " not allowed" );
 }
 
 namespace {
@@ -235,9 +257,10 @@ void Entity::sameParameters( std::span< const void* const > parameters ) const {
       const void* wanted = *given++;
       const void* current = reinterpret_cast< const char* >( this ) + row.offset;
       if( row.has( KelAttrIntrospectionFlags::writable ) || parameterSame( row, wanted, current ) ) continue;
-      throw NameInUseException( "Reinstantiating the entity with name " + name_.str() + " where constructor parameter attribute _" + row.name +
-                                " has a different value of " + parameterText( row, wanted ) + " than the current value of " +
-                                parameterText( row, current ) + " not allowed" );
+      throw NameInUseException( "Reinstantiating the entity with name " + name_.str() +
+                                " where constructor parameter attribute _" + row.name + " has a different value of " +
+                                parameterText( row, wanted ) + " than the current value of " + parameterText( row, current ) +
+                                " not allowed" );
    }
 }
 
@@ -277,6 +300,10 @@ void Entity::attrIs( U16 attr, const void* value ) {
    changed( attr );
 }
 
+bool isNamedByKey( const Type& child, const Type& key ) {
+   return child.info().takesName && ( &key == &BuiltIn::name || &key == &BuiltIn::string8 );
+}
+
 // A child's constructor takes its name first, when it has one of its own; that is the text of its key unless the key is the name.
 Ptr< Entity > Entity::newChildAt( U16 attr, std::span< const GenericIf* const > parameters ) {
    const Attr& row = fwkType().attr( attr );
@@ -284,8 +311,10 @@ Ptr< Entity > Entity::newChildAt( U16 attr, std::span< const GenericIf* const > 
    if( !type.info().make ) throw InternalException( std::string( type.qualifiedName() ) + " can't be created by reflection" );
    if( parameters.empty() ) throw RangeException( "no key given for a new " + std::string( type.qualifiedName() ) );
    const void* key = Detail::checkedArgument( parameters[ 0 ], *row.keyType );
-   const bool byName = type.info().takesName && row.keyType == &BuiltIn::name;
-   const Name name( byName ? *static_cast< const Name* >( key ) : Name( keyName( *row.keyType, key ) ) );
+   const bool byName = isNamedByKey( type, *row.keyType );
+   const Name name( row.keyType == &BuiltIn::name      ? *static_cast< const Name* >( key ) :
+                    row.keyType == &BuiltIn::string8 ? Name( *static_cast< const String8* >( key ) ) :
+                                                       Name( keyName( *row.keyType, key ) ) );
    ConstructorArguments arguments( type, parameters.subspan( byName ) );
    std::vector< const void* >& values = arguments.values;
    void* map = reinterpret_cast< char* >( this ) + row.offset;

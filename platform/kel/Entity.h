@@ -24,6 +24,9 @@ Name keyName( const K& key ) {
    else return Name( keyName( typeOf< K >(), &key ) );
 }
 
+/// Whether the children of a collection with such keys are constructed with their key as their name, before their other parameters.
+bool isNamedByKey( const Type& child, const Type& key );
+
 /// Base of every entity: it has a name and a parent, is held by `Ptr`, and tells its notifiees of every change, synchronously. Attributes
 /// are compared, stored, counted, marked in the attribute log and announced, in this order, by the functions below; the generated setters
 /// only name the attribute. An entity is used from the one thread that owns its tree.
@@ -74,22 +77,6 @@ class Entity : public PtrInterface {
    /// Throws the message of a null reference: "null _foo parameter to mutator for Namespace::Type::foo not allowed".
    [[noreturn, gnu::cold]] void nullRefused( U16 attr ) const;
 
-   /// Hands it to its parent; done by the collection that takes it in.
-   void parentIs( Entity* parent ) {
-      parent_ = parent;
-      if( parent ) zombie_ = false;
-   }
-   /// Runs its reactors' `onZombie()` and those of the entities below it, and takes it off its parent.
-   void zombieIs();
-
-   /// Sets a stored attribute from a value of its type, with all that its typed setter does.
-   void attrIs( U16 attr, const void* value );
-
-   /// What the typed creator of a child does, by constructor parameters in order; for the reflection adapter.
-   Ptr< Entity > newChildAt( U16 attr, std::span< const GenericIf* const > parameters );
-   Ptr< Entity > newOptionalAt( U16 attr, const Name& name );
-   void delOptionalAt( U16 attr );
-
    /// The type of the children that a collection creates: that of its row, or a narrower one that a derived entity says.
    virtual Type& kelChildType( U16 attr ) const { return *fwkType().attr( attr ).type; }
 
@@ -100,7 +87,7 @@ class Entity : public PtrInterface {
    explicit Entity( Name name ) : name_( std::move( name ) ) {}
    void onZeroReferences() const noexcept override;
 
-   // --- what generated mutators call -------------------------------------------------------------------------------------------------
+   // --- what generated mutators call ---
 
    /// `callback`, the attribute's own in its reactors, saves each of them the way through `dispatch`.
    template< class T, class Notifiee = NotifieeBase >
@@ -143,10 +130,11 @@ class Entity : public PtrInterface {
       return setIn( attr, map, key, value );
    }
 
-   /// The child under `key`, made from `arguments` when it is not there yet; when it is, the immutable constructor parameters, given in the
-   /// order of their rows in `parameters`, must be those that it was made with.
+   /// The child under `key`, made from `arguments` when it is not there yet; when it is, the immutable constructor parameters,
+   /// given in the order of their rows in `parameters`, must be those that it was made with.
    template< class C, class Map, class K, class... Arguments >
-   Ptr< C > newChild( U16 attr, Map& map, const K& key, std::initializer_list< const void* > parameters, const Arguments&... arguments ) {
+   Ptr< C > newChild( U16 attr, Map& map, const K& key, std::initializer_list< const void* > parameters,
+                      const Arguments&... arguments ) {
       if( auto* existing = map.find( key ) ) {
          ( *existing )->sameParameters( std::span( parameters.begin(), parameters.size() ) );
          return Ptr< C >( static_cast< C* >( existing->ptr() ) );
@@ -241,16 +229,36 @@ class Entity : public PtrInterface {
    }
 
    /// Takes a child in: its parent is this entity from now on.
-   void adopt( Entity& child ) { child.parentIs( this ); }
+   void adopt( Entity& child ) {
+      child.parent_ = this;
+      child.zombie_ = false;
+   }
+   /// Gives a child away that others may go on holding: it has no parent from now on.
+   void giveAway( Entity& child ) {
+      if( child.parent_ == this ) child.parent_ = nullptr;
+   }
 
  private:
    friend class NotifieeBase;
    friend class AttrLog;
    template< class Map >
    friend struct CollectionOpsOf;
+   friend class AttrLogProxy;
+   friend class GenericIf;
 
    template< class V >
    static constexpr bool isEntityPtr = requires( const V& v ) { static_cast< const Entity* >( v.ptr() ); };
+
+   /// Runs its reactors' `onZombie()` and those of the entities below it, and takes it off its parent.
+   void zombieIs();
+
+   /// Sets a stored attribute from a value of its type, with all that its typed setter does.
+   void attrIs( U16 attr, const void* value );
+
+   /// What the typed creator of a child does, by constructor parameters in order; for the reflection adapter.
+   Ptr< Entity > newChildAt( U16 attr, std::span< const GenericIf* const > parameters );
+   Ptr< Entity > newOptionalAt( U16 attr, const Name& name );
+   void delOptionalAt( U16 attr );
 
    /// This entity, when somebody holds it: a callback may drop the last reference while there is work left to do.
    Entity* held() { return referenceCount() ? this : nullptr; }
@@ -259,15 +267,16 @@ class Entity : public PtrInterface {
    void deleted( U16 attr, V& removed, const void* key ) {
       const Ptr< Entity > self( notifiees_ || isEntityPtr< V > ? held() : nullptr );
       if constexpr( isEntityPtr< V > ) {
-         if( removed && removed->parent() == this ) release( const_cast< std::remove_const_t< typename V::element_type >* >( removed.ptr() ) );
+         if( removed && removed->parent() == this )
+            release( const_cast< std::remove_const_t< typename V::element_type >* >( removed.ptr() ) );
       }
       changedKey( attr, key );
    }
    void release( Entity* child );
    void sameParameters( std::span< const void* const > parameters ) const;
    void notify( const Change& change ) const;
-   /// Gives each reactor its typed callback; one of a class that does not know the attribute has none. Each library has its own copy of this,
-   /// beside the setters: a call across libraries costs as much as all the rest.
+   /// Gives each reactor its typed callback; one of a class that does not know the attribute has none. Each library has its own
+   /// copy of this, beside the setters: a call across libraries costs as much as all the rest.
    [[gnu::visibility("hidden"), gnu::noinline]] void call( NotifieeBase::Callback callback, U16 attr ) const {
       notifiees_->walk( false, [ callback, attr ]( NotifieeBase& reactor ) {
          try {
@@ -319,6 +328,12 @@ struct CollectionOps {
    /// Appends to a queue and removes its head into `*value`; null for other collections.
    void ( *enq )( Entity& owner, U16 attr, void* map, const void* value );
    void ( *deq )( Entity& owner, U16 attr, void* map, void* value );
+   /// Where the next element of a queue goes.
+   U32 ( *tail )( const void* map );
+   /// Moves the tail on to that of the queue that this one is a copy of, and removes what is too old for it.
+   void ( *tailIs )( Entity& owner, U16 attr, void* map, U32 tail );
+   /// As `set`, for a position that lies before the tail.
+   void ( *setBeforeTail )( Entity& owner, U16 attr, void* map, const void* key, const void* value );
 };
 
 template< class Map >
@@ -330,7 +345,9 @@ struct CollectionOpsOf {
 
    static const Map& constMap( const void* map ) { return *static_cast< const Map* >( map ); }
    static std::size_t size( const void* map ) { return constMap( map ).size(); }
-   static const void* find( const void* map, const void* key ) { return constMap( map ).find( *static_cast< const Key* >( key ) ); }
+   static const void* find( const void* map, const void* key ) {
+      return constMap( map ).find( *static_cast< const Key* >( key ) );
+   }
    static bool next( const void* map, const void* after, void* keyOut ) {
       auto i = after ? constMap( map ).iteratorAfter( *static_cast< const Key* >( after ) ) : constMap( map ).iterator();
       if( !i ) return false;
@@ -341,6 +358,29 @@ struct CollectionOpsOf {
       auto& m = *static_cast< Map* >( map );
       if constexpr( isQueue ) owner.setAt( attr, m, *static_cast< const Key* >( key ), *static_cast< const Element* >( value ) );
       else owner.setIn( attr, m, *static_cast< const Key* >( key ), *static_cast< const Element* >( value ) );
+   }
+   static U32 tail( const void* map ) {
+      if constexpr( isQueue ) return constMap( map ).tail();
+      else return 0;
+   }
+   static void tailIs( Entity& owner, U16 attr, void* map, U32 tail ) {
+      if constexpr( isQueue ) {
+         auto& queue = *static_cast< Map* >( map );
+         const auto to = static_cast< Key >( tail );
+         if( to != tail ) throw RangeException( "a queue has no position " + std::to_string( tail ) );
+         for( auto i = queue.iterator(); i && queue.isBehind( i.key(), to ); ++i ) owner.delFrom( attr, queue, Key( i.key() ) );
+         queue.tailIs( to );
+      }
+   }
+   static void setBeforeTail( Entity& owner, U16 attr, void* map, const void* key, const void* value ) {
+      if constexpr( isQueue ) {
+         auto& queue = *static_cast< Map* >( map );
+         const auto& index = *static_cast< const Key* >( key );
+         const auto& v = *static_cast< const Element* >( value );
+         if( const Element* current = queue.findBeforeTail( index ); current && *current == v ) return;
+         queue.setBeforeTail( index, v );
+         owner.changedKey( attr, key );
+      }
    }
    static void enq( Entity& owner, U16 attr, void* map, const void* value ) {
       if constexpr( isQueue ) owner.enqIn( attr, *static_cast< Map* >( map ), *static_cast< const Element* >( value ) );
@@ -365,7 +405,8 @@ struct CollectionOpsOf {
       std::vector< Ptr< Entity > > all;
       if constexpr( ofEntities ) {
          for( auto i = constMap( map ).iterator(); i; ++i ) {
-            if( const Element* e = i.ptr(); e && *e ) all.emplace_back( const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) ) );
+            if( const Element* e = i.ptr(); e && *e )
+               all.emplace_back( const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) ) );
          }
       }
       return all;
@@ -373,14 +414,17 @@ struct CollectionOpsOf {
    static Ptr< Entity > named( const void* map, const Name& name ) {
       if constexpr( ofEntities ) {
          for( auto i = constMap( map ).iterator(); i; ++i ) {
-            if( const Element* e = i.ptr(); e && *e && ( *e )->name() == name ) return const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) );
+            if( const Element* e = i.ptr(); e && *e && ( *e )->name() == name )
+               return const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) );
          }
       }
       return nullptr;
    }
    static constexpr CollectionOps make() {
       return { &size, &find, &next, &set, &erase, ofEntities ? &adopt : nullptr, ofEntities ? &entities : nullptr,
-               ofEntities ? &named : nullptr, isQueue ? &enq : nullptr, isQueue ? &deq : nullptr };
+               ofEntities ? &named : nullptr, isQueue ? &enq : nullptr, isQueue ? &deq : nullptr,
+               isQueue ? &tail : nullptr, isQueue ? &tailIs : nullptr,
+               isQueue ? &setBeforeTail : nullptr };
    }
 };
 
@@ -406,13 +450,16 @@ constexpr Attr ptrAttr( const char* name, AttrKind kind, std::size_t offset, U32
    return row;
 }
 
-/// The row of an attribute that is computed on each read by the member function `Get`.
+/// The row of an attribute that is computed on each read by the member function `Get`. A constant whose type can't be one in C++ is such an
+/// attribute with the flag `nonInstantiating`.
 template< class T, auto Get >
-constexpr Attr derivedAttr( const char* name ) {
+constexpr Attr derivedAttr( const char* name, U32 flags = 0 ) {
    using Result = std::remove_cvref_t< decltype( ( std::declval< const T& >().*Get )() ) >;
-   Attr row = attr< Result >( name, 0 );
+   Attr row = attr< Result >( name, 0, flags );
    row.kind = AttrKind::derived;
-   row.extra.derived = []( const void* self, void* out ) { *static_cast< Result* >( out ) = ( static_cast< const T* >( self )->*Get )(); };
+   row.extra.derived = []( const void* self, void* out ) {
+      *static_cast< Result* >( out ) = ( static_cast< const T* >( self )->*Get )();
+   };
    return row;
 }
 
@@ -427,7 +474,9 @@ const T& argumentAs( const GenericIf* argument ) {
 /// Replaces the generic setter of a stored attribute by the member function `Set`, which is written by hand.
 template< class T, class V, auto Set >
 constexpr Attr withSetter( Attr row ) {
-   row.extra.set = []( void* self, const void* value ) { ( static_cast< T* >( self )->*Set )( *static_cast< const V* >( value ) ); };
+   row.extra.set = []( void* self, const void* value ) {
+      ( static_cast< T* >( self )->*Set )( *static_cast< const V* >( value ) );
+   };
    return row;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -44,5 +46,8 @@ class FrameworkException : public Exception {
  public:
    using Exception::Exception;
 };
+
+/// Tells of a system call that has failed: `what`, and the system's reason.
+[[noreturn]] inline void throwErrno( const std::string& what ) { throw Exception( what + ": " + std::strerror( errno ) ); }
 
 }

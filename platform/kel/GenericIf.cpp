@@ -5,7 +5,8 @@
 
 namespace Kel {
 
-GenericIf::GenericIf( Type& type, void* object, bool isConst ) : type_( type ), object_( object ), const_( isConst ), owned_( false ) {
+GenericIf::GenericIf( Type& type, void* object, bool isConst )
+    : type_( type ), object_( object ), const_( isConst ), owned_( false ) {
    if( type.isValue() || !object ) return;
    auto* held = static_cast< PtrInterface* >( object );
    if( held->referenceCount() ) held_ = held;
@@ -34,7 +35,8 @@ void* GenericIf::mutableObject() {
 }
 
 void GenericIf::wrongType( const Type& given, const Type& wanted ) {
-   throw RangeException( std::string( given.qualifiedName() ) + " given where " + std::string( wanted.qualifiedName() ) + " is wanted" );
+   throw RangeException( std::string( given.qualifiedName() ) + " given where " + std::string( wanted.qualifiedName() ) +
+                         " is wanted" );
 }
 
 const void* GenericIf::checked( const Type& wanted ) const {
@@ -90,7 +92,8 @@ void GenericIf::genericIfListConstructor( std::span< const GenericIf* const > li
       if( given == list.end() ) throw RangeException( std::string( type_.qualifiedName() ) + ": no value given for " + row.name );
       made.setAttribute( i, row, Detail::checkedArgument( *given++, *row.type ) );
    }
-   if( given != list.end() ) throw RangeException( std::string( type_.qualifiedName() ) + ": more values given than it has attributes" );
+   if( given != list.end() )
+      throw RangeException( std::string( type_.qualifiedName() ) + ": more values given than it has attributes" );
    type_.info().values->assign( mutableObject(), made.object() );
 }
 
@@ -159,7 +162,8 @@ void GenericIf::attributeOp( const AttributeOp& op, const GenericIf* argument, P
    case AttrKind::operation:
       if( op.kind != AttributeOp::Kind::invoke ) unsuitable( type_, row );
       if( op.arguments.size() != row.parameters ) {
-         throw RangeException( std::string( type_.qualifiedName() ) + "::" + row.name + " takes " + std::to_string( row.parameters ) + " arguments" );
+         throw RangeException( std::string( type_.qualifiedName() ) + "::" + row.name + " takes " +
+                               std::to_string( row.parameters ) + " arguments" );
       }
       return row.extra.operation( mutableObject(), op.arguments.data() );
    default: return valueOp( op, row, argument, result );
@@ -182,7 +186,8 @@ void GenericIf::valueOp( const AttributeOp& op, const Attr& row, const GenericIf
       }
       return give( result, *row.type, static_cast< const char* >( object_ ) + row.offset );
    case AttributeOp::Kind::set:
-      if( row.kind != AttrKind::scalar ) throw ConstException( std::string( type_.qualifiedName() ) + "::" + row.name + " can't be set" );
+      if( row.kind != AttrKind::scalar )
+         throw ConstException( std::string( type_.qualifiedName() ) + "::" + row.name + " can't be set" );
       if( !argument ) throw RangeException( "no value given for " + std::string( type_.qualifiedName() ) + "::" + row.name );
       return setAttribute( op.attribute, row, argument->checked( *row.type ) );
    case AttributeOp::Kind::notify:
@@ -200,12 +205,14 @@ void GenericIf::entityOp( const AttributeOp& op, const Attr& row, const GenericI
       return giveReferred( result, *row.type, member, const_ );
    case AttributeOp::Kind::set: {
       if( row.kind != AttrKind::ref || !type_.isEntity() ) unsuitable( type_, row );
-      const Ptr< Entity > value( argument ? static_cast< Entity* >( const_cast< void* >( argument->checked( *row.type ) ) ) : nullptr );
+      const Ptr< Entity > value( argument ? static_cast< Entity* >( const_cast< void* >( argument->checked( *row.type ) ) )
+                                          : nullptr );
       return setAttribute( op.attribute, row, &value );
    }
    case AttributeOp::Kind::create: {
       if( row.kind != AttrKind::child ) unsuitable( type_, row );
-      if( op.arguments.size() != 1 ) throw RangeException( std::string( type_.qualifiedName() ) + "::" + row.name + " is created by a name" );
+      if( op.arguments.size() != 1 )
+         throw RangeException( std::string( type_.qualifiedName() ) + "::" + row.name + " is created by a name" );
       auto& owner = *static_cast< Entity* >( mutableObject() );
       const auto& name = *static_cast< const Name* >( Detail::checkedArgument( op.arguments[ 0 ], BuiltIn::name ) );
       return giveEntity( result, owner.newOptionalAt( op.attribute, name ), false );
@@ -253,7 +260,8 @@ void GenericIf::collectionOp( const AttributeOp& op, const Attr& row, const Gene
          throw RangeException( "no value given for " + std::string( type_.qualifiedName() ) + "::" + row.name );
       }
       const void* value = argument->checked( *row.type );
-      if( row.keyAttr ) key = static_cast< const char* >( value ) + row.type->attr( static_cast< U16 >( row.keyAttr - 1 ) ).offset;
+      if( row.keyAttr )
+         key = static_cast< const char* >( value ) + row.type->attr( static_cast< U16 >( row.keyAttr - 1 ) ).offset;
       needKey();
       if( row.kind != AttrKind::refMap ) return ops.set( owner, op.attribute, map, key, value );
       const Ptr< Entity > reference( static_cast< Entity* >( const_cast< void* >( value ) ) );
@@ -280,8 +288,8 @@ void GenericIf::collectionOp( const AttributeOp& op, const Attr& row, const Gene
    }
 }
 
-// The arguments are the child's constructor parameters in order, its key among them where it has one; a child that is keyed by a name has
-// that first.
+// The arguments are the child's constructor parameters in order, its key among them where it has one; a child that is keyed by a
+// name has that first.
 void GenericIf::create( const AttributeOp& op, const Attr& row, Ptr< GenericIf >* result ) {
    if( row.kind != AttrKind::childMap || !entity().kelChildType( op.attribute ).info().make ) unsuitable( type_, row );
    auto& owner = *static_cast< Entity* >( mutableObject() );

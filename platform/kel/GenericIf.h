@@ -28,8 +28,8 @@ struct AttributeOp {
    std::span< const GenericIf* const > arguments = {};
 };
 
-/// The reflection adapter: any instance of any type, behind one interface. It wraps an instance that stays its owner's, const or not, or owns
-/// a copied value. An entity that is wrapped is held.
+/// The reflection adapter: any instance of any type, behind one interface. It wraps an instance that stays its owner's, const or
+/// not, or owns a copied value. An entity that is wrapped is held.
 class GenericIf : public PtrInterface {
  public:
    GenericIf( Type& type, void* object, bool isConst );
@@ -53,9 +53,9 @@ class GenericIf : public PtrInterface {
    virtual S32 attributeId( std::string_view name ) const { return type_.attributeId( name ); }
    /// Builds the value from one value per attribute, in order.
    virtual void genericIfListConstructor( std::span< const GenericIf* const > list );
-   /// Performs one operation. `result` may be null when none is wanted. Throws `ConstException` "attempting to modify a const instance" for a
-   /// change through an adapter that wraps a const instance, `RangeException` for an argument of another type or outside its range, and what
-   /// the typed operation throws.
+   /// Performs one operation. `result` may be null when none is wanted. Throws `ConstException` "attempting to modify a const
+   /// instance" for a change through an adapter that wraps a const instance, `RangeException` for an argument of another type or
+   /// outside its range, and what the typed operation throws.
    virtual void attributeOp( const AttributeOp& op, const GenericIf* argument, Ptr< GenericIf >* result );
    /// The canonical form of a value; the full name of an entity.
    virtual String8 strRep() const;
@@ -70,7 +70,9 @@ class GenericIf : public PtrInterface {
       return *static_cast< const T* >( checked( typeOf< T >() ) );
    }
 
-   void attributeOp( const AttributeOp& op, const GenericIf* argument, Ptr< GenericIf >& result ) { attributeOp( op, argument, &result ); }
+   void attributeOp( const AttributeOp& op, const GenericIf* argument, Ptr< GenericIf >& result ) {
+      attributeOp( op, argument, &result );
+   }
    /// Sets a plain attribute from a value of its type, without a wrapper around it.
    template< class T >
    void attributeIs( U16 attribute, const T& value ) {
@@ -135,6 +137,48 @@ class GenericIfOf : public GenericIf {
 template< class T >
 Ptr< GenericIf > makeGenericIf( void* object, bool isConst ) {
    return Ptr< GenericIf >( new GenericIfOf< T >( static_cast< T* >( object ), isConst ) );
+}
+
+
+// --- what generated type objects are made of ------------------------------------------------------------------------------------------
+
+template< class T >
+constexpr TypeInfo valueInfo( const char* qualifiedName, std::span< const Attr > attrs, const Bounds& bounds = {} ) {
+   return { .qualifiedName = qualifiedName, .code = T::_code, .size = sizeof( T ), .attrs = attrs, .values = &valueOps< T >, .bounds = bounds,
+            .wrap = &makeGenericIf< T > };
+}
+
+template< class E >
+constexpr TypeInfo enumInfo( const char* qualifiedName, std::span< const Enumerator > names ) {
+   return { .qualifiedName = qualifiedName, .code = TypeCode::enumeration, .size = sizeof( E ), .values = &valueOps< E >,
+            .enumerators = names, .wrap = &makeGenericIf< E > };
+}
+
+/// Of an entity or a machine; `Base` is the class that it derives from.
+template< class T, class Base >
+constexpr TypeInfo objectInfo( const char* qualifiedName, std::span< const Attr > attrs ) {
+   return { .qualifiedName = qualifiedName, .code = T::_code, .size = sizeof( T ), .attrs = attrs, .base = &Base::_Type,
+            .firstAttr = Base::Attr_::count_, .wrap = &makeGenericIf< T > };
+}
+
+/// Of an entity that is made from a key and constructor parameters, given by their types.
+template< class T, class Base, class... Parameters >
+constexpr TypeInfo entityInfo( const char* qualifiedName, std::span< const Attr > attrs ) {
+   TypeInfo info = objectInfo< T, Base >( qualifiedName, attrs );
+   info.make = []( const void* const* p ) {
+      return [ p ]< std::size_t... I >( std::index_sequence< I... > ) {
+         return Ptr< Entity >( new T( *static_cast< const Parameters* >( p[ I ] )... ) );
+      }( std::index_sequence_for< Parameters... >() );
+   };
+   return info;
+}
+
+/// Of an entity that is made from its name first.
+template< class T, class Base, class... Parameters >
+constexpr TypeInfo namedInfo( const char* qualifiedName, std::span< const Attr > attrs ) {
+   TypeInfo info = entityInfo< T, Base, Name, Parameters... >( qualifiedName, attrs );
+   info.takesName = true;
+   return info;
 }
 
 }

@@ -19,8 +19,8 @@ struct Arg : Kel::GenericIfOf< T > {
 };
 
 struct GenericIfTest : testing::Test {
-   If perform( const If& on, const char* attribute, Kind kind, const Kel::GenericIf* argument = nullptr, const Kel::GenericIf* key = nullptr,
-               std::span< const Kel::GenericIf* const > arguments = {} ) {
+   If perform( const If& on, const char* attribute, Kind kind, const Kel::GenericIf* argument = nullptr,
+               const Kel::GenericIf* key = nullptr, std::span< const Kel::GenericIf* const > arguments = {} ) {
       const Kel::S32 id = on->attributeId( attribute );
       EXPECT_GE( id, 0 ) << attribute;
       If result;
@@ -45,13 +45,15 @@ TEST_F( GenericIfTest, ValuesAreBuiltReadAndSetByName ) {
    const If copy = type.genericIf( value.ptr(), true );
    EXPECT_EQ( copy->as< Pair >(), Pair( 3, 9 ) );
    const Arg outer( Vid( 7 ) );
-   EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( copy, "outer", Kind::set, &outer ); } ), "attempting to modify a const instance" );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { perform( value, "inner", Kind::set, &outer ); } ), "Facets::Vid given where Facets::VidOrNone is wanted" );
+   EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( copy, "outer", Kind::set, &outer ); } ),
+              "attempting to modify a const instance" );
+   EXPECT_EQ( thrown( [ & ] { perform( value, "inner", Kind::set, &outer ); } ),
+              "Facets::Vid given where Facets::VidOrNone is wanted" );
    const Arg inner( VidOrNone( 1 ) );
    const Kel::GenericIf* list[] = { &outer, &inner };
    value->genericIfListConstructor( list );
    EXPECT_EQ( value->as< Pair >(), Pair( 7, 1 ) );
-   EXPECT_NE( thrown< Kel::RangeException >( [ & ] { value->genericIfListConstructor( std::span( list, 1 ) ); } ), "nothing" );
+   EXPECT_NE( thrown( [ & ] { value->genericIfListConstructor( std::span( list, 1 ) ); } ), "nothing" );
    Pair raw( 1, 2 );
    Pair::GenericIf_ own( &raw, false );
    own.valIs( Pair( 5, 6 ) );
@@ -63,7 +65,7 @@ TEST_F( GenericIfTest, ValuesAreBuiltReadAndSetByName ) {
    EXPECT_EQ( value->voidPtrIs( Vid::_Type ), nullptr );
    // A scalar is checked on its way in.
    const If scalar = Vid::_Type.genericIf( Kel::String8( "5" ), false );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { perform( scalar, "value", Kind::set, Ptr( new Arg( Kel::U16( 0 ) ) ).ptr() ); } ),
+   EXPECT_EQ( thrown( [ & ] { perform( scalar, "value", Kind::set, Ptr( new Arg( Kel::U16( 0 ) ) ).ptr() ); } ),
               "Vid::value < 1 or > 4094 not allowed" );
    EXPECT_EQ( scalar->as< Vid >(), Vid( 5 ) );
    EXPECT_EQ( text( scalar, "max" ), "4094" );
@@ -85,9 +87,10 @@ TEST_F( GenericIfTest, EntityAttributesChangeThroughTheirMutators ) {
    perform( adapter, "real", Kind::set, Ptr( new Arg( 1.5 ) ).ptr() );   // a time is a double
    EXPECT_EQ( tree->real(), 1.5 );
    const Arg value( Kel::U32( 9 ) );
-   EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( constAdapter, "number", Kind::set, &value ); } ), "attempting to modify a const instance" );
+   EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( constAdapter, "number", Kind::set, &value ); } ),
+              "attempting to modify a const instance" );
    const Arg large( Kel::U16( 101 ) );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { perform( adapter, "limit", Kind::set, &large ); } ), "Tree::limit > Tree::limitMax not allowed" );
+   EXPECT_EQ( thrown( [ & ] { perform( adapter, "limit", Kind::set, &large ); } ), "Tree::limit > Tree::limitMax not allowed" );
    EXPECT_EQ( text( adapter, "limit" ), "101" );
    EXPECT_EQ( text( adapter, "limitMax" ), "100" );
    EXPECT_EQ( text( adapter, "greeting" ), "'hello'" );
@@ -119,14 +122,17 @@ TEST_F( GenericIfTest, ChildrenAndReferencesAreMadeAndFound ) {
    EXPECT_EQ( tree->leaf( "oak" )->nonce(), 1u );
    const Arg two( Kel::U32( 2 ) );
    parameters[ 1 ] = &two;
-   EXPECT_NE( thrown< Kel::NameInUseException >( [ & ] { perform( adapter, "leaf", Kind::create, nullptr, nullptr, parameters ); } ), "nothing" );
+   EXPECT_NE(
+      thrown< Kel::NameInUseException >( [ & ] { perform( adapter, "leaf", Kind::create, nullptr, nullptr, parameters ); } ),
+      "nothing" );
    const Kel::GenericIf* buddies[] = { &name, oak.ptr() };
    perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies );
    EXPECT_EQ( tree->peer( "oak" )->buddy(), tree->leaf( "oak" ) );
    buddies[ 1 ] = nullptr;
-   EXPECT_NE( thrown< Kel::NameInUseException >( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ), "nothing" );
+   EXPECT_NE( thrown< Kel::NameInUseException >( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ),
+              "nothing" );
    buddies[ 0 ] = nullptr;
-   EXPECT_NE( thrown< Kel::RangeException >( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ), "nothing" );
+   EXPECT_NE( thrown( [ & ] { perform( adapter, "peer", Kind::create, nullptr, nullptr, buddies ); } ), "nothing" );
    const Arg vid( Vid( 12 ) );
    const Kel::GenericIf* key[] = { &vid };
    EXPECT_EQ( perform( adapter, "keyed", Kind::create, nullptr, nullptr, key )->strRep(), "tree/12" );
@@ -134,9 +140,9 @@ TEST_F( GenericIfTest, ChildrenAndReferencesAreMadeAndFound ) {
    EXPECT_EQ( tree->favourite(), tree->leaf( "oak" ) );
    perform( adapter, "favourite", Kind::set );
    EXPECT_FALSE( tree->favourite() );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { perform( adapter, "required", Kind::set ); } ),
+   EXPECT_EQ( thrown( [ & ] { perform( adapter, "required", Kind::set ); } ),
               "null _required parameter to mutator for Facets::Tree::required not allowed" );
-   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { perform( adapter, "favourite", Kind::set, adapter.ptr() ); } ),
+   EXPECT_EQ( thrown( [ & ] { perform( adapter, "favourite", Kind::set, adapter.ptr() ); } ),
               "Facets::Tree given where Facets::Leaf is wanted" );
    // An element that carries its key needs no other.
    const If keyed = perform( adapter, "keyed", Kind::get, nullptr, &vid );
@@ -150,7 +156,7 @@ TEST_F( GenericIfTest, ChildrenAndReferencesAreMadeAndFound ) {
    const Kel::GenericIf* to[] = { &two };
    perform( adapter, "reset", Kind::invoke, nullptr, nullptr, to );
    EXPECT_EQ( tree->number(), 2u );
-   EXPECT_NE( thrown< Kel::RangeException >( [ & ] { perform( adapter, "reset", Kind::invoke ); } ), "nothing" );
+   EXPECT_NE( thrown( [ & ] { perform( adapter, "reset", Kind::invoke ); } ), "nothing" );
    adapter->kelDoZombieReactors( true );
    EXPECT_TRUE( tree->isZombie() );
 }

@@ -24,7 +24,8 @@ void LogIn::noBoolean() { throw RangeException( "boolean in attribute log is nei
 namespace {
 
 const ValueOps& opsOf( const Type& type ) {
-   if( !type.isValue() ) [[unlikely]] throw InternalException( std::string( type.qualifiedName() ) + " is no value and can't be logged as one" );
+   if( !type.isValue() ) [[unlikely]]
+      throw InternalException( std::string( type.qualifiedName() ) + " is no value and can't be logged as one" );
    return *type.info().values;
 }
 

@@ -114,9 +114,9 @@ class LogOut {
    U8* end_ = nullptr;
 };
 
-/// Attribute-log bytes as they are read. They come from another process: whatever they hold, a read stays inside them. Every read past
-/// the end throws `RangeException` "premature end of attribute log"; a number that is too wide or not in its shortest form is refused
-/// likewise.
+/// Attribute-log bytes as they are read. They come from another process: whatever they hold, a read stays inside them. Every read
+/// past the end throws `RangeException` "premature end of attribute log"; a number that is too wide or not in its shortest form
+/// is refused likewise.
 class LogIn {
  public:
    explicit LogIn( std::span< const U8 > bytes ) : at_( bytes.data() ), end_( bytes.data() + bytes.size() ) {}

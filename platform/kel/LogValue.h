@@ -3,9 +3,9 @@
 #include <kel/LogStream.h>
 #include <kel/Type.h>
 
-// How values stand in the attribute log: their parts in order, nothing between them. A value type names its parts in `kelParts`; from that the
-// compiler makes the code that writes and reads the value as a whole. Every other code goes through `Kel::write` and `Kel::read`,
-// which find it by the type object.
+// How values stand in the attribute log: their parts in order, nothing between them. A value type names its parts in `kelParts`;
+// from that the compiler makes the code that writes and reads the value as a whole. Every other code goes through `Kel::write`
+// and `Kel::read`, which find it by the type object.
 namespace [[gnu::visibility("default")]] Kel {
 
 namespace Detail {
@@ -115,7 +115,8 @@ void getPart( LogIn& in, Part< T > p ) {
 /// Writes a value as the attribute log has it.
 template< class T >
 void logWrite( LogOut& out, Part< T > p ) {
-   if constexpr( Detail::LogSize< T >::value > 0 ) out.wrote( Detail::putPart( out.reserve( Detail::LogSize< T >::value + 8 ), p ) );
+   if constexpr( Detail::LogSize< T >::value > 0 )
+      out.wrote( Detail::putPart( out.reserve( Detail::LogSize< T >::value + 8 ), p ) );
    else if constexpr( Detail::isString< T > ) out.string( static_cast< const T* >( p.at )->view() );
    else if constexpr( !Detail::hasParts< T > ) T::_Type.info().external->write( p.at, out );
    else static_cast< const T* >( p.at )->kelParts( [ &out ]( auto... parts ) { ( logWrite( out, parts ), ... ); } );

@@ -6,13 +6,13 @@
 
 namespace [[gnu::visibility("default")]] Kel {
 
-/// Base of every state machine: a reference-counted object that owns reactors to the entities that it watches and has operations that
-/// reflection can call.
+/// Base of every state machine: a reference-counted object that owns reactors to the entities that it watches and has operations
+/// that reflection can call.
 class Machine : public PtrInterface {
  public:
    static constexpr TypeCode _code = TypeCode::machine;
    static Type _Type;
-   struct Attr_ { enum : U16 { count_ = 0 }; };
+   struct Attr_ { enum : U16 { hasNotificationActive, count_ }; };
 
    Machine() = default;
    Machine( const Machine& ) = delete;
@@ -25,6 +25,8 @@ class Machine : public PtrInterface {
 
  protected:
    [[noreturn, gnu::cold]] void nullRefused( const char* attribute ) const;
+   /// Keeps the machine as long as what it returns lives. Null while it is being made or destroyed, when nobody else holds it.
+   Ptr< const Machine > kelKept() const { return referenceCount() ? this : nullptr; }
    /// A machine that is created again under its key must get the constructor parameter that it was made with.
    template< class T >
    static void sameParameter( const char* attribute, const T& current, const T& wanted ) {
@@ -39,17 +41,19 @@ class Machine : public PtrInterface {
       if constexpr( std::is_base_of_v< Entity, T > ) return value ? value->fullName().str() : "null";
       else return value ? "a machine" : "null";
    }
-   [[noreturn, gnu::cold]] static void reinstantiated( const char* attribute, const std::string& wanted, const std::string& current );
+   [[noreturn, gnu::cold]] static void reinstantiated( const char* attribute, const std::string& wanted,
+                                                       const std::string& current );
 
    bool hasNotificationActive_ = true;
 };
 
-/// A machine's reactors to the entities of one collection, by key. `Reactor` is made from (entity, machine); `kelStart()` is called when it is in
-/// its place, `kelGone()` once before it goes with its entity.
+/// A machine's reactors to the entities of one collection, by key. `Reactor` is made from (entity, machine); `kelStart()` is
+/// called when it is in its place, `kelGone()` once before it goes with its entity.
 template< class K, class Reactor >
 using ReactorMap = HashMap< K, Ptr< Reactor > >;
 
-/// Makes `reactors` follow `source`, a collection of entities: a reactor for every key, in ascending order, none for a key that is gone.
+/// Makes `reactors` follow `source`, a collection of entities: a reactor for every key, in ascending order, none for a key that
+/// is gone.
 template< class Source, class Add, class Remove, class Reactors >
 void followAll( const Source& source, const Reactors& reactors, Add add, Remove remove ) {
    std::vector< typename Source::Key > keys;
@@ -68,13 +72,16 @@ template< class K, class Reactor >
 void unfollowEntity( ReactorMap< K, Reactor >& reactors, const K& key ) {
    Ptr< Reactor > reactor;
    if( !reactors.erase( key, &reactor ) ) return;
+   reactor->hasNotificationActiveIs( false );   // its end may cause changes that it must not react to
    reactor->kelGone();
    reactor->deactivate();
 }
 
-/// The reactor to `entity` under `key`: the one that watches it already, or a new one, started, in place of one to another entity.
+/// The reactor to `entity` under `key`: the one that watches it already, or a new one, started, in place of one to another
+/// entity.
 template< class K, class Reactor, class Watched, class Owner >
-Ptr< Reactor > followEntity( ReactorMap< K, Reactor >& reactors, const K& key, const Ptr< const Watched >& entity, Owner* owner ) {
+Ptr< Reactor > followEntity( ReactorMap< K, Reactor >& reactors, const K& key, const Ptr< const Watched >& entity,
+                             Owner* owner ) {
    if( const auto* current = reactors.find( key ) ) {
       if( ( *current )->notifier() == entity ) return *current;
       unfollowEntity( reactors, key );

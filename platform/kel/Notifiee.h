@@ -16,9 +16,9 @@ struct Change {
 };
 
 /// Base of every reactor to an entity. Generated `NotifieeConst` classes derive from it, users derive from those and override
-/// `on<Attr>` callbacks. A reactor attached to an entity is called synchronously, in order of attachment, until it is detached, goes, or
-/// loses its last reference outside the entity's own list. It does not keep the entity alive: when that goes, `onZombie()` is called and
-/// `notifier()` reads null from then on.
+/// `on<Attr>` callbacks. A reactor attached to an entity is called synchronously, in order of attachment, until it is detached,
+/// goes, or loses its last reference outside the entity's own list. It does not keep the entity alive: when that goes,
+/// `onZombie()` is called and `notifier()` reads null from then on.
 class NotifieeBase : public PtrInterface {
  public:
    /// The code that `onException` is called with for an exception out of a callback.
@@ -28,8 +28,9 @@ class NotifieeBase : public PtrInterface {
    NotifieeBase( const NotifieeBase& ) = delete;
    NotifieeBase& operator=( const NotifieeBase& ) = delete;
 
-   /// Attaches it to `entity`, behind those that are attached already. A null entity leaves it unattached. Throws `InternalException`
-   /// "entity reactor is already active" when it is attached, `FrameworkException` "Entity is the wrong type" for one of another type.
+   /// Attaches it to `entity`, behind those that are attached already. A null entity leaves it unattached. Throws
+   /// `InternalException` "entity reactor is already active" when it is attached, `FrameworkException` "Entity is the wrong type"
+   /// for one of another type.
    void activate( const Entity* entity );
    /// Takes it off its entity; a callback that is running goes on to its end. Does nothing when it is not attached.
    void deactivate();
@@ -41,8 +42,8 @@ class NotifieeBase : public PtrInterface {
    /// How many exceptions out of callbacks the default handler has seen.
    U32 exceptionCount() const { return exceptions_; }
 
-   /// Runs the typed callbacks of one change. The generated override switches on the attribute. A typed setter calls the callback of a
-   /// scalar itself instead.
+   /// Runs the typed callbacks of one change. The generated override switches on the attribute. A typed setter calls the callback
+   /// of a scalar itself instead.
    virtual void dispatch( const Change& change );
    /// The typed callback of a scalar attribute, `&NotifieeConst::on<Attr>`, as the runtime calls it.
    using Callback = void ( NotifieeBase::* )();
@@ -60,8 +61,8 @@ class NotifieeBase : public PtrInterface {
    /// The entity is being removed from its collection, or goes; it can still be read. Called once.
    virtual void onZombie() {}
 
-   /// A callback has thrown. The default traces at level 0 with the entity, the attribute and the text, and counts. What a handler throws in
-   /// turn is dropped.
+   /// A callback has thrown. The default counts, and traces at level 0 with the entity, the attribute and the text unless a `CallbackFailure`
+   /// waits for the exception. What a handler throws in turn is dropped.
    virtual void onException( U32 code, const Change& change, std::exception_ptr exception );
 
  private:
@@ -78,8 +79,38 @@ class NotifieeBase : public PtrInterface {
 
    const Entity* notifier_ = nullptr;
    const Type* watchedType_ = nullptr;
-   U16 knownAttrs_ = 0;   ///< attributes below this index have their callbacks in this class or a base; a reactor to a base type knows fewer
+   /// Attributes below this index have their callbacks in this class or a base; a reactor to a base type knows fewer.
+   U16 knownAttrs_ = 0;
    U32 exceptions_ = 0;
+};
+
+/// What every generated `T::NotifieeConst` begins with; `Base` is that of the entity type that `T` derives from.
+template< class T, class Base >
+class NotifieeOf : public Base {
+ public:
+   NotifieeOf() { this->watchedTypeIs( T::_Type ); }
+   explicit NotifieeOf( const Ptr< const T >& notifier ) : NotifieeOf() { this->activate( notifier.ptr() ); }
+   /// The watched entity; null once it has gone.
+   Ptr< const T > notifier() const { return static_cast< const T* >( this->notifierEntity() ); }
+};
+
+/// For a caller that cannot go on when a reactor to what it changes fails. While it lives, what the default handler (`onException`) meets in
+/// this thread is kept here, the first exception of all, and not traced; of several the innermost one keeps it.
+class CallbackFailure {
+ public:
+   CallbackFailure() noexcept;
+   CallbackFailure( const CallbackFailure& ) = delete;
+   CallbackFailure& operator=( const CallbackFailure& ) = delete;
+   ~CallbackFailure();
+
+   /// Throws the exception that is kept, and keeps it no longer. Does nothing when there is none.
+   void rethrow();
+
+ private:
+   friend class NotifieeBase;
+
+   CallbackFailure* const outer_;
+   std::exception_ptr first_;
 };
 
 /// The reactors of one entity, in order of attachment. How a walk over them goes stands in Entity.cpp.

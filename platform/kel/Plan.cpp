@@ -5,8 +5,8 @@
 #include <list>
 #include <mutex>
 
-// Steps are added from the rows downwards: composites dissolve into their attributes, and what they print around those is put together as the
-// text before each step.
+// Steps are added from the rows downwards: composites dissolve into their attributes, and what they print around those is put
+// together as the text before each step.
 
 namespace Kel {
 
@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t numberText = 32;   // the longest is a double's, 24 characters
 
 std::pair< U64, U64 > unsignedBounds( TypeCode code, const Bounds& declared ) {
-   const U64 widest = code == TypeCode::u8 ? 0xff : code == TypeCode::u16 ? 0xffff : code == TypeCode::u32 ? 0xffffffff : ~U64( 0 );
+   const U64 widest = code == TypeCode::u8 ? 0xff : code == TypeCode::u16 ? 0xffff : code == TypeCode::u32 ? ~U32( 0 ) : ~U64( 0 );
    if( !declared.text ) return { 0, widest };
    return { declared.min > 0 ? static_cast< U64 >( declared.min ) : 0, std::min( declared.max, widest ) };
 }

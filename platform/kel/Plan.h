@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstring>
 #include <kel/Type.h>
 #include <string>
 #include <string_view>
@@ -7,8 +8,17 @@
 
 namespace Kel {
 
-/// A value type's rows, flattened down to the plain attributes at their bottom, with the text that stands between them: how its canonical form is
-/// printed and read back. It is made when a value of the type is first printed or parsed, and kept from then on (`Type::plan`).
+/// What stands at an address, whatever its alignment.
+template< class T >
+T load( const void* at ) {
+   T v;
+   std::memcpy( &v, at, sizeof v );
+   return v;
+}
+
+/// A value type's rows, flattened down to the plain attributes at their bottom, with the text that stands between them: how its
+/// canonical form is printed and read back. It is made when a value of the type is first printed or parsed, and kept from then on
+/// (`Type::plan`).
 struct Plan {
    /// One plain attribute and the text before it.
    struct Step {

@@ -2,8 +2,8 @@
 
 #include <optional>
 
-// A composite is read along its type's plan as long as the text is what would be printed, and by the grammar from the first other character on.
-// A space before the end makes the grammar read the same text; both ways must judge every text alike.
+// A composite is read along its type's plan as long as the text is what would be printed, and by the grammar from the first other
+// character on. A space before the end makes the grammar read the same text; both ways must judge every text alike.
 
 namespace {
 
@@ -51,8 +51,8 @@ TEST( PlanTest, EveryChangedCharacterIsJudgedAsByTheGrammar ) {
 
 TEST( PlanTest, NumbersAtTheEdgesOfTheirTypes ) {
    const std::pair< const char*, bool > cases[] = {
-      { "'u64': 18446744073709551615", true }, { "'u64': 18446744073709551616", false }, { "'u64': 00000000000000000000001", true },
-      { "'u32': 4294967295", true },           { "'u32': 4294967296", false },           { "'u16': 65536", false },
+      { "'u64': 18446744073709551615", true }, { "'u64': 18446744073709551616", false },
+      { "'u64': 00000000000000000000001", true }, { "'u32': 4294967295", true },           { "'u32': 4294967296", false },           { "'u16': 65536", false },
       { "'u8': 255", true },                   { "'u8': 256", false },                   { "'small': 200", true },
       { "'small': 201", false },               { "'small': -0", true },                  { "'u8': ", false },
    };

@@ -77,6 +77,17 @@ class Queue {
       return state().elements.insert( position( index ), std::move( value ) );
    }
 
+   // --- what the copy of a queue in another process needs to stand at the same positions -----------------------------------------------
+
+   /// Whether the element at `index` is too old for a queue whose tail has come to `tail`.
+   bool isBehind( Index index, Index tail ) const noexcept { return tailNumber( tail ) - numberOf( index ) > positions; }
+   /// Moves the tail on to a position; no element may be behind it by more than all positions.
+   void tailIs( Index tail ) { state().tail = tailNumber( tail ); }
+   /// The element at a position, which lies before the tail, or null.
+   const V* findBeforeTail( Index index ) const { return state_ ? state_->elements.find( numberBeforeTail( index ) ) : nullptr; }
+   /// Writes a position, which lies before the tail.
+   V* setBeforeTail( Index index, V value ) { return state().elements.assign( numberBeforeTail( index ), std::move( value ) ); }
+
    /// Removes the element at a position, to `*removed` if that is given. False when there is none.
    bool erase( Index index, V* removed = nullptr ) { return state_ && state_->elements.erase( numberOf( index ), removed ); }
    /// Removes the element at the iterator, which then stands on the removed position. False when it was gone already.
@@ -93,7 +104,9 @@ class Queue {
    /// At the first element behind a position, which may be a gap or, like a head that was removed meanwhile, lie outside the
    /// window.
    Iterator iteratorAfter( Index index ) { return Iterator( *this, cursorAfter( { numberOf( index ), index } ) ); }
-   ConstIterator iteratorAfter( Index index ) const { return ConstIterator( *this, cursorAfter( { numberOf( index ), index } ) ); }
+   ConstIterator iteratorAfter( Index index ) const {
+      return ConstIterator( *this, cursorAfter( { numberOf( index ), index } ) );
+   }
 
  private:
    template< class, class >
@@ -115,6 +128,9 @@ class Queue {
 
    static Index indexOf( U64 number ) noexcept { return static_cast< Index >( number ); }
    U64 tailNumber() const noexcept { return state_ ? state_->tail : 0; }
+   /// The running number of a tail that has moved on to an index.
+   U64 tailNumber( Index tail ) const noexcept { return tailNumber() + static_cast< Index >( tail - indexOf( tailNumber() ) ); }
+   U64 numberBeforeTail( Index index ) const noexcept { return tailNumber() - 1 - static_cast< Index >( indexOf( tailNumber() ) - 1 - index ); }
    U64 headNumber() const noexcept { return empty() ? tailNumber() : state_->elements.cursorFirst()->first; }
    /// The running number of an index: in the window, else on the side where it is nearer to it.
    U64 numberOf( Index index ) const noexcept {
@@ -138,8 +154,8 @@ class Queue {
       return number;
    }
    [[noreturn, gnu::cold]] void full() const {
-      throw RangeException( "queue full: all " + std::to_string( positions ) + " positions from the head, " + std::to_string( head() ) +
-                            ", on are taken; remove the head first" );
+      throw RangeException( "queue full: all " + std::to_string( positions ) + " positions from the head, " +
+                            std::to_string( head() ) + ", on are taken; remove the head first" );
    }
 
    // What an iterator asks of its map.

@@ -17,7 +17,9 @@ extern bool threadSafePtrs;
 }
 
 /// A count word: the count in its low 26 bits, six flags of its owner above them. Changes are plain loads and stores, or
-/// atomic read-modify-writes while the thread-safe-pointer switch is on.
+/// atomic read-modify-writes while the thread-safe-pointer switch is on. REQUIRES: nobody holds more than 67,108,863 references
+/// to one object at a time (they alone would take 256 MiB, or 512 MiB in the 64-bit library). One more would carry into the
+/// flags and make the count zero; it is not checked for, since every copy of a pointer would pay for that.
 class RefCount {
  public:
    static constexpr U32 countMask = 0x03ffffff;

@@ -23,9 +23,9 @@ Names& names() {
    // It outlives every library's clean-up. The framework's own types are there from the start.
    static Names* all = [] {
       auto* made = new Names;
-      for( Type* type : { &BuiltIn::boolean, &BuiltIn::u8, &BuiltIn::u16, &BuiltIn::u32, &BuiltIn::u64, &BuiltIn::s8, &BuiltIn::s16, &BuiltIn::s32,
-                          &BuiltIn::s64, &BuiltIn::f64, &BuiltIn::seconds, &BuiltIn::string8, &BuiltIn::name, &Entity::_Type, &Dir::_Type,
-                          &Machine::_Type, &Oru::Seqno32::_Type } ) {
+      for( Type* type : { &BuiltIn::boolean, &BuiltIn::u8, &BuiltIn::u16, &BuiltIn::u32, &BuiltIn::u64, &BuiltIn::s8,
+                          &BuiltIn::s16, &BuiltIn::s32, &BuiltIn::s64, &BuiltIn::f64, &BuiltIn::seconds, &BuiltIn::string8,
+                          &BuiltIn::name, &Entity::_Type, &Dir::_Type, &Machine::_Type, &Oru::Seqno32::_Type } ) {
          made->types.emplace( type->qualifiedName(), type );
       }
       return made;
@@ -80,7 +80,8 @@ std::vector< Type* > TypeRegistry::types() const {
 Ptr< Entity > TypeRegistry::newEntity( std::string_view qualifiedName, std::span< const GenericIf* const > parameters ) const {
    const Type* found = type( qualifiedName );
    if( !found ) throw RangeException( "no type has the name " + std::string( qualifiedName ) );
-   if( !found->isEntity() || !found->info().make ) throw RangeException( std::string( qualifiedName ) + " can't be created by name" );
+   if( !found->isEntity() || !found->info().make )
+      throw RangeException( std::string( qualifiedName ) + " can't be created by name" );
    const bool named = found->info().takesName;
    if( named && parameters.empty() ) throw RangeException( "no name given for a new " + std::string( qualifiedName ) );
    const void* name = named ? Detail::checkedArgument( parameters[ 0 ], BuiltIn::name ) : nullptr;
@@ -133,7 +134,8 @@ void IntrospectionReactor::attributeIs( const Type& type, std::string_view name,
    description( type ).attributes.push_back( { name, typeName, KelAttrIntrospectionFlags( flags ) } );
 }
 
-// Announce the namespace, then for each type: itself, its kind, its attributes, its constants, and "hash" for a value type that has one.
+// Announce the namespace, then for each type: itself, its kind, its attributes, its constants, and "hash" for a value type that
+// has one.
 void describeModule( Module& module ) {
    IntrospectionReactor* reactor = IntrospectionReactor::instance();
    if( module.described || !reactor || !reactor->enabled() ) return;
@@ -144,7 +146,7 @@ void describeModule( Module& module ) {
       reactor->typeKindIs( *type, type->isValue(), type->hasReflection() );
       for( const bool constants : { false, true } ) {
          for( const Attr& row : type->ownAttrs() ) {
-            if( ( row.kind == AttrKind::constant ) != constants ) continue;
+            if( row.isConstant() != constants ) continue;
             reactor->attributeIs( *type, row.name, row.type ? row.type->qualifiedName() : "operation", row.flags );
          }
       }
@@ -156,13 +158,15 @@ void describeModule( Module& module ) {
 
 namespace {
 
-// The accessors use the indices that the compiler gave them; a handle that differs means that library and header do not belong together.
+// The accessors use the indices that the compiler gave them; a handle that differs means that library and header do not belong
+// together.
 void cacheHandles( Module& module ) {
    std::size_t n = 0;
    const auto cache = [ & ]( const Type& type, const char* name, S32 expected ) {
       const S32 handle = type.attributeId( name );
       if( handle != expected || n == module.handles.size() ) {
-         throw InternalException( std::string( type.qualifiedName() ) + "::" + name + ": attribute handle is not what the accessors use" );
+         throw InternalException( std::string( type.qualifiedName() ) + "::" + name +
+                                  ": attribute handle is not what the accessors use" );
       }
       module.handles[ n++ ] = handle;
    };

@@ -17,8 +17,8 @@ class TypeRegistry {
 
    /// The type object with this name, or null. A type is found once its module's initialiser has run.
    Type* type( std::string_view qualifiedName ) const;
-   /// A new entity of the type with this name, from its constructor parameters in order (its `Kel::Name` first where it takes one). Throws
-   /// `RangeException` for an unknown name or a type that can't be created so.
+   /// A new entity of the type with this name, from its constructor parameters in order (its `Kel::Name` first where it takes
+   /// one). Throws `RangeException` for an unknown name or a type that can't be created so.
    Ptr< Entity > newEntity( std::string_view qualifiedName, std::span< const GenericIf* const > parameters ) const;
    Ptr< Entity > newEntity( std::string_view qualifiedName, const Name& name ) const;
    std::vector< Type* > types() const;
@@ -81,14 +81,16 @@ struct Module {
    bool typesNamed = false;    ///< its type objects have their names
    bool initialised = false;   ///< its static initialiser has run to its end
    bool described = false;     ///< `kelInit<Module>` has run its body
-   std::span< S32 > handles = {};   ///< the cached attribute handles: per entity type the framework's two, then its own in declaration order
+   /// The cached attribute handles: per entity type the framework's two, then its own in declaration order.
+   std::span< S32 > handles = {};
 };
 
-/// The body of `kelInit<Module>`: describes the module's types to the global introspection reactor, at most once, and only while that exists
-/// and is enabled.
+/// The body of `kelInit<Module>`: describes the module's types to the global introspection reactor, at most once, and only while
+/// that exists and is enabled.
 void describeModule( Module& module );
 
-/// The five steps of a module's static initialiser: the stream library, type names, attribute handles, `kelInit`, the initialised flag.
+/// The five steps of a module's static initialiser: the stream library, type names, attribute handles, `kelInit`, the initialised
+/// flag.
 void initialiseModule( Module& module, void ( *kelInit )() );
 
 }

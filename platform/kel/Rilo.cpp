@@ -1,9 +1,3 @@
-// 64-bit sizes and seconds in the 32-bit library too.
-#ifndef _TIME_BITS
-#define _FILE_OFFSET_BITS 64
-#define _TIME_BITS 64
-#endif
-
 #include <kel/Rilo.h>
 
 #include <algorithm>
@@ -70,15 +64,12 @@ State& state() {
 
 thread_local U32 threadNumber = 0;
 
-/// The reason for a system call's failure, as an exception.
-[[noreturn]] void fail( const std::string& what ) { throw Exception( what + ": " + std::strerror( errno ) ); }
-
 /// Opens the folder, made like /tmp if it is missing, so that every user's processes can put rings there and none can remove
 /// another's.
 UniqueFd openDirectory( const std::string& path ) {
    const bool made = ::mkdir( path.c_str(), 01777 ) == 0;
    UniqueFd fd( ::open( path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC ) );
-   if( !fd ) fail( "folder " + path + " can't be opened" );
+   if( !fd ) throwErrno( "folder " + path + " can't be opened" );
    if( made ) ::fchmod( fd.get(), 01777 ); // whatever the umask took
    return fd;
 }
@@ -143,9 +134,9 @@ std::unique_ptr< Ring > makeRing( const std::string& path, const std::string& pr
    const std::string file = path.substr( path.rfind( '/' ) + 1 );
    // A file of this name is left from a dead process of the same number, or from this one before it executed itself anew.
    if( ::unlinkat( directory.get(), file.c_str(), 0 ) != 0 && errno != ENOENT )
-      fail( "old ring " + path + " can't be removed" );
+      throwErrno( "old ring " + path + " can't be removed" );
    const UniqueFd fd( ::openat( directory.get(), file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0640 ) );
-   if( !fd ) fail( "ring " + path + " can't be made" );
+   if( !fd ) throwErrno( "ring " + path + " can't be made" );
    const std::size_t bytes = headerBytes + std::size_t( slots ) * slotBytes;
    void* mapping = MAP_FAILED;
    // Pages are taken now: a full file system is an error here and no SIGBUS later.
@@ -155,7 +146,7 @@ std::unique_ptr< Ring > makeRing( const std::string& path, const std::string& pr
       const int error = errno;
       ::unlinkat( directory.get(), file.c_str(), 0 );
       errno = error;
-      fail( "ring " + path + " of " + std::to_string( bytes ) + " bytes can't be allocated" );
+      throwErrno( "ring " + path + " of " + std::to_string( bytes ) + " bytes can't be allocated" );
    }
    auto* header = static_cast< Header* >( mapping );
    fillHeader( *header, program, slots );

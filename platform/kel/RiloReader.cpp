@@ -1,9 +1,3 @@
-// 64-bit sizes and seconds in the 32-bit library too.
-#ifndef _TIME_BITS
-#define _FILE_OFFSET_BITS 64
-#define _TIME_BITS 64
-#endif
-
 #include <kel/RiloReader.h>
 
 #include <algorithm>
@@ -96,7 +90,7 @@ U64 RiloReader::Scan::mayStillCome( U64 from, U64 except ) const {
 
 RiloReader::RiloReader( const std::string& path ) : path_( path ) {
    fd_ = UniqueFd( ::open( path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC ) );
-   if( !fd_ ) throw Exception( "trace ring " + path + " can't be opened: " + std::strerror( errno ) );
+   if( !fd_ ) throwErrno( "trace ring " + path + " can't be opened" );
    readHeader();
 }
 

@@ -1,7 +1,7 @@
-#include <kel/Exception.h>
 #include <kel/Rilo.h>
 #include <kel/RiloLayout.h>
 #include <kel/RiloReader.h>
+#include <kel/ThrownTest.h>
 
 #include <algorithm>
 #include <chrono>
@@ -79,17 +79,9 @@ class RiloRing : public ::testing::Test {
    std::string fileOf( pid_t pid, const std::string& program = "prog" ) const {
       return directory + '/' + program + '.' + std::to_string( pid );
    }
-   std::string refusal( const std::string& path ) {
-      try {
-         RiloReader reader( path );
-      } catch( const Kel::Exception& e ) {
-         return e.what();
-      }
-      return "";
-   }
    /// Overwrites bytes of a ring file.
    template< class T >
-   void poke( const std::string& path, std::size_t offset, T value ) {
+   static void poke( const std::string& path, std::size_t offset, T value ) {
       std::fstream file( path, std::ios::in | std::ios::out | std::ios::binary );
       file.seekp( static_cast< std::streamoff >( offset ) );
       file.write( reinterpret_cast< const char* >( &value ), sizeof value );
@@ -212,39 +204,31 @@ void chatter( U32 bytes ) {
    } ).detach();
 }
 
-TEST_F( RiloRing, followsALivingWriter ) {
-   const pid_t pid = child( [] { chatter( 1 << 18 ); }, false );
-   RiloReader reader( fileOf( pid ) );
-   EXPECT_TRUE( reader.alive() );
-   U64 next = 1, seen = 0, lost = 0;
-   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds( 20 );
-   while( seen < 20000 && std::chrono::steady_clock::now() < deadline ) {
-      const auto batch = reader.read( next );
-      for( const auto& m : batch.messages ) {
-         ASSERT_GE( m.sequence, next );
-         next = m.sequence + 1;
-         ++seen;
+// In a small ring, which the writer overtakes all the time, and in one that holds what the reader has yet to read.
+TEST_F( RiloRing, followsALivingWriterAndReportsNothingTorn ) {
+   for( const U32 bytes : { Rilo::minBytes, U32( 1 << 18 ) } ) {
+      const pid_t pid = child( [ bytes ] { chatter( bytes ); }, false );
+      RiloReader reader( fileOf( pid ) );
+      EXPECT_TRUE( reader.alive() );
+      U64 next = 1, seen = 0, lost = 0;
+      const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds( 20 );
+      while( seen < 20000 && std::chrono::steady_clock::now() < deadline ) {
+         const auto batch = reader.read( next );
+         for( const auto& m : batch.messages ) {
+            ASSERT_GE( m.sequence, next );
+            ASSERT_EQ( "S" + std::to_string( m.sequence ), m.source );
+            ASSERT_EQ( chatterText( m.sequence ), m.text );
+            next = m.sequence + 1;
+            ++seen;
+         }
+         lost += batch.lost;
+         next = batch.next;
       }
-      lost += batch.lost;
-      next = batch.next;
-      std::this_thread::sleep_for( std::chrono::microseconds( 200 ) );
+      EXPECT_EQ( next - 1, seen + lost );
+      EXPECT_GE( seen, 20000u );
+      end( pid );
+      EXPECT_FALSE( reader.alive() );
    }
-   EXPECT_EQ( next - 1, seen + lost );
-   EXPECT_GE( seen, 20000u );
-   end( pid );
-   EXPECT_FALSE( reader.alive() );
-}
-
-TEST_F( RiloRing, nothingTornIsReported ) {
-   const pid_t pid = child( [] { chatter( Rilo::minBytes ); }, false );
-   RiloReader reader( fileOf( pid ) );
-   for( int round = 0; round < 2000; ++round ) {
-      for( const auto& m : reader.read().messages ) {
-         ASSERT_EQ( "S" + std::to_string( m.sequence ), m.source );
-         ASSERT_EQ( chatterText( m.sequence ), m.text );
-      }
-   }
-   end( pid );
 }
 
 TEST_F( RiloRing, manyThreadsLoseNothingInALargeRing ) {
@@ -310,13 +294,9 @@ TEST_F( RiloRing, aWriterGoesRoundABusySlot ) {
    const pid_t pid = child( [] {
       need( Rilo::open( "prog", Rilo::minBytes ) );
       for( int i = 1; i <= 16; ++i ) Rilo::message( "old" );
-      std::fstream file( Rilo::path(), std::ios::in | std::ios::out | std::ios::binary );
-      const U32 words[] = { Layout::wordOf( 1 ) | Layout::busy, Layout::wordOf( 34 ) };
-      for( U32 i = 0; i < 2; ++i ) { // one busy, one that already holds a newer message
-         file.seekp( static_cast< std::streamoff >( slotAt( i, offsetof( Layout::Slot, word ) ) ) );
-         file.write( reinterpret_cast< const char* >( &words[ i ] ), 4 );
-      }
-      file.close();
+      // One busy, one that already holds a newer message.
+      poke( Rilo::path(), slotAt( 0, offsetof( Layout::Slot, word ) ), Layout::wordOf( 1 ) | Layout::busy );
+      poke( Rilo::path(), slotAt( 1, offsetof( Layout::Slot, word ) ), Layout::wordOf( 34 ) );
       for( int i = 17; i <= 32; ++i ) Rilo::message( "new" );
       need( Rilo::dropped() == 2 );
    } );
@@ -344,23 +324,16 @@ TEST_F( RiloRing, theNewestDeadRingsOfItsProgramStay ) {
 }
 
 TEST_F( RiloRing, withoutARingMessagesAreCounted ) {
-   const struct {
-      std::string directory;
-      std::string problem;
-   } rows[] = { { "/proc/self/rilo", "folder /proc/self/rilo can't be opened: No such file or directory" },
-                { "/dev/null", "folder /dev/null can't be opened: Not a directory" } };
-   for( const auto& r : rows )
-      child( [ & ] {
-         ::setenv( "RILO_DIR", r.directory.c_str(), 1 );
-         Rilo::message( "lost" );
-         need( !Rilo::open( "prog" ) && Rilo::problem() == r.problem );
-         Rilo::message( "lost" );
-         need( Rilo::dropped() == 2 && Rilo::path().empty() );
-         ::unsetenv( "RILO_DIR" );
-      } );
-   child( [ & ] { // a later attempt may succeed; the name can't lead out of the folder
-      ::setenv( "RILO_DIR", "/dev/null", 1 );
+   child( [ & ] {
+      ::setenv( "RILO_DIR", "/proc/self/rilo", 1 );
       Rilo::message( "lost" );
+      need( !Rilo::open( "prog" ) && Rilo::path().empty() );
+      need( Rilo::problem() == "folder /proc/self/rilo can't be opened: No such file or directory" );
+      ::setenv( "RILO_DIR", "/dev/null", 1 );
+      need( !Rilo::open( "prog" ) && Rilo::problem() == "folder /dev/null can't be opened: Not a directory" );
+      Rilo::message( "lost" );
+      need( Rilo::dropped() == 2 );
+      // A later attempt may succeed; the name can't lead out of the folder.
       ::setenv( "RILO_DIR", directory.c_str(), 1 );
       need( Rilo::open( "../a\n" ) && Rilo::problem().empty() );
       need( Rilo::path() == directory + "/_.._a_." + std::to_string( ::getpid() ) );
@@ -381,8 +354,6 @@ TEST_F( RiloRing, refusesWhatIsNoRing ) {
       { [ & ] { poke( bad, 0, U32( 0 ) ); }, is + "it begins with other bytes than RILORING" },
       { [ & ] { poke( bad, 8, U32( 2 ) ); }, is + "it has format version 2, this program reads version 1" },
       { [ & ] { poke( bad, 12, U32( 0 ) ); }, is + "its sizes are impossible" },
-      { [ & ] { poke( bad, 16, U32( 128 ) ); }, is + "its sizes are impossible" },
-      { [ & ] { poke( bad, 20, U32( 0 ) ); }, is + "its sizes are impossible" },
       { [ & ] { poke( bad, 20, U32( 15 ) ); }, is + "its sizes are impossible" },
       { [ & ] { poke( bad, 20, U32( 1 ) << 31 ); }, is + "its sizes are impossible" },
       { [ & ] { fs::remove( bad ), ::mkfifo( bad.c_str(), 0600 ); }, is + "not a regular file" },
@@ -394,7 +365,7 @@ TEST_F( RiloRing, refusesWhatIsNoRing ) {
       fs::remove( bad );
       fs::copy_file( good, bad );
       r.damage();
-      EXPECT_EQ( r.reason, refusal( bad ) );
+      EXPECT_EQ( r.reason, thrown< Kel::Exception >( [ & ] { RiloReader reader( bad ); } ) );
    }
 }
 
@@ -438,19 +409,6 @@ TEST_F( RiloRing, hostileBytesDoNoHarm ) {
    }
    EXPECT_GT( opened, 500u );
    EXPECT_GT( intact, 500u );
-}
-
-TEST_F( RiloRing, aMessageInAForeignSlotIsPassedOver ) {
-   const pid_t pid = child( [] {
-      need( Rilo::open( "prog", Rilo::minBytes ) );
-      for( int i = 1; i <= 16; ++i ) Rilo::message( std::to_string( i ) );
-   } );
-   poke( fileOf( pid ), slotAt( 3, offsetof( Layout::Slot, word ) ), Layout::wordOf( 7 ) );
-   poke( fileOf( pid ), slotAt( 3, offsetof( Layout::Slot, sequence ) ), U64( 7 ) );
-   const auto batch = RiloReader( fileOf( pid ) ).read();
-   ASSERT_EQ( 15u, batch.messages.size() );
-   EXPECT_EQ( 5u, batch.messages[ 3 ].sequence );
-   EXPECT_EQ( 1u, batch.lost );
 }
 
 // docs/rilo.md shows these bytes.

@@ -1,4 +1,5 @@
 #include <kel/Seqno32.h>
+#include <kel/ThrownTest.h>
 
 #include <gtest/gtest.h>
 
@@ -33,12 +34,7 @@ TEST( Seqno32, addsAndWraps ) {
    EXPECT_EQ( s.value(), 0u );
    EXPECT_EQ( ( s + 0x7fffffff ).value(), 0x7fffffffu );
    EXPECT_GT( s + 0x7fffffff, s );
-   try {
-      s += 0x80000000;
-      FAIL() << "no such addition is defined";
-   } catch( const Kel::RangeException& e ) {
-      EXPECT_STREQ( e.what(), "Seqno32::increment > 2147483647 not allowed" );
-   }
+   EXPECT_EQ( thrown( [ & ] { s += 0x80000000; } ), "Seqno32::increment > 2147483647 not allowed" );
    EXPECT_EQ( s, Seqno32( 0 ) );
    EXPECT_EQ( Seqno32( 5 ).hash(), Kel::murmur3Of4( 5 ) );
 }

@@ -73,6 +73,7 @@ class String8 {
    Rep* rep_ = nullptr;
 };
 
+/// The same type by the shorter name that interfaces written by hand use, such as the packet modules.
 using String = String8;
 
 }

@@ -91,6 +91,8 @@ String8 stringValue( E value ) {
    return out.view();
 }
 
+/// The name of the enumerator with a number, or null.
+[[gnu::visibility("hidden")]] const char* enumeratorName( const Type& type, U32 value );
 /// The enumerator with this number or name. Throws `RangeException`, for a number with the enumeration's short name as its text.
 U32 enumerator( const Type& type, U32 number );
 U32 enumerator( const Type& type, std::string_view name );

@@ -28,17 +28,6 @@ class Timers : public ::testing::Test {
    std::string ran;
 };
 
-TEST_F( Timers, byDeadlineThenAge ) {
-   add( 20, 'c' );
-   add( 10, 'a' );
-   add( 20, 'd' );
-   add( 10, 'b' );
-   add( 21, 'e' );
-   EXPECT_EQ( "", runUntil( 9 ) );
-   EXPECT_EQ( "abcd", runUntil( 20 ) );
-   EXPECT_EQ( 21, queue.earliest() );
-}
-
 TEST_F( Timers, missedTicksAreLeftOut ) {
    add( 10, 'p', 10 );
    EXPECT_EQ( "p", runUntil( 10 ) );

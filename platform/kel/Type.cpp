@@ -80,7 +80,8 @@ Ptr< GenericIf > Type::genericIf( void* object, bool isConst ) {
 
 Ptr< GenericIf > Type::genericIf( const GenericIf* from, bool isConst ) {
    if( !from || !from->voidPtrIs( *this ) ) {
-      throw RangeException( ( from ? std::string( from->type().qualifiedName() ) : std::string( "null" ) ) + " is no " + info_.qualifiedName );
+      throw RangeException( ( from ? std::string( from->type().qualifiedName() ) : std::string( "null" ) ) + " is no " +
+                            info_.qualifiedName );
    }
    if( !isValue() ) return genericIf( from->voidPtrIs( *this ), isConst );
    return Ptr< GenericIf >( new OwnedValueIf( *this, from->object(), isConst ) );

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstring>
 #include <kel/Types.h>
 #include <kel/Name.h>
 #include <new>
@@ -126,11 +127,11 @@ struct Attr {
    Type* keyType = nullptr;     ///< of a collection's keys
    union Extra {
       const void* none = nullptr;
-      const CollectionOps* collection;                                               ///< collections
-      const void* constant;                                                          ///< constants: where the value stands
-      void ( *derived )( const void* self, void* out );                              ///< derived: assigns to *out, a value of `type`
-      void ( *operation )( void* self, const GenericIf* const* arguments );          ///< operations
-      void ( *set )( void* self, const void* value );                                ///< scalars with a setter written by hand
+      const CollectionOps* collection;                                        ///< collections
+      const void* constant;                                                   ///< constants: where the value stands
+      void ( *derived )( const void* self, void* out );                       ///< derived: assigns to *out, a value of `type`
+      void ( *operation )( void* self, const GenericIf* const* arguments );   ///< operations
+      void ( *set )( void* self, const void* value );                         ///< scalars with a setter written by hand
    } extra{};
    U32 offset = 0;              ///< of the member in the object
    U16 nameSize = 0;
@@ -142,6 +143,10 @@ struct Attr {
 
    constexpr std::string_view nameView() const { return { name, nameSize }; }
    constexpr bool has( U32 flag ) const { return ( flags & flag ) != 0; }
+   /// It belongs to the type and never changes.
+   constexpr bool isConstant() const {
+      return kind == AttrKind::constant || ( kind == AttrKind::derived && has( KelAttrIntrospectionFlags::nonInstantiating ) );
+   }
 };
 
 /// Text and log of a value type whose class is written by hand. `print` writes the display form, which the framework puts
@@ -279,19 +284,35 @@ constexpr TypeCode codeOf() {
 template< class T > struct CodeOf { static constexpr TypeCode code = codeOf< T >(); };
 template< class T > struct CodeOf< Ptr< T > > { static constexpr TypeCode code = TypeCode::entity; };
 
+/// A value at its place. A number may stand at any alignment: 64-bit ones in values are aligned to 4.
 template< class T >
-U32 hashValue( const void* v ) { return hashOf( *static_cast< const T* >( v ) ); }
+decltype( auto ) valueAt( const void* at ) {
+   if constexpr( std::is_arithmetic_v< T > ) {
+      T v;
+      std::memcpy( &v, at, sizeof v );
+      return v;
+   } else {
+      return *static_cast< const T* >( at );
+   }
+}
 
 template< class T >
-concept Hashable = requires( const T& v ) { hashOf( v ); } && ( std::is_arithmetic_v< T > || std::is_enum_v< T > || requires( const T& v ) { v.hash(); } );
+U32 hashValue( const void* v ) { return hashOf( valueAt< T >( v ) ); }
+
+template< class T >
+concept Hashable = requires( const T& v ) { hashOf( v ); } &&
+                   ( std::is_arithmetic_v< T > || std::is_enum_v< T > || requires( const T& v ) { v.hash(); } );
 
 template< class T >
 constexpr ValueOps makeValueOps() {
    return { []( void* at ) { ::new( at ) T(); },
-            []( void* at, const void* from ) { ::new( at ) T( *static_cast< const T* >( from ) ); },
-            []( void* to, const void* from ) { *static_cast< T* >( to ) = *static_cast< const T* >( from ); },
+            []( void* at, const void* from ) { ::new( at ) T( valueAt< T >( from ) ); },
+            []( void* to, const void* from ) {
+               if constexpr( std::is_arithmetic_v< T > ) std::memmove( to, from, sizeof( T ) );
+               else *static_cast< T* >( to ) = *static_cast< const T* >( from );
+            },
             []( void* at ) noexcept { static_cast< T* >( at )->~T(); },
-            []( const void* a, const void* b ) -> bool { return *static_cast< const T* >( a ) == *static_cast< const T* >( b ); },
+            []( const void* a, const void* b ) -> bool { return valueAt< T >( a ) == valueAt< T >( b ); },
             []() -> U32 ( * )( const void* ) {
                if constexpr( Hashable< T > ) return &hashValue< T >;
                else return nullptr;

@@ -9,16 +9,16 @@
 
 namespace [[gnu::visibility("default")]] Kel {
 
-/// Base of every value type: copied, compared by its attributes, never virtual. It is empty, and a class of its own for each type, so
-/// that values nest without padding.
+/// Base of every value type: copied, compared by its attributes, never virtual. It is empty, and a class of its own for each
+/// type, so that values nest without padding.
 template< class T >
 class Value {
  public:
    static Type& _fwkType() { return T::_Type; }
    Type& fwkType() const { return T::_Type; }
 
-   // For the defaulted comparisons of `T` alone: as templates they take no `T` for its base, or a value without an order would compile
-   // with `<` and call all its instances equal.
+   // For the defaulted comparisons of `T` alone: as templates they take no `T` for its base, or a value without an order would
+   // compile with `<` and call all its instances equal.
    template< class U >
       requires std::is_same_v< U, Value >
    friend constexpr std::strong_ordering operator<=>( const U&, const U& ) { return std::strong_ordering::equal; }

@@ -26,7 +26,8 @@ constexpr U64 bellBytes = Format::pageBytes;
 Bell Bell::forWriter( const Directory& directory, const FileNames& names ) {
    const std::string path = directory.of( names.bell );
    Bell bell;
-   bell.file_.reset( ::openat( directory.fd(), names.bell.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0660 ) );
+   bell.file_.reset( ::openat( directory.fd(), names.bell.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                               0660 ) );
    if( !bell.file_ ) systemFailure( "cannot open the doorbell", path );
    FileIdentity self;
    if( !FileIdentity::of( bell.file_.get(), self ) ) systemFailure( "cannot examine the doorbell", path );

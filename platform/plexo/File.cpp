@@ -2,6 +2,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <plexo/File.h>
+#include <plexo/Writer.h>
 #include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -20,7 +21,8 @@ Mapping Mapping::ofFile( int fd, U64 bytes, Access access ) noexcept {
 }
 
 Mapping Mapping::anonymous( U64 bytes ) {
-   void* base = ::mmap( nullptr, std::size_t( bytes ), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0 );
+   void* base = ::mmap( nullptr, std::size_t( bytes ), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1,
+                        0 );
    if( base == MAP_FAILED ) systemFailure( "cannot reserve memory for", "a table's local copy" );
    return Mapping( static_cast< std::byte* >( base ), std::size_t( bytes ) );
 }
@@ -102,10 +104,17 @@ bool Directory::trusts( const FileIdentity& file ) const noexcept {
    return file.owner == ::geteuid() || file.owner == 0 || file.owner == owner_;
 }
 
-FileNames::FileNames( const std::string& name ) : table( name + tableSuffix ), bell( name + ".bell" ), fresh( "." + name + ".new" ) {
-   if( name.empty() || name.size() > 200 || name[ 0 ] == '.' || name.find( '/' ) != name.npos || name.find( '\0' ) != name.npos ) {
-      throw Kel::RangeException( "table name '" + name + "' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot" );
+void checkTableName( const std::string& name ) {
+   if( name.empty() || name.size() > 200 || name[ 0 ] == '.' || name.find( '/' ) != name.npos ||
+       name.find( '\0' ) != name.npos ) {
+      throw Kel::RangeException( "table name '" + name +
+                                 "' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot" );
    }
+}
+
+FileNames::FileNames( const std::string& name )
+      : table( name + tableSuffix ), bell( name + ".bell" ), fresh( "." + name + ".new" ) {
+   checkTableName( name );
 }
 
 void systemFailure( const std::string& what, const std::string& path, int error ) {

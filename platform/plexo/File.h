@@ -73,8 +73,7 @@ class Directory {
    uid_t owner_ = 0;
 };
 
-/// Names of the files of one table. Throws `Kel::RangeException` for a name that is empty, longer than 200 bytes, begins with
-/// a dot or holds '/' or NUL.
+/// Names of the files of one table. Throws as `checkTableName` does.
 struct FileNames {
    explicit FileNames( const std::string& table );
    std::string table, bell, fresh;

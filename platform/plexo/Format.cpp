@@ -67,7 +67,8 @@ Geometry Geometry::of( const RecordLayout& layout, U32 initial, U32 max ) {
    layout.check();
    if( initial == 0 ) throw Kel::RangeException( "initial number of records is 0, must be at least 1" );
    if( max < initial ) {
-      throw Kel::RangeException( "maximum number of records " + number( max ) + " is below the initial number " + number( initial ) );
+      throw Kel::RangeException( "maximum number of records " + number( max ) + " is below the initial number " +
+                                 number( initial ) );
    }
    if( max > Format::maxRecords ) {
       throw Kel::RangeException( "maximum number of records " + number( max ) + " is above " + number( Format::maxRecords ) );
@@ -117,7 +118,8 @@ Header Header::decode( const std::byte* page ) {
 
 std::string Header::fault( U64 size ) const {
    if( magic != Format::magic ) return "it is no table: its first 8 bytes are not PLEXOTBL";
-   if( version != Format::version ) return "its format is " + number( version ) + ", this library knows " + number( Format::version );
+   if( version != Format::version )
+      return "its format is " + number( version ) + ", this library knows " + number( Format::version );
    const Geometry& g = geometry;
    const bool sane = g.recordBytes > 0 && g.recordBytes % 4 == 0 && g.recordBytes <= maxRecordBytes && g.keyBytes > 0 &&
                      g.keyOffset <= g.recordBytes && g.keyBytes <= g.recordBytes - g.keyOffset && g.initialRecords > 0 &&

@@ -16,7 +16,8 @@ namespace Plexo {
 class KeyHash {
  public:
    KeyHash( const RecordLayout& layout, const void* key, U32 seed ) noexcept
-         : first_( Kel::Detail::murmurFinal( layout.hash( key ), 4 ) ), key_( key ), keyBytes_( layout.keyBytes ), seed_( seed ) {}
+         : first_( Kel::Detail::murmurFinal( layout.hash( key ), 4 ) ), key_( key ), keyBytes_( layout.keyBytes ),
+           seed_( seed ) {}
    U32 first() const noexcept { return first_; }
    U32 second() const noexcept { return Kel::murmur3( key_, keyBytes_, seed_ ); }
    /// A hash's one-byte mark in a bucket; 0 marks an empty lane.
@@ -46,12 +47,19 @@ class Index {
 
    void prefetch( const KeyHash& hash ) const noexcept { __builtin_prefetch( at( hash.first() & mask_ ) ); }
 
-   /// Calls `match( slot )` for each candidate until one says yes. Visits every bucket once at most.
-   template< class Match >
-   bool find( const KeyHash& hash, Match&& match, Place* place = nullptr ) const {
+   /// What `find` does with the buckets on its way: nothing. Tests count them.
+   struct Unseen {
+      void operator()( U32 ) const noexcept {}
+   };
+
+   /// Calls `match( slot )` for each candidate until one says yes, and `see( bucket )` for each bucket that it looks into: every
+   /// one once at most.
+   template< class Match, class See = Unseen >
+   bool find( const KeyHash& hash, Match&& match, Place* place = nullptr, See&& see = {} ) const {
       U32 bucket = hash.first() & mask_;
       U8 tag = KeyHash::tag( hash.first() );
       for( U32 step = 0;; ++step ) {
+         see( bucket );
          const Line line( at( bucket ) );
          for( U32 lanes = line.lanesWith( tag ); lanes; lanes &= lanes - 1 ) {
             const U32 lane = U32( std::countr_zero( lanes ) );
@@ -86,7 +94,8 @@ class Index {
    class Line {
     public:
       explicit Line( const std::byte* bucket ) noexcept {
-         for( U32 i = 0; i < 16 / sizeof( Word ); ++i ) words_[ i ] = SharedLoad::acquireWord( bucket + tagOffset + i * sizeof( Word ) );
+         for( U32 i = 0; i < 16 / sizeof( Word ); ++i )
+            words_[ i ] = SharedLoad::acquireWord( bucket + tagOffset + i * sizeof( Word ) );
       }
       U32 overflow() const noexcept { return U32( words_[ 16 / sizeof( Word ) - 1 ] >> ( ( sizeof( Word ) - 4 ) * 8 ) ); }
       U32 lanesWith( U8 tag ) const noexcept {

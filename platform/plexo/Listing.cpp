@@ -55,7 +55,8 @@ std::vector< TableInfo > listTables( const std::string& path ) {
    std::vector< TableInfo > tables;
    const Directory directory = Directory::tryOpen( path );
    if( directory.fd() < 0 && errno == ENOENT ) return tables;
-   const std::unique_ptr< DIR, int ( * )( DIR* ) > entries( directory.fd() < 0 ? nullptr : ::opendir( path.c_str() ), ::closedir );
+   using Entries = std::unique_ptr< DIR, int ( * )( DIR* ) >;
+   const Entries entries( directory.fd() < 0 ? nullptr : ::opendir( path.c_str() ), ::closedir );
    if( !entries ) systemFailure( "cannot read the table directory", path );
    while( const dirent* entry = ::readdir( entries.get() ) ) {
       const std::string file = entry->d_name;

@@ -211,22 +211,6 @@ TEST_F( ProcessTest, ReadsBesideABusyWriter ) {
    EXPECT_TRUE( follower.waitFor( [ & ] { return follower.reader.state() == TableState::live && follower.seen == left; } ) );
 }
 
-TEST_F( ProcessTest, FollowerInAnotherProcessSeesEverything ) {
-   Writer table( hostLayout, "t", 10, 50000 );
-   Child reader( [] {
-      Follower follower;
-      const bool good = follower.waitFor( [ & ] { return follower.seen.contains( { 0, 49999 } ) && follower.seen.size() == 40001; } );
-      return good ? 0 : 1;
-   } );
-   for( U32 i = 0; i < 49999; ++i ) {
-      learn( table, i, i );
-      if( i % 5 == 4 ) forget( table, i );
-   }
-   learn( table, 49999, 1 );
-   EXPECT_EQ( 40001u, table.records() );
-   EXPECT_EQ( 0, reader.wait() );
-}
-
 // --- fork ------------------------------------------------------------------------------------------------------------------
 
 TEST_F( ProcessTest, ChildOfForkHasNoPartInTheRole ) {

@@ -53,7 +53,9 @@ class Reader::Impl : public ForkAware {
       if( dispatching_ ) dispatching_->destroyed = true;
    }
 
-   const TableView& view() const noexcept { return role_ == ReaderRole::shadow ? static_cast< const TableView& >( shadow_ ) : view_; }
+   const TableView& view() const noexcept {
+      return role_ == ReaderRole::shadow ? static_cast< const TableView& >( shadow_ ) : view_;
+   }
    TableState state() const noexcept { return state_; }
    const std::string& reason() const noexcept { return reason_; }
    const std::string& name() const noexcept { return name_; }
@@ -204,9 +206,11 @@ void Reader::Impl::attach( const Directory& directory ) {
    }
 }
 
-std::string Reader::Impl::refusal( const Directory& directory, const Kel::UniqueFd& file, FileIdentity& self, Format::Header& header ) {
+std::string Reader::Impl::refusal( const Directory& directory, const Kel::UniqueFd& file, FileIdentity& self,
+                                   Format::Header& header ) {
    if( !FileIdentity::of( file.get(), self ) || !self.regular ) return "it is no regular file";
-   if( !directory.trusts( self ) ) return "it belongs to user " + std::to_string( self.owner ) + ", who does not own the directory";
+   if( !directory.trusts( self ) )
+      return "it belongs to user " + std::to_string( self.owner ) + ", who does not own the directory";
    if( !readHeader( file.get(), header ) ) return "it is shorter than a table's header";
    const std::string fault = header.fault( self.bytes );
    return fault.empty() ? header.mismatch( layout_ ) : fault;
@@ -338,7 +342,8 @@ bool Reader::Impl::dispatch( std::chrono::nanoseconds budget ) {
 
 void Reader::Impl::attach( Kel::Activity& activity ) {
    following_.close();
-   following_ = activity.watch( event_.get(), Kel::FdEvents::reading(), [ this ]( Kel::FdEvents ) { dispatch( activityBudget ); } );
+   following_ = activity.watch( event_.get(), Kel::FdEvents::reading(),
+                                [ this ]( Kel::FdEvents ) { dispatch( activityBudget ); } );
 }
 
 /// True when there is more to tell than the time allowed.

@@ -224,7 +224,13 @@ struct Kel::CollectionOpsOf< Plexo::TableAttr< Record, Key_ > > {
       return true;
    }
    static constexpr CollectionOps make() {
-      return { &size, &find, &next, &set, &erase, nullptr, nullptr, nullptr, nullptr, nullptr };
+      Kel::CollectionOps ops{};
+      ops.size = &size;
+      ops.find = &find;
+      ops.next = &next;
+      ops.set = &set;
+      ops.erase = &erase;
+      return ops;
    }
 };
 

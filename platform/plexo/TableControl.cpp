@@ -85,7 +85,8 @@ void TableControl::check( const void* record ) const {
 
 void TableControl::refuseValue( const Bounded& field ) const {
    const char* text = field.type->info().bounds.text;
-   throw CorruptionException( "table " + name_ + " is corrupted: " + field.name + ": " + ( text ? text : "neither true nor false" ) );
+   throw CorruptionException( "table " + name_ + " is corrupted: " + field.name + ": " +
+                              ( text ? text : "neither true nor false" ) );
 }
 
 // --- life ------------------------------------------------------------------------------------------------------------------

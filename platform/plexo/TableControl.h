@@ -48,7 +48,9 @@ class TableControl : private TableObserver {
    const std::string& reason() const noexcept;
    U32 records() const noexcept;
    /// Called with each new state of a reader's table, and when a corruption is detected. One at a time; null for none.
-   void stateHandlerIs( std::function< void( TableState, const std::string& ) > handler ) { stateHandler_ = std::move( handler ); }
+   void stateHandlerIs( std::function< void( TableState, const std::string& ) > handler ) {
+      stateHandler_ = std::move( handler );
+   }
 
    /// The hook for a corruption that somebody met in a look-up or a walk: counts it, traces it at level 0 of "Plexo", records
    /// the state as degraded and tells the corruption handler. Writes throw `AssertionException` from then on.
@@ -58,7 +60,9 @@ class TableControl : private TableObserver {
 
    /// A reader's descriptor and work, see `Reader`; -1 and nothing for the others.
    int fd() const noexcept { return reader_ ? reader_->fd() : -1; }
-   bool dispatch( std::chrono::nanoseconds budget = std::chrono::milliseconds( 10 ) ) { return reader_ && reader_->dispatch( budget ); }
+   bool dispatch( std::chrono::nanoseconds budget = std::chrono::milliseconds( 10 ) ) {
+      return reader_ && reader_->dispatch( budget );
+   }
    /// Has the activity dispatch this reader until it is closed. Does nothing for a writer.
    void attach( Kel::Activity& activity ) {
       if( reader_ ) reader_->attach( activity );
@@ -81,7 +85,9 @@ class TableControl : private TableObserver {
    bool nextRecord( U32& at, void* record ) const;
    /// Zeroes the bytes of a record that belong to no attribute.
    void tidy( void* record ) const noexcept;
-   const void* keyOf( const void* record ) const noexcept { return static_cast< const std::byte* >( record ) + layout_.keyOffset; }
+   const void* keyOf( const void* record ) const noexcept {
+      return static_cast< const std::byte* >( record ) + layout_.keyOffset;
+   }
 
  private:
    /// A number in a record whose type does not allow every value.

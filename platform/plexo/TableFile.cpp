@@ -27,7 +27,7 @@ TableCore::Allocate allocator( int fd, std::string path ) {
       } while( error == EINTR );
       if( error == ENOSPC || error == EDQUOT ) {
          throw TableFullException( "table " + path + " cannot grow: the file system has no room for " + std::to_string( bytes ) +
-                                   " more bytes" );
+                                   " more bytes; make room there, or name another directory in PLEXO_DIR" );
       }
       if( error ) systemFailure( "cannot give room to the table", path, error );
    };

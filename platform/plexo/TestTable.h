@@ -1,14 +1,11 @@
 #pragma once
 
-#include <filesystem>
-#include <functional>
-#include <gtest/gtest.h>
+#include <plexo/Format.h>
 #include <plexo/Reader.h>
+#include <plexo/TestFiles.h>
 #include <plexo/TestRecord.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 // Helpers of the table tests: a directory of its own per test, a follower, and processes.
 namespace Plexo {
@@ -48,7 +45,8 @@ void expectContents( const Table& table, const Contents& expected ) {
 /// Follows a table as a consumer does: looks each announced key up.
 class Follower : public TableObserver {
  public:
-   explicit Follower( const RecordLayout& layout = hostLayout, const std::string& name = "t", ReaderRole role = ReaderRole::reader )
+   explicit Follower( const RecordLayout& layout = hostLayout, const std::string& name = "t",
+                      ReaderRole role = ReaderRole::reader )
          : reader( layout, name, role ) {
       reader.observerIs( this );
    }
@@ -72,14 +70,7 @@ class Follower : public TableObserver {
    }
    /// Waits on the descriptor until `done`, for at most some seconds.
    bool waitFor( const std::function< bool() >& done ) {
-      const auto end = std::chrono::steady_clock::now() + std::chrono::seconds( 20 );
-      for( ;; ) {
-         drain();
-         if( done() ) return true;
-         if( std::chrono::steady_clock::now() > end ) return false;
-         pollfd ready{ reader.fd(), POLLIN, 0 };
-         poll( &ready, 1, 1000 );
-      }
+      return drainUntil( [ & ] { return reader.fd(); }, [ & ] { drain(); }, done );
    }
    bool waitFor( TableState state ) {
       return waitFor( [ & ] { return reader.state() == state; } );
@@ -95,23 +86,20 @@ class Follower : public TableObserver {
 
 class TableTest : public testing::Test {
  protected:
-   TableTest() {
-      char name[] = "/dev/shm/plexo-test-XXXXXX";
-      if( mkdtemp( name ) ) directory = name;
-      setenv( "PLEXO_DIR", name, 1 );
-   }
-   ~TableTest() override { std::filesystem::remove_all( directory ); }
-
    std::string file( const std::string& table = "t" ) const { return directory + "/" + table + ".plexo"; }
 
-   std::string directory;
+   const TestDirectory home{ { "PLEXO_DIR" } };
+   const std::string& directory = home.path;
 };
 
-/// A child process that runs `body` and ends without the parent's destructors; its exit status is what `body` returns.
+/// A child process that runs `body` and ends without the parent's destructors, after some seconds at the latest; its exit status
+/// is what `body` returns.
 class Child {
  public:
    explicit Child( const std::function< int() >& body ) : pid_( fork() ) {
-      if( pid_ == 0 ) _exit( body() );
+      if( pid_ != 0 ) return;
+      alarm( longestTest );
+      _exit( body() );
    }
    ~Child() {
       if( pid_ > 0 ) {
@@ -141,8 +129,9 @@ class Signal {
    }
    void give() const { EXPECT_EQ( 1, write( ends_[ 1 ], "x", 1 ) ); }
    void take() const {
+      pollfd given{ ends_[ 0 ], POLLIN, 0 };
       char c;
-      EXPECT_EQ( 1, read( ends_[ 0 ], &c, 1 ) );
+      EXPECT_TRUE( poll( &given, 1, longestTest * 1000 ) == 1 && read( ends_[ 0 ], &c, 1 ) == 1 );
    }
 
  private:

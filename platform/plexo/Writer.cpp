@@ -46,7 +46,8 @@ class Writer::Impl : public ForkAware {
    }
    Outcome commit( const void* record ) {
       if( !composing_ ) throw AssertionException( "commit to table " + name_ + " outside direct mode" );
-      if( record != cell_.data() ) throw AssertionException( "commit to table " + name_ + " of a record that is not its direct one" );
+      if( record != cell_.data() )
+         throw AssertionException( "commit to table " + name_ + " of a record that is not its direct one" );
       composing_ = false;
       const Outcome outcome = core().upsert( record );
       changed();

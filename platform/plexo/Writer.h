@@ -9,6 +9,10 @@ namespace [[gnu::visibility("default")]] Plexo {
 /// The directory of tables: the environment's PLEXO_DIR, else "/dev/shm/plexo".
 std::string tableDirectory();
 
+/// Throws `Kel::RangeException` for a name that no table can have: it is empty, longer than 200 bytes, begins with a dot or holds
+/// '/' or NUL.
+void checkTableName( const std::string& name );
+
 /// What an upsert did.
 enum class Outcome { unchanged, changed, inserted };
 
@@ -43,7 +47,8 @@ class Writer {
    void batchBegin() noexcept;
    void batchEnd() noexcept;
 
-   /// Copies the record with this key (which lies elsewhere than `record`); false when there is none. Throws `CorruptionException`.
+   /// Copies the record with this key (which lies elsewhere than `record`); false when there is none. Throws
+   /// `CorruptionException`.
    bool find( const void* key, void* record ) const;
    /// Copies the first record at position `at` or after it and moves `at` behind it; begins at 0, false at the end. Records may
    /// be written and erased during a walk. Throws `CorruptionException`.

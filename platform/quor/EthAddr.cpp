@@ -8,7 +8,8 @@ namespace {
 
 constexpr auto hexTable = [] {
    std::array< signed char, 256 > table{};
-   for( std::size_t c = 0; c < table.size(); ++c ) table[ c ] = static_cast< signed char >( Detail::hexValue( static_cast< char >( c ) ) );
+   for( std::size_t c = 0; c < table.size(); ++c )
+      table[ c ] = static_cast< signed char >( Detail::hexValue( static_cast< char >( c ) ) );
    return table;
 }();
 

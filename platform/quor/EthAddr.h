@@ -88,7 +88,8 @@ class EthAddr {
  private:
    // The first four and the last two bytes, as a little-endian machine loads them.
    constexpr Kel::U32 low() const {
-      if( std::is_constant_evaluated() ) return bytes_[ 0 ] | bytes_[ 1 ] << 8 | bytes_[ 2 ] << 16 | Kel::U32( bytes_[ 3 ] ) << 24;
+      if( std::is_constant_evaluated() )
+         return bytes_[ 0 ] | bytes_[ 1 ] << 8 | bytes_[ 2 ] << 16 | Kel::U32( bytes_[ 3 ] ) << 24;
       Kel::U32 v;
       std::memcpy( &v, bytes_, 4 );
       return v;

@@ -4,9 +4,9 @@
 
 namespace [[gnu::visibility("default")]] Quor {
 
-/// Ethernet interfaces: kind 0. The index is the module (5 bits), the port (14 bits) and the lane (6 bits), from the top; the whole
-/// high word is the sub-interface number. Module 0 is a switch without modules, lane 0 a port that is not split, sub-interface 0
-/// the port itself.
+/// Ethernet interfaces: kind 0. The index is the module (5 bits), the port (14 bits) and the lane (6 bits), from the top; the
+/// whole high word is the sub-interface number. Module 0 is a switch without modules, lane 0 a port that is not split,
+/// sub-interface 0 the port itself.
 class EthIntfId {
  public:
    static constexpr Kel::U32 maxModule = 31;

@@ -9,7 +9,8 @@ TEST( EthIntfId, Fields ) {
    const IntfId id = EthIntfId::make( 31, 16383, 63, 0xffffffff );
    EXPECT_EQ( id, IntfId( 0x1ffffff, 0xffffffff ) );
    EXPECT_EQ( EthIntfId::make( 1, 3, 2, 100 ), IntfId( 1 << 20 | 3 << 6 | 2, 100 ) );
-   const IntfId each[] = { EthIntfId::make( 31, 0, 0 ), EthIntfId::make( 0, 16383, 0 ), EthIntfId::make( 0, 0, 63 ), EthIntfId::make( 0, 0, 0, 4095 ) };
+   const IntfId each[] = { EthIntfId::make( 31, 0, 0 ), EthIntfId::make( 0, 16383, 0 ), EthIntfId::make( 0, 0, 63 ),
+                           EthIntfId::make( 0, 0, 0, 4095 ) };
    for( int i = 0; i < 4; ++i ) {
       EXPECT_TRUE( EthIntfId::isEthIntfId( each[ i ] ) );
       EXPECT_EQ( EthIntfId::module( each[ i ] ), i == 0 ? 31u : 0 );

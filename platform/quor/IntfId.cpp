@@ -16,10 +16,11 @@
 //    pseudowire  = "Pseudowire-" FAMILY numbers-without-sub [ "." vlan ]      vlan 1..4094; without it, on the whole port
 //    other       = "Intf-" 16 hexadecimal digits, high word first
 //
-// Numbers are decimal without leading zeros; "module", "lane" and "sub" are left out exactly when they are 0 (a lane 0 stays behind
-// a module). A pseudowire keeps neither the sub-interface nor the sub-type of its parent, so what follows the dot is always its
-// VLAN. "other" is for identifiers that nothing else names: unknown kinds, stray bits, a VLAN out of range. It is refused for
-// identifiers that have a better name, so that no interface has two. A family's short name is read wherever its full one is.
+// Numbers are decimal without leading zeros; "module", "lane" and "sub" are left out exactly when they are 0 (a lane 0 stays
+// behind a module). A pseudowire keeps neither the sub-interface nor the sub-type of its parent, so what follows the dot is
+// always its VLAN. "other" is for identifiers that nothing else names: unknown kinds, stray bits, a VLAN out of range. It is
+// refused for identifiers that have a better name, so that no interface has two. A family's short name is read wherever its full
+// one is.
 
 namespace Quor {
 
@@ -27,8 +28,9 @@ namespace {
 
 enum class Shape { ethernet, channel, vlan, single };
 
-constexpr char ethernetForm[] = "a port like 3, 3/2 (port/lane) or 1/3/2 (module/port/lane), perhaps with a sub-interface like .100; "
-                                "modules go to 31, ports to 16383, lanes to 63";
+constexpr char ethernetForm[] =
+   "a port like 3, 3/2 (port/lane) or 1/3/2 (module/port/lane), perhaps with a sub-interface like .100; "
+   "modules go to 31, ports to 16383, lanes to 63";
 constexpr char channelForm[] = "a number up to 33554431, perhaps with a sub-interface like .5, up to 268435455";
 constexpr char vlanForm[] = "a VLAN from 1 to 4094";
 constexpr char singleForm[] = "nothing";
@@ -64,7 +66,9 @@ constexpr unsigned subTypeShift = 28;
 constexpr Kel::U32 maxVlan = 4094;
 constexpr Kel::U32 wholePort = 4095;
 
-constexpr IntfId fromIndex( Kel::U32 type, Kel::U32 index, Kel::U32 high ) { return { type << GenericIntfId::typeIdShift | index, high }; }
+constexpr IntfId fromIndex( Kel::U32 type, Kel::U32 index, Kel::U32 high ) {
+   return { type << GenericIntfId::typeIdShift | index, high };
+}
 
 // --- printing ----------------------------------------------------------------------------------------------------------------
 
@@ -206,7 +210,9 @@ bool parseRegular( Rest& rest, bool maySub, IntfId& out ) noexcept {
    bool good = true;
    switch( family->shape ) {
    case Shape::ethernet: good = parseEthernetIndex( rest, index ) && ( !maySub || rest.sub( 0xffffffff, sub ) ); break;
-   case Shape::channel: good = rest.number( 0, GenericIntfId::indexMask, index ) && ( !maySub || rest.sub( maxSubIntf, sub ) ); break;
+   case Shape::channel:
+      good = rest.number( 0, GenericIntfId::indexMask, index ) && ( !maySub || rest.sub( maxSubIntf, sub ) );
+      break;
    case Shape::vlan: good = rest.number( 1, maxVlan, index ); break;
    case Shape::single: break;
    }

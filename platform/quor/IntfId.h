@@ -25,8 +25,8 @@ inline constexpr Kel::U32 pseudowire = 59;
 }
 
 /// The identifier of an interface: two 32-bit words that mean the same in every process. The low word holds the kind in bits
-/// 31..25 and an index in bits 24..0; the high word belongs to the kind and is mostly a sub-interface number. All zero is the empty
-/// identifier, which belongs to no kind and whose name is the empty text.
+/// 31..25 and an index in bits 24..0; the high word belongs to the kind and is mostly a sub-interface number. All zero is the
+/// empty identifier, which belongs to no kind and whose name is the empty text.
 ///
 /// Every identifier has exactly one name, and its name gives it back. The grammar of names stands in IntfId.cpp.
 class IntfId {

@@ -1,5 +1,6 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <kel/Exception.h>
+#include <kel/ThrownTest.h>
 #include <quor/EthIntfId.h>
 #include <quor/VlanIntfId.h>
 #include <random>
@@ -9,6 +10,8 @@ namespace Quor {
 namespace {
 
 using Kel::U32;
+using testing::HasSubstr;
+using testing::StartsWith;
 
 static_assert( std::is_trivially_copyable_v< IntfId > && std::is_standard_layout_v< IntfId > );
 
@@ -23,47 +26,37 @@ struct Row {
 const Row named[] = {
    { "", "", IntfId() },
    { "Ethernet3", "Et3", EthIntfId::make( 0, 3, 0 ) },
-   { "Ethernet3/2", "Et3/2", EthIntfId::make( 0, 3, 2 ) },
-   { "Ethernet1/3/2", "Et1/3/2", EthIntfId::make( 1, 3, 2 ) },
    { "Ethernet1/3/0", "Et1/3/0", EthIntfId::make( 1, 3, 0 ) },
    { "Ethernet3/2.100", "Et3/2.100", EthIntfId::make( 0, 3, 2, 100 ) },
    { "Ethernet31/16383/63.4294967295", "Et31/16383/63.4294967295", EthIntfId::make( 31, 16383, 63, 4294967295u ) },
    { "Ethernet0/1", "Et0/1", EthIntfId::make( 0, 0, 1 ) },
    { "Ethernet0.5", "Et0.5", EthIntfId::make( 0, 0, 0, 5 ) },
    { "Ethernet1/0/0", "Et1/0/0", EthIntfId::make( 1, 0, 0 ) },
-   { "Vlan1", "Vl1", VlanIntfId::make( 1 ) },
    { "Vlan4094", "Vl4094", VlanIntfId::make( 4094 ) },
    { "Cpu", "Cpu", make( 6, 0 ) },
    { "Port-Channel7", "Po7", make( 7, 7 ) },
-   { "Port-Channel0", "Po0", make( 7, 0 ) },
    { "Port-Channel7.5", "Po7.5", make( 7, 7, 5 ) },
    { "Port-Channel33554431.268435455", "Po33554431.268435455", make( 7, 0x1ffffff, 0x0fffffff ) },
    { "Recirculation1", "Re1", make( 7, 1, 1u << 28 ) },
-   { "Ecmp3", "Ecmp3", make( 7, 3, 2u << 28 ) },
    { "Ecmp3.9", "Ecmp3.9", make( 7, 3, 2u << 28 | 9 ) },
    { "PeerEthernet3", "PEt3", make( 8, 3 << 6 ) },
-   { "PeerEthernet0", "PEt0", make( 8, 0 ) },
    { "PeerPort-Channel7", "PPo7", make( 9, 7 ) },
    { "PeerRecirculation33554431.268435455", "PRe33554431.268435455", make( 9, 0x1ffffff, 0x1fffffff ) },
-   { "PeerEcmp3", "PEcmp3", make( 9, 3, 2u << 28 ) },
    { "Pseudowire-Ethernet3.100", "Pw-Et3.100", make( 59, 3 << 6, 100 << 8 ) },
    { "Pseudowire-Ethernet3/2", "Pw-Et3/2", make( 59, 3 << 6 | 2, 4095 << 8 ) },
-   { "Pseudowire-Port-Channel7.4094", "Pw-Po7.4094", make( 59, 7, 4094 << 8 | 7 ) },
    { "Pseudowire-Cpu.1", "Pw-Cpu.1", make( 59, 0, 1 << 8 | 6 ) },
    { "Pseudowire-PeerPort-Channel33554431.4094", "Pw-PPo33554431.4094", make( 59, 0x1ffffff, 4094 << 8 | 9 ) },
-   // What no family names: stray bits, numbers out of range, unknown kinds and sub-types, pseudowires without a parent that has a name.
+   // What no family names: stray bits, numbers out of range, unknown kinds and sub-types, pseudowires without a parent that has a
+   // name.
    { "Intf-0000000102000001", "Intf-0000000102000001", make( 1, 1, 1 ) },
-   { "Intf-0000000002000000", "Intf-0000000002000000", make( 1, 0 ) },
    { "Intf-0000000002000fff", "Intf-0000000002000fff", make( 1, 4095 ) },
-   { "Intf-000000000c000001", "Intf-000000000c000001", make( 6, 1 ) },
    { "Intf-300000000e000007", "Intf-300000000e000007", make( 7, 7, 3u << 28 ) },
-   { "Intf-0000000004000001", "Intf-0000000004000001", make( 2, 1 ) },
    { "Intf-ffffffffffffffff", "Intf-ffffffffffffffff", make( 127, 0x1ffffff, 0xffffffff ) },
-   { "Intf-00000000760000c0", "Intf-00000000760000c0", make( 59, 3 << 6 ) },                       // VLAN 0
-   { "Intf-00100000760000c0", "Intf-00100000760000c0", make( 59, 3 << 6, 4096 << 8 ) },            // VLAN 4096
-   { "Intf-0000648076000007", "Intf-0000648076000007", make( 59, 7, 100 << 8 | 128 ) },            // a parent type of 8 bits
-   { "Intf-0000640076000000", "Intf-0000640076000000", make( 59, 0, 100 << 8 ) },                  // the empty parent
-   { "Intf-0000643b76000007", "Intf-0000643b76000007", make( 59, 7, 100 << 8 | 59 ) },             // a pseudowire's pseudowire
+   { "Intf-00000000760000c0", "Intf-00000000760000c0", make( 59, 3 << 6 ) },              // VLAN 0
+   { "Intf-00100000760000c0", "Intf-00100000760000c0", make( 59, 3 << 6, 4096 << 8 ) },   // VLAN 4096
+   { "Intf-0000648076000007", "Intf-0000648076000007", make( 59, 7, 100 << 8 | 128 ) },   // a parent type of 8 bits
+   { "Intf-0000640076000000", "Intf-0000640076000000", make( 59, 0, 100 << 8 ) },         // the empty parent
+   { "Intf-0000643b76000007", "Intf-0000643b76000007", make( 59, 7, 100 << 8 | 59 ) },    // a pseudowire's pseudowire
 };
 
 TEST( IntfId, NamesBothWays ) {
@@ -91,14 +84,8 @@ TEST( IntfId, RefusesWhatIsNoName ) {
       "Intf-0000000000000000", "Intf-00000000000000c0", "Intf-000000000c000000", "Intf-00006400760000c0",
       "Intf-000000000C000001", "Intf-000000000c00001", "Intf-000000000c0000001", "Intf-0x00000004000001"
    };
-   for( const char* text : bad ) {
-      try {
-         const IntfId id{ std::string_view( text ) };
-         ADD_FAILURE() << text << " was read as " << id;
-      } catch( const Kel::RangeException& e ) {
-         EXPECT_NE( std::string( e.what() ).find( "'" + std::string( text ) + "'" ), std::string::npos ) << e.what();
-      }
-   }
+   for( const char* text : bad )
+      EXPECT_THAT( thrown( [ & ] { IntfId id{ std::string_view( text ) }; } ), HasSubstr( "'" + std::string( text ) + "'" ) );
 }
 
 TEST( IntfId, SaysWhatWasExpected ) {
@@ -106,25 +93,21 @@ TEST( IntfId, SaysWhatWasExpected ) {
       std::string text;
       std::string message;
    } const rows[] = {
-      { "Etherne3", "interface name 'Etherne3' is not valid: expected a name like Ethernet3, Ethernet3/2.100, Port-Channel7, Vlan10 or Cpu" },
+      { "Etherne3",
+        "interface name 'Etherne3' is not valid: expected a name like Ethernet3, Ethernet3/2.100, Port-Channel7, Vlan10 or Cpu" },
       { "Vlan5000", "interface name 'Vlan5000' is not valid: expected Vlan and then a VLAN from 1 to 4094" },
       { "Cpu1", "interface name 'Cpu1' is not valid: expected Cpu and then nothing" },
-      { "Po7.0", "interface name 'Po7.0' is not valid: expected Port-Channel and then a number up to 33554431, perhaps with a sub-interface like .5, "
+      { "Po7.0", "interface name 'Po7.0' is not valid: expected Port-Channel and then a number up to 33554431, perhaps with a "
+                 "sub-interface like .5, "
                  "up to 268435455" },
-      { "Pw-Et3.5000", "interface name 'Pw-Et3.5000' is not valid: expected an interface without a sub-interface, perhaps with a VLAN like "
-                       ".100, up to 4094" },
+      { "Pw-Et3.5000",
+        "interface name 'Pw-Et3.5000' is not valid: expected an interface without a sub-interface, perhaps with a VLAN like "
+        ".100, up to 4094" },
       { "Intf-5", "interface name 'Intf-5' is not valid: expected 16 hexadecimal digits" },
       { "Et\x01\xff\n", "interface name 'Et\\x01\\xff\\x0a' is not valid: expected Ethernet and then a port like 3" },
       { std::string( 1 << 20, 'x' ), "interface name '" + std::string( 64, 'x' ) + "...' is not valid" },
    };
-   for( const auto& row : rows ) {
-      try {
-         IntfId id( row.text );
-         ADD_FAILURE() << row.text.substr( 0, 70 );
-      } catch( const Kel::RangeException& e ) {
-         EXPECT_EQ( std::string( e.what() ).substr( 0, row.message.size() ), row.message );
-      }
-   }
+   for( const auto& row : rows ) EXPECT_THAT( thrown( [ & ] { IntfId id( row.text ); } ), StartsWith( row.message ) );
 }
 
 /// A 64-bit pattern of the kind that bugs like: kinds, sub-types and fields near their limits, else any bits.
@@ -134,7 +117,8 @@ IntfId someId( std::mt19937& random ) {
    const U32 type = random() % 8 ? pick( { 0, 1, 6, 7, 8, 9, 59, 59 } ) : any() & 127;
    const U32 index = random() % 3 ? any() & 0x1ffffff : pick( { 0, 1, 63, 64, 0x100000, 4094, 4095, 0x1ffffff } );
    U32 high = random() % 3 ? pick( { 0, 0, 1, 5, 0x0fffffff, 0x10000000, 0x20000001, 0x30000000, 0xffffffff } ) : any();
-   if( type == 59 && random() % 4 ) high = pick( { 0, 1, 100, 4094, 4095, 4096, 0xffffff } ) << 8 | pick( { 0, 1, 6, 7, 8, 9, 10, 59, 127, 128, 255 } );
+   if( type == 59 && random() % 4 )
+      high = pick( { 0, 1, 100, 4094, 4095, 4096, 0xffffff } ) << 8 | pick( { 0, 1, 6, 7, 8, 9, 10, 59, 127, 128, 255 } );
    return make( type, index, high );
 }
 
@@ -180,9 +164,12 @@ TEST( IntfId, ReadTextIsCanonical ) {
       ++good;
       // A pseudowire may mix: a full name with its parent's short one.
       const bool mixed = typeId( id ) == IntfTypeId::pseudowire && !name.starts_with( "Intf-" );
-      const auto numbers = []( std::string_view text ) { return text.substr( std::min( text.size(), text.find_first_of( "0123456789." ) ) ); };
+      const auto numbers = []( std::string_view text ) {
+         return text.substr( std::min( text.size(), text.find_first_of( "0123456789." ) ) );
+      };
       const Kel::String8 full = id.stringValue();
-      ASSERT_TRUE( name == full.view() || name == id.shortName().view() || ( mixed && numbers( name ) == numbers( full ) ) ) << name << " " << id;
+      ASSERT_TRUE( name == full.view() || name == id.shortName().view() || ( mixed && numbers( name ) == numbers( full ) ) )
+         << name << " " << id;
    }
    EXPECT_GT( good, 100000 );
 }
@@ -222,7 +209,8 @@ TEST( IntfId, PartsHashAndOrder ) {
       "", "Ethernet3", "Ethernet3.100", "Ethernet3/1", "Ethernet4", "Ethernet1/1/1", "Vlan10", "Cpu", "Port-Channel7",
       "PeerEthernet1"
    };
-   for( std::size_t i = 1; i < std::size( ascending ); ++i ) EXPECT_LT( IntfId( ascending[ i - 1 ] ), IntfId( ascending[ i ] ) ) << ascending[ i ];
+   for( std::size_t i = 1; i < std::size( ascending ); ++i )
+      EXPECT_LT( IntfId( ascending[ i - 1 ] ), IntfId( ascending[ i ] ) ) << ascending[ i ];
 }
 
 }

@@ -5,8 +5,8 @@
 #include <quor/IpAddr.h>
 #include <quor/TextForm.h>
 
-// The texts of RFC 4291, section 2.2, printed as RFC 5952 recommends: hexadecimal in lower case without leading zeros, "::" for the
-// longest run of at least two zero groups, the first of equal ones. Only an IPv4-mapped address (::ffff:0:0/96) shows its
+// The texts of RFC 4291, section 2.2, printed as RFC 5952 recommends: hexadecimal in lower case without leading zeros, "::" for
+// the longest run of at least two zero groups, the first of equal ones. Only an IPv4-mapped address (::ffff:0:0/96) shows its
 // last 32 bits in dotted form, since only there does the address itself say that they are an IPv4 address. Numbers of a dotted
 // form have no leading zeros: some programs read them as octal.
 
@@ -33,7 +33,8 @@ bool parseV4( const char* at, const char* to, Kel::U8* bytes ) noexcept {
       if( i > 0 && ( at == to || *at++ != '.' ) ) return false;
       const char* const digits = at;
       unsigned value = 0;
-      while( at != to && *at >= '0' && *at <= '9' && at - digits < 4 ) value = value * 10 + static_cast< unsigned >( *at++ - '0' );
+      while( at != to && *at >= '0' && *at <= '9' && at - digits < 4 )
+         value = value * 10 + static_cast< unsigned >( *at++ - '0' );
       if( at == digits || value > 255 || ( *digits == '0' && at - digits > 1 ) ) return false;
       bytes[ i ] = static_cast< Kel::U8 >( value );
    }
@@ -53,8 +54,10 @@ std::pair< int, int > longestZeroRun( const Groups& groups, int count ) noexcept
 
 char* printV6( char* to, const Kel::U8* bytes ) noexcept {
    Groups groups;
-   for( std::size_t i = 0; i < groups.size(); ++i ) groups[ i ] = static_cast< Kel::U16 >( bytes[ 2 * i ] << 8 | bytes[ 2 * i + 1 ] );
-   const bool mapped = groups[ 5 ] == 0xffff && std::all_of( groups.begin(), groups.begin() + 5, []( Kel::U16 g ) { return g == 0; } );
+   for( std::size_t i = 0; i < groups.size(); ++i )
+      groups[ i ] = static_cast< Kel::U16 >( bytes[ 2 * i ] << 8 | bytes[ 2 * i + 1 ] );
+   const bool mapped =
+      groups[ 5 ] == 0xffff && std::all_of( groups.begin(), groups.begin() + 5, []( Kel::U16 g ) { return g == 0; } );
    const int count = mapped ? 6 : 8;
    const auto [ zeros, zerosEnd ] = longestZeroRun( groups, count );
    for( int i = 0; i < count; ++i ) {

@@ -11,8 +11,8 @@
 
 namespace [[gnu::visibility("default")]] Quor {
 
-/// An IPv4 or an IPv6 address, or none. A plain value of 20 bytes: the version as a 32-bit number (0, 4 or 6), then the address in
-/// network order, an IPv4 address in the first four bytes and zeros behind it.
+/// An IPv4 or an IPv6 address, or none. A plain value of 20 bytes: the version as a 32-bit number (0, 4 or 6), then the address
+/// in network order, an IPv4 address in the first four bytes and zeros behind it.
 class IpAddr {
  public:
    /// The most characters that `print` writes.

@@ -9,8 +9,8 @@
 // this library only.
 namespace Quor::Detail {
 
-/// Throws `Kel::RangeException`: "WHAT 'TEXT' is not valid: expected EXPECTED". The text is cut when it is long, and what can't be
-/// printed stands in it as \xNN.
+/// Throws `Kel::RangeException`: "WHAT 'TEXT' is not valid: expected EXPECTED". The text is cut when it is long, and what can't
+/// be printed stands in it as \xNN.
 [[noreturn, gnu::cold]] void refuseText( std::string_view what, std::string_view text, std::string_view expected );
 
 template< class T >

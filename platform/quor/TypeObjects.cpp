@@ -13,9 +13,11 @@ namespace Quor {
 namespace {
 
 template< class T >
-constexpr Kel::ExternalOps externalOps( void ( *write )( const void*, Kel::LogOut& ) = nullptr, void ( *read )( void*, Kel::LogIn& ) = nullptr ) {
+constexpr Kel::ExternalOps externalOps( void ( *write )( const void*, Kel::LogOut& ) = nullptr,
+                                        void ( *read )( void*, Kel::LogIn& ) = nullptr ) {
    return { T::maxText, []( const void* v, char* to ) { return static_cast< const T* >( v )->print( to ); },
-            []( void* v, Kel::TextIter& from, Kel::TextIter to ) { return T::parse( from, to, *static_cast< T* >( v ) ); }, write, read };
+            []( void* v, Kel::TextIter& from, Kel::TextIter to ) { return T::parse( from, to, *static_cast< T* >( v ) ); }, write,
+            read };
 }
 
 template< class T >

@@ -47,7 +47,8 @@ TEST( TypeObjectsTest, TextAndLogForms ) {
    check< Quor::IntfId >( "Quor::IntfId", "Ethernet3", "'Ethernet3'", { 0x80, 0xc0, 0 } );
    check< Quor::IntfId >( "Quor::IntfId", "", "''", { 0, 0 } );
    check< Quor::IpAddr >( "Quor::IpAddr", "192.0.2.1", "'192.0.2.1'", { 4, 192, 0, 2, 1 } );
-   check< Quor::IpAddr >( "Quor::IpAddr", "2001:db8::1", "'2001:db8::1'", { 6, 0x20, 1, 0xd, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1 } );
+   check< Quor::IpAddr >( "Quor::IpAddr", "2001:db8::1", "'2001:db8::1'",
+                          { 6, 0x20, 1, 0xd, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1 } );
    check< Quor::IpAddr >( "Quor::IpAddr", "", "''", { 0 } );
    const Kel::U8 badVersion[] = { 5, 1, 2, 3, 4 };
    Quor::IpAddr address;

@@ -11,7 +11,8 @@ TEST( VlanIntfId, FieldsAndLimits ) {
    EXPECT_FALSE( VlanIntfId::isVlanIntfId( EthIntfId::make( 0, 10, 0 ) ) );
    EXPECT_FALSE( VlanIntfId::isVlanIntfId( IntfId() ) );
    for( Kel::U32 vlan : { 0u, 4095u } ) EXPECT_DEATH( VlanIntfId::make( vlan ), "vlanId >= 1 && vlanId <= 4094" );
-   EXPECT_DEATH( VlanIntfId::vlanId( EthIntfId::make( 0, 1, 0 ) ), "VlanIntfId: .*: assertion \"isVlanIntfId\\( intfId \\)\" failed" );
+   EXPECT_DEATH( VlanIntfId::vlanId( EthIntfId::make( 0, 1, 0 ) ),
+                 "VlanIntfId: .*: assertion \"isVlanIntfId\\( intfId \\)\" failed" );
 }
 
 }

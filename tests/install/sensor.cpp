@@ -18,5 +18,6 @@ int main() {
    const auto sensor = Lab::sensorFactory( "sensor" );
    const Kel::Ptr< Printer > printer( new Printer( sensor ) );
    sensor->readingIs( 2.5 );
-   sensor->hostIs( { Quor::EthAddr( "02:00:00:00:00:01" ), Quor::IntfId( "Ethernet1" ), 0, 0, Bridging::EntryType::learnedDynamicMac } );
+   sensor->hostIs( { Quor::EthAddr( "02:00:00:00:00:01" ), Quor::IntfId( "Ethernet1" ), 0, 0,
+                     Bridging::EntryType::learnedDynamicMac } );
 }

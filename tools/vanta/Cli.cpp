@@ -22,8 +22,8 @@ void appendRow( std::string& text, std::string left, const char* right, std::siz
 }
 
 std::string CommandLine::help() const {
-   std::string text = "Usage: " + name + ( options.empty() ? "" : " [OPTION]..." ) + ( operands.empty() ? "" : " " + operands ) + "\n\n" +
-                      description + "\n\nOptions:\n";
+   std::string text = "Usage: " + name + ( options.empty() ? "" : " [OPTION]..." ) + ( operands.empty() ? "" : " " + operands );
+   text += "\n\n" + description + "\n\nOptions:\n";
    std::size_t width = std::string_view( "--help" ).size();
    for( const Option& option : options ) width = std::max( width, leftColumn( option ).size() );
    for( const Option& option : options ) appendRow( text, leftColumn( option ), option.help, width );
@@ -34,7 +34,8 @@ std::string CommandLine::help() const {
 std::optional< std::vector< std::string > > CommandLine::parse( int argc, char** argv ) const {
    std::vector< option > longOptions;
    for( std::size_t i = 0; i < options.size(); ++i ) {
-      longOptions.push_back( { options[ i ].name, options[ i ].argument ? required_argument : no_argument, nullptr, int( 256 + i ) } );
+      longOptions.push_back( { options[ i ].name, options[ i ].argument ? required_argument : no_argument, nullptr,
+                               int( 256 + i ) } );
    }
    longOptions.push_back( { "help", no_argument, nullptr, 'h' } );
    longOptions.push_back( { nullptr, 0, nullptr, 0 } );
@@ -63,12 +64,13 @@ int runCommand( const std::string& group, const char* description, std::span< co
       try {
          return command.run( argc - 1, argv + 1 );
       } catch( const UsageError& e ) {
-         std::fprintf( stderr, "%s %s: %s; see '%s %s --help'\n", group.c_str(), command.name, e.what(), group.c_str(), command.name );
+         std::fprintf( stderr, "%s %s: %s; see '%s %s --help'\n", group.c_str(), command.name, e.what(), group.c_str(),
+                       command.name );
          return e.code();
       } catch( const std::exception& e ) {
          const auto* failure = dynamic_cast< const Failure* >( &e );
          std::fprintf( stderr, "%s %s: %s\n", group.c_str(), command.name, e.what() );
-         return failure ? failure->code() : exitUsage;
+         return failure ? failure->code() : exitNotConnected;
       }
    }
    const bool helped = word == "--help" || word == "-h" || word == "help";

@@ -17,7 +17,7 @@ enum ExitCode {
    exitOk = 0,
    exitFalse = 1,        ///< What was asked for is not there, though everything could be read.
    exitUsage = 2,        ///< The command line, or something that it names, can't be used.
-   exitNotConnected = 3, ///< No table, writer or ring to read from.
+   exitNotConnected = 3, ///< No table, writer or ring to read from, or the system refuses to read or write.
 };
 
 /// Ends the command: one line on standard error, then the exit code.

@@ -109,7 +109,8 @@ std::optional< std::string > sectionOf( File& file ) {
    for( std::uint64_t i = 0; i < count; ++i ) {
       const auto found = section( i );
       if( stringAt( nameTable, found.sh_name ) != sectionName ) continue;
-      if( found.sh_type == SHT_NOBITS || ( found.sh_flags & SHF_COMPRESSED ) ) file.fail( "its section .kel.type holds no plain bytes" );
+      if( found.sh_type == SHT_NOBITS || ( found.sh_flags & SHF_COMPRESSED ) )
+         file.fail( "its section .kel.type holds no plain bytes" );
       return file.bytesAt( found.sh_offset, found.sh_size, "the section .kel.type" );
    }
    return std::nullopt;
@@ -135,7 +136,8 @@ std::vector< std::string > typeNamesIn( std::string_view section, const std::str
    std::vector< std::string > names;
    while( !section.empty() ) {
       const auto end = section.find( '\0' );
-      if( end == section.npos ) throw Failure( exitUsage, "cannot read '" + path + "': its section .kel.type ends inside a name" );
+      if( end == section.npos )
+         throw Failure( exitUsage, "cannot read '" + path + "': its section .kel.type ends inside a name" );
       if( end > 0 ) names.emplace_back( section.substr( 0, end ) );
       section.remove_prefix( end + 1 );
    }

@@ -52,7 +52,9 @@ void showAsJson( const FdbConnection& connection, const std::string& table, cons
 /// Throws `Failure` when there is no table that can be read.
 void requireTable( const FdbConnection& connection ) {
    if( connection.state() == Plexo::TableState::connecting ) {
-      throw Failure( exitNotConnected, "there is no " + connection.description() + "; is its writer (vanta-fdbd) running? 'vanta tables' lists the tables" );
+      throw Failure( exitNotConnected,
+                     "there is no " + connection.description() +
+                        "; is its writer (vanta-fdbd) running? 'vanta tables' lists the tables" );
    }
    if( connection.state() == Plexo::TableState::degraded ) {
       throw Failure( exitNotConnected, connection.description() + " can't be used: " + printable( connection.reason() ) );
@@ -63,7 +65,8 @@ void requireTable( const FdbConnection& connection ) {
 
 void addTableOption( std::vector< Option >& options, std::string& table ) {
    table = "fdb";
-   options.push_back( { "table", "NAME", "the table of learned hosts (default: fdb)", [ &table ]( const char* text ) { table = text; } } );
+   options.push_back( { "table", "NAME", "the table of learned hosts (default: fdb)",
+                        [ &table ]( const char* text ) { table = text; } } );
 }
 
 int fdbShow( int argc, char** argv ) {
@@ -81,7 +84,8 @@ int fdbShow( int argc, char** argv ) {
    const FdbConnection connection( table );
    requireTable( connection );
    if( connection.state() == Plexo::TableState::stale ) {
-      std::fprintf( stderr, "vanta fdb show: the writer of %s is gone; these are its last records\n", connection.description().c_str() );
+      std::fprintf( stderr, "vanta fdb show: the writer of %s is gone; these are its last records\n",
+                    connection.description().c_str() );
    }
    const std::vector< Host > hosts = matchingHosts( *connection.hosts(), filter );
    if( json ) showAsJson( connection, table, hosts );
@@ -96,7 +100,8 @@ int fdbCommand( int argc, char** argv ) {
       { "show", "print the table once", fdbShow },
       { "watch", "print the table, then every change as it happens", fdbWatch },
    };
-   return runCommand( "vanta fdb", "The MAC address table: which host was learned on which port of which VLAN.", commands, argc, argv );
+   return runCommand( "vanta fdb", "The MAC address table: which host was learned on which port of which VLAN.", commands, argc,
+                      argv );
 }
 
 }

@@ -35,7 +35,8 @@ class FdbConnection::SyncReactor : public Plexo::Bridging::Status::NotifieeConst
 
 FdbConnection::FdbConnection( const std::string& table )
    : description_( "table '" + table + "' in " + Plexo::tableDirectory() ),
-     signals_( activity_, { SIGINT, SIGTERM }, [ this ]( int ) { stopped_ = true; } ), table_( Plexo::Bridging::statusFactory( "table" ) ),
+     signals_( activity_, { SIGINT, SIGTERM }, [ this ]( int ) { stopped_ = true; } ),
+     table_( Plexo::Bridging::statusFactory( "table" ) ),
      hosts_( Bridging::statusFactory( "hosts" ) ) {
    try {
       table_->plexoFdbStatusControl().setUp( { .name = table, .mode = Plexo::TableMode::reader } );
@@ -49,7 +50,8 @@ FdbConnection::FdbConnection( const std::string& table )
 }
 
 void FdbConnection::stateHandlerIs( std::function< void() > handler ) {
-   table_->plexoFdbStatusControl().stateHandlerIs( [ handler = std::move( handler ) ]( Plexo::TableState, const std::string& ) { handler(); } );
+   const auto told = [ handler = std::move( handler ) ]( Plexo::TableState, const std::string& ) { handler(); };
+   table_->plexoFdbStatusControl().stateHandlerIs( told );
 }
 
 bool FdbConnection::wait( double seconds ) {

@@ -22,13 +22,15 @@ bool HostFilter::matches( Bridging::Fid fid, const Bridging::LearnedHost& host )
 }
 
 void HostFilter::addOptionsTo( std::vector< Option >& options ) {
-   options.push_back( { "vlan", "N", "only hosts of this VLAN", [ this ]( const char* text ) {
+   options.push_back( { "vlan", "N", "only hosts of this VLAN, or filtering database, from 0 to 65535",
+                        [ this ]( const char* text ) {
                           vlan = Bridging::Fid( Kel::U16( numberOf( "--vlan", text, 0, 65535 ) ) );
                        } } );
    options.push_back( { "port", "PORT", "only hosts on this port, such as Ethernet3 or Et3", [ this ]( const char* text ) {
                           port = parsed< Quor::IntfId >( "--port", text );
                        } } );
-   options.push_back( { "address", "MAC", "only the host with this address, such as 02:00:00:00:00:01", [ this ]( const char* text ) {
+   options.push_back( { "address", "MAC", "only the host with this address, such as 02:00:00:00:00:01",
+                        [ this ]( const char* text ) {
                           address = parsed< Quor::EthAddr >( "--address", text );
                        } } );
 }

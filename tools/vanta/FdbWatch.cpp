@@ -66,7 +66,8 @@ class Printer : public HostListener {
       if( settings_.json ) {
          Json out;
          out.object().member( "event", "gone" ).member( "vlan", Kel::U32( fid.value() ) );
-         out.member( "address", address.stringValue().str() ).member( "port", before.stringValue().str() ).endObject().printLine();
+         out.member( "address", address.stringValue().str() ).member( "port", before.stringValue().str() );
+         out.endObject().printLine();
       } else {
          line( "gone", fid, address, before.stringValue().str() );
       }
@@ -78,7 +79,8 @@ class Printer : public HostListener {
       if( text == state_ && reason == reason_ ) return;
       state_ = text;
       reason_ = reason;
-      if( settings_.json ) Json().object().member( "event", "state" ).member( "state", text ).member( "reason", reason ).endObject().printLine();
+      if( settings_.json )
+         Json().object().member( "event", "state" ).member( "state", text ).member( "reason", reason ).endObject().printLine();
       else std::fprintf( stderr, "vanta fdb watch: %s\n", stateForPeople( connection ).c_str() );
    }
 
@@ -158,9 +160,10 @@ class Watch {
 int fdbWatch( int argc, char** argv ) {
    Settings settings;
    CommandLine line{ .name = "vanta fdb watch",
-                     .description = "Prints the MAC address table, a marker, then every change as it happens, until it is interrupted. It may start\n"
-                                    "before the table's writer and outlives it.\n\n"
-                                    "Exit codes: 0 ended as asked; 1 fewer changes than --count came in time; 3 the table never came." };
+                     .description = "Prints the MAC address table, a marker, then every change as it happens, until it\n"
+                                    "is interrupted. It may start before the table's writer and outlives it.\n\n"
+                                    "Exit codes: 0 ended as asked; 1 fewer changes than --count came in time; 3 the table\n"
+                                    "never came." };
    addTableOption( line.options, settings.table );
    settings.filter.addOptionsTo( line.options );
    line.options.push_back( { "until-sync", nullptr, "stop at the marker", [ & ]( const char* ) { settings.untilSync = true; } } );

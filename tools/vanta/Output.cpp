@@ -18,7 +18,7 @@ void checkOutput( bool written ) {
    if( written ) return;
    const int reason = errno;
    if( reason != EPIPE ) std::fprintf( stderr, "vanta: cannot write the output: %s\n", std::strerror( reason ) );
-   _exit( exitUsage ); // no flush at exit: it would fail again
+   _exit( exitNotConnected ); // no flush at exit: it would fail again
 }
 
 std::string coloured( const char* code, std::string_view text ) {
@@ -35,7 +35,8 @@ std::size_t utf8Length( std::string_view text ) {
       if( ( at( i ) & 0xc0 ) != 0x80 ) return 0;
    }
    const unsigned second = at( 1 );
-   const bool bad = ( first == 0xe0 && second < 0xa0 ) || ( first == 0xed && second > 0x9f ) || ( first == 0xf0 && second < 0x90 ) ||
+   const bool bad = ( first == 0xe0 && second < 0xa0 ) || ( first == 0xed && second > 0x9f ) ||
+      ( first == 0xf0 && second < 0x90 ) ||
                     ( first == 0xf4 && second > 0x8f );
    return bad ? 0 : length;
 }

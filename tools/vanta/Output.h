@@ -63,6 +63,7 @@ class Json {
    Json& value( std::uint32_t number ) { return also( writer_.Uint( number ) ); }
    Json& value( std::int64_t number ) { return also( writer_.Int64( number ) ); }
    Json& value( int number ) { return also( writer_.Int( number ) ); }
+   Json& value( std::nullptr_t ) { return also( writer_.Null() ); }
    Json& value( bool truth ) { return also( writer_.Bool( truth ) ); }
    Json& value( double number );
    template< class T >

@@ -13,6 +13,11 @@ std::string stateOf( const Plexo::TableInfo& table ) {
    return red( table.reason.empty() ? state : state + ": " + printable( table.reason ) );
 }
 
+/// Whether the table's header could be read; if not, nothing is known of what the table holds.
+bool isKnown( const Plexo::TableInfo& table ) { return table.recordBytes != 0; }
+
+std::string cell( bool known, std::uint64_t number ) { return known ? std::to_string( number ) : "-"; }
+
 void show( const std::vector< Plexo::TableInfo >& tables ) {
    Table out( { { "TABLE" },
                 { "RECORDS", Table::right },
@@ -22,9 +27,10 @@ void show( const std::vector< Plexo::TableInfo >& tables ) {
                 { "LAST WRITER", Table::right },
                 { "STATE" } } );
    for( const Plexo::TableInfo& table : tables ) {
-      out.row( { printable( table.name ), std::to_string( table.records ), std::to_string( table.maxRecords ),
-                 std::to_string( ( table.bytesUsed + 1023 ) / 1024 ), std::to_string( table.changes ),
-                 table.writerPid ? std::to_string( table.writerPid ) : "-", stateOf( table ) } );
+      const bool known = isKnown( table );
+      out.row( { printable( table.name ), cell( known, table.records ), cell( known, table.maxRecords ),
+                 cell( known || table.bytesUsed, ( table.bytesUsed + 1023 ) / 1024 ), cell( known, table.changes ),
+                 cell( table.writerPid, table.writerPid ), stateOf( table ) } );
    }
    out.print();
 }
@@ -35,9 +41,18 @@ void showAsJson( const std::vector< Plexo::TableInfo >& tables ) {
    for( const Plexo::TableInfo& table : tables ) {
       out.object().member( "name", table.name ).member( "path", table.path );
       out.member( "state", Plexo::stringValue( table.state ) ).member( "reason", table.reason );
-      out.member( "writerAlive", table.state == Plexo::TableState::live ).member( "writerPid", table.writerPid );
-      out.member( "records", table.records ).member( "capacity", table.maxRecords ).member( "recordBytes", table.recordBytes );
-      out.member( "bytes", table.bytesUsed ).member( "changes", table.changes ).member( "layout", table.layout ).endObject();
+      out.member( "writerAlive", table.state == Plexo::TableState::live );
+      const auto number = [ &out ]( const char* name, bool known, std::uint64_t value ) {
+         known ? out.member( name, value ) : out.member( name, nullptr );
+      };
+      const bool known = isKnown( table );
+      number( "writerPid", table.writerPid, table.writerPid );
+      number( "records", known, table.records );
+      number( "capacity", known, table.maxRecords );
+      number( "recordBytes", known, table.recordBytes );
+      number( "bytes", known || table.bytesUsed, table.bytesUsed );
+      number( "changes", known, table.changes );
+      out.member( "layout", table.layout ).endObject();
    }
    out.endArray().printLine();
 }
@@ -47,8 +62,9 @@ void showAsJson( const std::vector< Plexo::TableInfo >& tables ) {
 int tablesCommand( int argc, char** argv ) {
    bool json = false;
    const CommandLine line{ .name = "vanta tables",
-                           .description = "Lists the shared-memory tables of this machine (in PLEXO_DIR, or /dev/shm/plexo) with their writers' state:\n"
-                                          "live, stale (the writer is gone, its records stay readable) or degraded, with the reason.",
+                           .description = "Lists the shared-memory tables of this machine (in PLEXO_DIR, or /dev/shm/plexo) with\n"
+                                          "their writers' state: live, stale (the writer is gone, its records stay readable) or\n"
+                                          "degraded, with the reason. What can't be told of a table is \"-\", or null in JSON.",
                            .options = { { "json", nullptr, "print one JSON array", [ & ]( const char* ) { json = true; } } } };
    if( !line.parse( argc, argv ) ) return exitOk;
 

@@ -65,7 +65,8 @@ int list( bool json ) {
    } else {
       Table table( { { "PROGRAM" }, { "PID", Table::right }, { "STARTED" }, { "FILE" }, { "STATE" } } );
       for( const Ring& ring : all ) {
-         table.row( { printable( ring->program() ), std::to_string( ring->pid() ), dateTime( double( ring->openedAt() ) * nanoseconds ),
+         table.row( { printable( ring->program() ), std::to_string( ring->pid() ),
+                      dateTime( double( ring->openedAt() ) * nanoseconds ),
                       printable( ring->path() ), ring->alive() ? green( "alive" ) : red( "ended" ) } );
       }
       table.print();
@@ -94,7 +95,8 @@ std::uint64_t showFrom( Kel::RiloReader& ring, std::uint64_t from, std::uint64_t
       else print( "(" + std::to_string( batch.lost ) + " messages are lost here)\n" );
    }
    const std::size_t count = batch.messages.size();
-   for( std::size_t i = count - std::size_t( std::min< std::uint64_t >( last, count ) ); i < count; ++i ) show( batch.messages[ i ], json );
+   for( std::size_t i = count - std::size_t( std::min< std::uint64_t >( last, count ) ); i < count; ++i )
+      show( batch.messages[ i ], json );
    flushOutput();
    return batch.next;
 }
@@ -124,7 +126,8 @@ int traceCommand( int argc, char** argv ) {
       .description = "Prints the last trace messages of a process, also of one that has ended, however it ended. Of several\n"
                      "processes of one program, the newest is taken. Without a name, lists the rings of this machine.",
       .options = { { "follow", nullptr, "go on until the process ends", [ & ]( const char* ) { following = true; } },
-                   { "last", "N", "begin with the last N messages", [ & ]( const char* text ) { last = numberOf( "--last", text, 0, ~0ull ); } },
+                   { "last", "N", "begin with the last N messages",
+                     [ & ]( const char* text ) { last = numberOf( "--last", text, 0, ~0ull ); } },
                    { "json", nullptr, "print one JSON object a line", [ & ]( const char* ) { json = true; } } },
       .mostOperands = 1 };
    const auto operands = line.parse( argc, argv );

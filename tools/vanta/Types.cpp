@@ -24,8 +24,9 @@ int typesCommand( int argc, char** argv ) {
    bool json = false;
    const CommandLine line{ .name = "vanta types",
                            .operands = "[LIBRARY]",
-                           .description = "Lists the types that a library declares, in the order of its section .kel.type, without loading it.\n"
-                                          "LIBRARY is a file of either word size; without it, the libVanta that this command uses.",
+                           .description = "Lists the types that a library declares, in the order of its section .kel.type, without\n"
+                                          "loading it. LIBRARY is a file of either word size; without it, the libVanta that this\n"
+                                          "command uses.",
                            .options = { { "json", nullptr, "print one JSON object", [ & ]( const char* ) { json = true; } } },
                            .mostOperands = 1 };
    const auto operands = line.parse( argc, argv );

@@ -22,9 +22,12 @@ TEST_F( Vanta, RefusesACommandLineInOneLineThatPointsToTheHelp ) {
       { "tables a", "vanta tables: unexpected argument: 'a'; see 'vanta tables --help'\n" },
       { "fdb show --vlan", "vanta fdb show: option '--vlan' needs an argument; see 'vanta fdb show --help'\n" },
       { "fdb show --vlan ten", "vanta fdb show: --vlan is a number from 0 to 65535, not 'ten'; see 'vanta fdb show --help'\n" },
-      { "fdb show --vlan 65536", "vanta fdb show: --vlan is a number from 0 to 65535, not '65536'; see 'vanta fdb show --help'\n" },
-      { "fdb watch --timeout -1", "vanta fdb watch: --timeout is a time in seconds, at most a day, not '-1'; see 'vanta fdb watch --help'\n" },
-      { "fdb watch --timeout nan", "vanta fdb watch: --timeout is a time in seconds, at most a day, not 'nan'; see 'vanta fdb watch --help'\n" },
+      { "fdb show --vlan 65536",
+        "vanta fdb show: --vlan is a number from 0 to 65535, not '65536'; see 'vanta fdb show --help'\n" },
+      { "fdb watch --timeout -1",
+        "vanta fdb watch: --timeout is a time in seconds, at most a day, not '-1'; see 'vanta fdb watch --help'\n" },
+      { "fdb watch --timeout nan",
+        "vanta fdb watch: --timeout is a time in seconds, at most a day, not 'nan'; see 'vanta fdb watch --help'\n" },
    };
    for( const Case& c : cases ) {
       const Outcome result = run( c.arguments );
@@ -48,7 +51,7 @@ TEST_F( Vanta, EveryCommandHasItsHelp ) {
 
 TEST_F( Vanta, OutputThatCantBeWrittenEndsTheCommand ) {
    const int status = std::system( ( "'" + program() + "' types >/dev/full 2>'" + directory_ + "/err'" ).c_str() );
-   EXPECT_EQ( exitCode( status ), 2 );
+   EXPECT_EQ( exitCode( status ), 3 );
    EXPECT_EQ( contentOf( directory_ + "/err" ), "vanta: cannot write the output: No space left on device\n" );
    // A reader that stops early is no error, also where the signal for it is ignored.
    EXPECT_EQ( run( "types", "| true" ).err, "" );
@@ -111,7 +114,17 @@ TEST_F( Vanta, TraceOfAProcessThatWasKilled ) {
    ASSERT_EQ( list.Size(), 1u );
    EXPECT_EQ( list[ 0 ][ "pid" ].GetInt(), child );
    EXPECT_FALSE( list[ 0 ][ "alive" ].GetBool() );
-   EXPECT_EQ( run( "trace " + directory_ + "/foreign.1" ).code, 2 );
+}
+
+TEST_F( Vanta, WhatTheSystemRefusesIsNoUsageError ) {
+   std::ofstream( directory_ + "/file" ) << "no ring, and no directory";
+   const Outcome tables = run( "tables", "", "PLEXO_DIR='" + directory_ + "/file'" );
+   EXPECT_EQ( tables.code, 3 );
+   EXPECT_EQ( tables.err, "vanta tables: cannot read the table directory " + directory_ + "/file: Not a directory\n" );
+   const Outcome trace = run( "trace /nope/x" );
+   EXPECT_EQ( trace.code, 3 );
+   EXPECT_EQ( trace.err, "vanta trace: trace ring /nope/x can't be opened: No such file or directory\n" );
+   EXPECT_EQ( run( "trace " + directory_ + "/file" ).code, 3 );
 }
 
 TEST_F( Vanta, CompletionOffersWhatTheHelpLists ) {

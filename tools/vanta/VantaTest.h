@@ -1,14 +1,11 @@
 #pragma once
 
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
+#include <plexo/TestFiles.h>
 #include <rapidjson/document.h>
 #include <sstream>
 #include <sys/wait.h>
-#include <unistd.h>
 
 namespace Tool {
 
@@ -33,19 +30,13 @@ inline std::string contentOf( const std::string& path ) {
 /// Runs the real command as a person or a script would, with a folder of its own for tables and traces.
 class VantaCommand : public testing::Test {
  protected:
-   VantaCommand() {
-      char name[] = "/tmp/vanta-test-XXXXXX";
-      directory_ = mkdtemp( name );
-      setenv( "PLEXO_DIR", directory_.c_str(), 1 );
-      setenv( "RILO_DIR", directory_.c_str(), 1 );
-      setenv( "TZ", "UTC", 1 );
-   }
-   ~VantaCommand() override { std::filesystem::remove_all( directory_ ); }
+   VantaCommand() { setenv( "TZ", "UTC", 1 ); }
 
-   /// `arguments` as a shell reads them; `before` and `after` stand around the command.
+   /// `arguments` as a shell reads them; `before` and `after` stand around the command, which is ended when it hangs.
    Outcome run( const std::string& arguments, const std::string& after = "", const std::string& before = "" ) {
       const std::string out = directory_ + "/out", err = directory_ + "/err";
-      const std::string line = before + " '" + program() + "' " + arguments + " 2>'" + err + "' " + after + " >'" + out + "'";
+      const std::string line = before + " timeout " + std::to_string( Plexo::longestTest ) + " '" + program() + "' " + arguments +
+         " 2>'" + err + "' " + after + " >'" + out + "'";
       return { exitCode( std::system( line.c_str() ) ), contentOf( out ), contentOf( err ) };
    }
 
@@ -57,7 +48,8 @@ class VantaCommand : public testing::Test {
       return json;
    }
 
-   std::string directory_;
+   const Plexo::TestDirectory home_{ { "PLEXO_DIR", "RILO_DIR" } };
+   const std::string& directory_ = home_.path;
 };
 
 }

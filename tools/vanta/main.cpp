@@ -20,7 +20,8 @@ int main( int argc, char** argv ) {
    const int code = Tool::runCommand( "vanta",
                                       "Shows what a switch's agents share: tables, traces and types.\n\n"
                                       "Exit codes: 0 done; 1 what was asked for is not there; 2 the command line, or something that\n"
-                                      "it names, can't be used; 3 there is nothing to connect to.",
+                                      "it names, can't be used; 3 there is nothing to connect to, or the system refuses to read\n"
+                                      "or write.",
                                       commands, argc, argv );
    Tool::flushOutput();
    return code;

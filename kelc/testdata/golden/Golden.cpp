@@ -9,29 +9,21 @@
    static ::Kel::TraceHandle& handle = ::Kel::traceHandle( "Golden" );
    return handle;
 }
-
 namespace Bridging {
 static constexpr ::Kel::Enumerator State_names[] = { { 0, "idle" }, { 3, "busy" } };
-constinit ::Kel::Type State_Type{ { .qualifiedName = "Bridging::State", .code = ::Kel::TypeCode::enumeration, .size = sizeof( State ),
-   .values = &::Kel::valueOps< State >, .enumerators = State_names, .wrap = &::Kel::makeGenericIf< State > } };
+constinit ::Kel::Type State_Type{ ::Kel::enumInfo< State >( "Bridging::State", State_names ) };
 // --- VlanId
 constinit const ::Kel::Attr VlanId::attrs_[] = {
    ::Kel::attr< ::Kel::U16 >( "value", offsetof( VlanId, value_ ) ),
    ::Kel::constantAttr( "max", &max ),
 };
-constinit ::Kel::Type VlanId::_Type{ { .qualifiedName = "Bridging::VlanId", .code = _code, .size = sizeof( VlanId ), .attrs = attrs_,
-   .values = &::Kel::valueOps< VlanId >, .bounds = { 1, 4094, "VlanId::value < 1 or > 4094 not allowed" }, .wrap = &::Kel::makeGenericIf< VlanId > } };
-struct VlanId::Layout_ {
-   static_assert( sizeof( VlanId ) == 2 );
-};
-
+constinit ::Kel::Type VlanId::_Type{ ::Kel::valueInfo< VlanId >( "Bridging::VlanId", attrs_, { 1, 4094, "VlanId::value < 1 or > 4094 not allowed" } ) };
+struct VlanId::Layout_ { static_assert( sizeof( VlanId ) == 2 ); };
 // --- Label
 constinit const ::Kel::Attr Label::attrs_[] = {
    ::Kel::attr< ::Kel::String8 >( "value", offsetof( Label, value_ ) ),
 };
-constinit ::Kel::Type Label::_Type{ { .qualifiedName = "Bridging::Label", .code = _code, .size = sizeof( Label ), .attrs = attrs_,
-   .values = &::Kel::valueOps< Label >, .bounds = { 0, 10, "Label::bytes > 10 not allowed" }, .wrap = &::Kel::makeGenericIf< Label > } };
-
+constinit ::Kel::Type Label::_Type{ ::Kel::valueInfo< Label >( "Bridging::Label", attrs_, { 0, 10, "Label::bytes > 10 not allowed" } ) };
 // --- Host
 constinit const ::Kel::Attr Host::attrs_[] = {
    ::Kel::attr< ::Bridging::VlanId >( "vlan", offsetof( Host, vlan_ ) ),
@@ -39,12 +31,8 @@ constinit const ::Kel::Attr Host::attrs_[] = {
    ::Kel::attr< ::Kel::Seconds >( "lastMove", offsetof( Host, lastMove_ ), 0, &::Kel::BuiltIn::seconds ),
    ::Kel::attr< ::Bridging::State >( "state", offsetof( Host, state_ ) ),
 };
-constinit ::Kel::Type Host::_Type{ { .qualifiedName = "Bridging::Host", .code = _code, .size = sizeof( Host ), .attrs = attrs_,
-   .values = &::Kel::valueOps< Host >, .wrap = &::Kel::makeGenericIf< Host > } };
-struct Host::Layout_ {
-   static_assert( sizeof( Host ) == 20 && offsetof( Host, vlan_ ) == 0 && offsetof( Host, moves_ ) == 4 && offsetof( Host, lastMove_ ) == 8 && offsetof( Host, state_ ) == 16 );
-};
-
+constinit ::Kel::Type Host::_Type{ ::Kel::valueInfo< Host >( "Bridging::Host", attrs_ ) };
+struct Host::Layout_ { static_assert( sizeof( Host ) == 20 && offsetof( Host, vlan_ ) == 0 && offsetof( Host, moves_ ) == 4 && offsetof( Host, lastMove_ ) == 8 && offsetof( Host, state_ ) == 16 ); };
 // --- HostDir
 constinit const ::Kel::Attr HostDir::attrs_[] = {
    ::Kel::attr< ::Bridging::VlanId >( "vlan", offsetof( HostDir, vlan_ ), 0x05 ),
@@ -53,44 +41,32 @@ constinit const ::Kel::Attr HostDir::attrs_[] = {
    ::Kel::attr< ::Kel::Seconds >( "agingTime", offsetof( HostDir, agingTime_ ), 0x0b, &::Kel::BuiltIn::seconds ),
    ::Kel::derivedAttr< HostDir, &HostDir::good >( "good" ),
 };
-constinit ::Kel::Type HostDir::_Type{ { .qualifiedName = "Bridging::HostDir", .code = _code, .size = sizeof( HostDir ), .attrs = attrs_,
-   .base = &::Kel::Entity::_Type, .firstAttr = ::Kel::Entity::Attr_::count_,
-   .make = []( const void* const* p ) { return ::Kel::Ptr< ::Kel::Entity >( new HostDir( *static_cast< const ::Bridging::VlanId* >( p[ 0 ] ), *static_cast< const bool* >( p[ 1 ] ) ) ); },
-   .wrap = &::Kel::makeGenericIf< HostDir > } };
+constinit ::Kel::Type HostDir::_Type{ ::Kel::entityInfo< HostDir, ::Kel::Entity, ::Bridging::VlanId, bool >( "Bridging::HostDir", attrs_ ) };
 HostDir::HostDir( ::Bridging::VlanId vlan, bool internal ) : ::Kel::Entity( ::Kel::keyName( vlan ) ), vlan_( vlan ), internal_( internal ) {}
 void HostDir::NotifieeConst::dispatch( const ::Kel::Change& change ) {
    switch( change.attr ) {
-   case Attr_::host:
-      onHostkelImmediate();
-      return change.key ? onHost( *static_cast< const ::Bridging::VlanId* >( change.key ) ) : onHost();
    case Attr_::agingTime: return onAgingTime();
+   case Attr_::host: return onHostkelImmediate(), change.key ? onHost( *static_cast< const ::Bridging::VlanId* >( change.key ) ) : onHost();
    default: return ::Kel::Entity::NotifieeConst::dispatch( change );
    }
 }
 ::Kel::Ptr< ::Bridging::HostDir > hostDirFactory( ::Bridging::VlanId vlan, bool internal ) { return ::Kel::Ptr< ::Bridging::HostDir >( new HostDir( vlan, internal ) ); }
-
 // --- Status
 constinit const ::Kel::Attr Status::attrs_[] = {
    ::Kel::collectionAttr< HostDirMap_ >( "hostDir", ::Kel::AttrKind::childMap, offsetof( Status, hostDir_ ), 0x0b ),
    ::Kel::attr< ::Bridging::Label >( "label", offsetof( Status, label_ ), 0x0b ),
    ::Kel::operationAttr< Status, &Status::find, ::Bridging::VlanId >( "find" ),
 };
-constinit ::Kel::Type Status::_Type{ { .qualifiedName = "Bridging::Status", .code = _code, .size = sizeof( Status ), .attrs = attrs_,
-   .base = &::Kel::Entity::_Type, .firstAttr = ::Kel::Entity::Attr_::count_,
-   .make = []( const void* const* p ) { return ::Kel::Ptr< ::Kel::Entity >( new Status( *static_cast< const ::Kel::Name* >( p[ 0 ] ) ) ); },
-   .takesName = true, .wrap = &::Kel::makeGenericIf< Status > } };
+constinit ::Kel::Type Status::_Type{ ::Kel::namedInfo< Status, ::Kel::Entity >( "Bridging::Status", attrs_ ) };
 Status::Status( const ::Kel::Name& name ) : ::Kel::Entity( name ) {}
 void Status::NotifieeConst::dispatch( const ::Kel::Change& change ) {
    switch( change.attr ) {
-   case Attr_::hostDir:
-      onHostDirkelImmediate();
-      return change.key ? onHostDir( *static_cast< const ::Bridging::VlanId* >( change.key ) ) : onHostDir();
    case Attr_::label: return onLabel();
+   case Attr_::hostDir: return onHostDirkelImmediate(), change.key ? onHostDir( *static_cast< const ::Bridging::VlanId* >( change.key ) ) : onHostDir();
    default: return ::Kel::Entity::NotifieeConst::dispatch( change );
    }
 }
 ::Kel::Ptr< ::Bridging::Status > statusFactory( const ::Kel::Name& name ) { return ::Kel::Ptr< ::Bridging::Status >( new Status( name ) ); }
-
 // --- HostSm
 constinit const ::Kel::Attr HostSm::attrs_[] = {
    ::Kel::ptrAttr< ::Bridging::Status >( "status", ::Kel::AttrKind::reactor, offsetof( HostSm, status_ ), 0 ),
@@ -98,8 +74,7 @@ constinit const ::Kel::Attr HostSm::attrs_[] = {
    ::Kel::attr< bool >( "ready", offsetof( HostSm, ready_ ) ),
    ::Kel::operationAttr< HostSm, &HostSm::handleInitialized >( "handleInitialized" ),
 };
-constinit ::Kel::Type HostSm::_Type{ { .qualifiedName = "Bridging::HostSm", .code = _code, .size = sizeof( HostSm ), .attrs = attrs_,
-   .base = &::Kel::Machine::_Type, .firstAttr = ::Kel::Machine::Attr_::count_, .wrap = &::Kel::makeGenericIf< HostSm > } };
+constinit ::Kel::Type HostSm::_Type{ ::Kel::objectInfo< HostSm, ::Kel::Machine >( "Bridging::HostSm", attrs_ ) };
 HostSm::HostSm( const ::Kel::Ptr< const ::Bridging::Status >& status ) {
    if( status ) status_ = new KelStatus( status, this );
    kelFollowHostDir();
@@ -113,6 +88,7 @@ HostSm::~HostSm() {
 void HostSm::statusIs( const ::Kel::Ptr< const ::Bridging::Status >& entity ) {
    if( !entity ) nullRefused( "status" );
    if( status() == entity ) return;
+   const auto kept = kelKept();
    if( status_ ) status_->kelGone(), status_->deactivate();
    status_ = new KelStatus( entity, this );
    status_->hasNotificationActiveIs( hasNotificationActive() );
@@ -125,12 +101,15 @@ void HostSm::statusIs( const ::Kel::Ptr< const ::Bridging::Status >& entity ) {
 }
 ::Kel::Ptr< HostSm::KelHostDir > HostSm::hostDirIs( const ::Kel::Ptr< const ::Bridging::HostDir >& entity ) {
    if( !entity ) nullRefused( "hostDir" );
+   const auto kept = kelKept();
    return ::Kel::followEntity( hostDir_, ::Bridging::VlanId( entity->vlan() ), ::Kel::Ptr< const ::Bridging::HostDir >( entity ), this );
 }
 void HostSm::hostDirDel( ::Bridging::VlanId key ) { ::Kel::unfollowEntity( hostDir_, key ); }
 void HostSm::kelFollowHostDir() {
-   if( !status() ) return;
-   ::Kel::followAll( status()->hostDirMap_(), hostDir_, [ this ]( const auto& e ) { hostDirIs( e ); }, [ this ]( const auto& k ) { hostDirDel( k ); } );
+   const auto kept = kelKept();
+   const auto from = status();
+   if( !from ) return;
+   ::Kel::followAll( from->hostDirMap_(), hostDir_, [ this ]( const auto& e ) { hostDirIs( e ); }, [ this ]( const auto& k ) { hostDirDel( k ); } );
 }
 void HostSm::kelFollowHostDir( ::Bridging::VlanId key ) {
    if( const auto entity = status() ? status()->hostDir( key ) : nullptr ) hostDirIs( entity );
@@ -144,16 +123,12 @@ void HostSm::hasNotificationActiveIs( bool on ) {
 ::Kel::Ptr< ::Bridging::HostSm > hostSmFactory( const ::Kel::Ptr< const ::Bridging::Status >& status ) {
    return ::Kel::Ptr< ::Bridging::HostSm >( new HostSm( status ) );
 }
-
 }
 
-static ::Kel::Type* const kelTypes[] = { &::Bridging::VlanId::_Type,
-   &::Bridging::Label::_Type,
-   &::Bridging::State_Type,
-   &::Bridging::Host::_Type,
-   &::Bridging::HostDir::_Type,
-   &::Bridging::Status::_Type,
-   &::Bridging::HostSm::_Type };
+static ::Kel::Type* const kelTypes[] = {
+   &::Bridging::VlanId::_Type, &::Bridging::Label::_Type, &::Bridging::State_Type, &::Bridging::Host::_Type,
+   &::Bridging::HostDir::_Type, &::Bridging::Status::_Type, &::Bridging::HostSm::_Type
+};
 static ::Kel::S32 kelHandles[ 0 + 2 + ::Bridging::HostDir::Attr_::count_ - ::Kel::Entity::Attr_::count_ + 2 + ::Bridging::Status::Attr_::count_ - ::Kel::Entity::Attr_::count_ ];
 extern ::Kel::Module kelModuleGolden_;
 constinit ::Kel::Module kelModuleGolden_{ .name = "Golden", .types = kelTypes, .handles = kelHandles };

@@ -18,16 +18,8 @@ namespace kelModuleGolden {
 }
 
 namespace [[gnu::visibility("default")]] Bridging {
-using ::Kel::operator<<;
-using ::Kel::stringValue;
-using ::Kel::valueToStrep;
-enum class State : ::Kel::U32;
-class VlanId;
-class Label;
-class Host;
-class HostDir;
-class Status;
-class HostSm;
+using ::Kel::operator<<, ::Kel::stringValue, ::Kel::valueToStrep;
+enum class State : ::Kel::U32; class VlanId; class Label; class Host; class HostDir; class Status; class HostSm;
 }
 
 namespace [[gnu::visibility("default")]] Bridging {
@@ -54,11 +46,9 @@ class VlanId : public ::Kel::Value< VlanId > {
    friend auto operator<=>( const VlanId&, const VlanId& ) = default;
    ::Kel::U32 hash() const { return ::Kel::hashOf( value_ ); }
    template< class Visit > auto kelParts( Visit visit ) const { return visit( ::Kel::part( &value_ ) ); }
-
    using GenericIf_ = ::Kel::GenericIfOf< VlanId >;
    static constexpr ::Kel::TypeCode _code = ::Kel::TypeCode::scalar;
    static ::Kel::Type _Type;
-
  private:
    struct Layout_;
    static const ::Kel::Attr attrs_[];
@@ -79,11 +69,9 @@ class Label : public ::Kel::Value< Label > {
    friend auto operator<=>( const Label&, const Label& ) = default;
    ::Kel::U32 hash() const { return ::Kel::hashOf( value_ ); }
    template< class Visit > auto kelParts( Visit visit ) const { return visit( ::Kel::part( &value_ ) ); }
-
    using GenericIf_ = ::Kel::GenericIfOf< Label >;
    static constexpr ::Kel::TypeCode _code = ::Kel::TypeCode::scalar;
    static ::Kel::Type _Type;
-
  private:
    static const ::Kel::Attr attrs_[];
    ::Kel::String8 value_;
@@ -109,11 +97,9 @@ class Host : public ::Kel::Value< Host > {
    bool operator!() const { return *this == Host(); }
    ::Kel::U32 hash() const { return ::Kel::hashAll( vlan_, moves_, ::Kel::Seconds( lastMove_ ), state_ ); }
    template< class Visit > auto kelParts( Visit visit ) const { return visit( ::Kel::part( &vlan_ ), ::Kel::part( &moves_ ), ::Kel::part( &lastMove_ ), ::Kel::part( &state_ ) ); }
-
    using GenericIf_ = ::Kel::GenericIfOf< Host >;
    static constexpr ::Kel::TypeCode _code = ::Kel::TypeCode::composite;
    static ::Kel::Type _Type;
-
  private:
    struct Layout_;
    static const ::Kel::Attr attrs_[];
@@ -123,15 +109,18 @@ class Host : public ::Kel::Value< Host > {
    ::Bridging::State state_ = ::Bridging::State::busy;
 };
 
-/// The hosts of one VLAN.
+/// The hosts of
+/// one VLAN.
+///
+/// A second paragraph.
 class HostDir : public ::Kel::Entity {
  public:
-   struct Attr_ : ::Kel::Entity::Attr_ {
-      enum : ::Kel::U16 { vlan = ::Kel::Entity::Attr_::count_, internal, host, agingTime, good, count_ };
-   };
+   struct Attr_ : ::Kel::Entity::Attr_ { enum : ::Kel::U16 { vlan = ::Kel::Entity::Attr_::count_, internal, host, agingTime, good, count_ }; };
    using HostMap_ = ::Kel::HashMap< ::Bridging::VlanId, ::Bridging::Host >;
-
    HostDir( ::Bridging::VlanId vlan, bool internal );
+   /// Its VLAN.
+   ///
+   /// Never changes.
    ::Bridging::VlanId vlan() const { return vlan_; }
    bool internal() const { return internal_; }
    ::Bridging::Host host( ::Bridging::VlanId key ) const { return at( host_, key, ::Bridging::Host() ); }
@@ -139,34 +128,24 @@ class HostDir : public ::Kel::Entity {
    ::Bridging::Host newHost( const ::Bridging::Host& v ) { return hostIs( v ); }
    ::Bridging::Host hostDel( ::Bridging::VlanId key ) { return delFrom( Attr_::host, host_, key ); }
    ::Bridging::Host hostDel( const HostMap_::ConstIterator& at ) { return delAt( Attr_::host, host_, at ); }
-   void hostDelAll() { delAll( Attr_::host, host_ ); }
+   void hostDelAll() { delAll( Attr_::host, host_ ); }   void hostNotifyCollection() { attrNotify( Attr_::host ); }
    void hostNotify( ::Bridging::VlanId key ) { attrNotify( Attr_::host, &key ); }
-   void hostNotifyCollection() { attrNotify( Attr_::host ); }
-   ::std::size_t hostCount() const { return host_.size(); }
+   ::std::size_t hostCount() const { return host_.size(); }   const HostMap_& hostMap_() const { return host_; }
    HostMap_::Iterator hostIter() { return host_.iterator(); }
    HostMap_::ConstIterator hostIterConst() const { return host_.iterator(); }
-   const HostMap_& hostMap_() const { return host_; }
    ::Kel::Seconds agingTime() const { return agingTime_; }
    void agingTimeIs( ::Kel::Seconds v ) { set( Attr_::agingTime, agingTime_, v, &NotifieeConst::onAgingTime ); }
    bool good() const;
-
-   class NotifieeConst : public ::Kel::Entity::NotifieeConst {
+   class NotifieeConst : public ::Kel::NotifieeOf< HostDir, ::Kel::Entity::NotifieeConst > {
     public:
-      NotifieeConst() { watchedTypeIs( HostDir::_Type ); }
-      explicit NotifieeConst( const ::Kel::Ptr< const HostDir >& notifier ) : NotifieeConst() { activate( notifier.ptr() ); }
-      ::Kel::Ptr< const HostDir > notifier() const { return static_cast< const HostDir* >( notifierEntity() ); }
-      virtual void onHost() {}
-      virtual void onHost( ::Bridging::VlanId ) {}
-      virtual void onHostkelImmediate() {}
+      using NotifieeOf::NotifieeOf;
+      virtual void onHost() {} virtual void onHost( ::Bridging::VlanId ) {} virtual void onHostkelImmediate() {}
       virtual void onAgingTime() {}
       void dispatch( const ::Kel::Change& change ) override;
    };
-
    using GenericIf_ = ::Kel::GenericIfOf< HostDir >;
    static ::Kel::Type _Type;
-   static ::Kel::Type& _fwkType() { return _Type; }
-   ::Kel::Type& fwkType() const override { return _Type; }
-
+   static ::Kel::Type& _fwkType() { return _Type; }   ::Kel::Type& fwkType() const override { return _Type; }
  private:
    static const ::Kel::Attr attrs_[];
    ::Bridging::VlanId vlan_;
@@ -178,45 +157,35 @@ class HostDir : public ::Kel::Entity {
 
 class Status : public ::Kel::Entity {
  public:
-   struct Attr_ : ::Kel::Entity::Attr_ {
-      enum : ::Kel::U16 { hostDir = ::Kel::Entity::Attr_::count_, label, find, count_ };
-   };
+   struct Attr_ : ::Kel::Entity::Attr_ { enum : ::Kel::U16 { hostDir = ::Kel::Entity::Attr_::count_, label, find, count_ }; };
    using HostDirMap_ = ::Kel::HashMap< ::Bridging::VlanId, ::Kel::Ptr< ::Bridging::HostDir > >;
-
    explicit Status( const ::Kel::Name& name );
    ::Kel::Ptr< ::Bridging::HostDir > hostDir( ::Bridging::VlanId key ) const { return at( hostDir_, key, ::Kel::Ptr< ::Bridging::HostDir >() ); }
    ::Kel::Ptr< ::Bridging::HostDir > newHostDir( ::Bridging::VlanId vlan, bool internal ) { return newChild< ::Bridging::HostDir >( Attr_::hostDir, hostDir_, vlan, { &vlan, &internal }, vlan, internal ); }
    ::Kel::Ptr< ::Bridging::HostDir > hostDirIs( ::Bridging::VlanId vlan, bool internal ) { return newHostDir( vlan, internal ); }
    ::Kel::Ptr< ::Bridging::HostDir > hostDirDel( ::Bridging::VlanId key ) { return delFrom( Attr_::hostDir, hostDir_, key ); }
    ::Kel::Ptr< ::Bridging::HostDir > hostDirDel( const HostDirMap_::ConstIterator& at ) { return delAt( Attr_::hostDir, hostDir_, at ); }
-   void hostDirDelAll() { delAll( Attr_::hostDir, hostDir_ ); }
+   void hostDirDelAll() { delAll( Attr_::hostDir, hostDir_ ); }   void hostDirNotifyCollection() { attrNotify( Attr_::hostDir ); }
    void hostDirNotify( ::Bridging::VlanId key ) { attrNotify( Attr_::hostDir, &key ); }
-   void hostDirNotifyCollection() { attrNotify( Attr_::hostDir ); }
-   ::std::size_t hostDirCount() const { return hostDir_.size(); }
+   ::std::size_t hostDirCount() const { return hostDir_.size(); }   const HostDirMap_& hostDirMap_() const { return hostDir_; }
    HostDirMap_::Iterator hostDirIter() { return hostDir_.iterator(); }
    HostDirMap_::ConstIterator hostDirIterConst() const { return hostDir_.iterator(); }
-   const HostDirMap_& hostDirMap_() const { return hostDir_; }
    const ::Bridging::Label& label() const { return label_; }
    void labelIs( const ::Bridging::Label& v ) { set( Attr_::label, label_, v, &NotifieeConst::onLabel ); }
+   /// The hosts of a VLAN.
+   ///
+   /// Null when there are none.
    ::Kel::Ptr< ::Bridging::HostDir > find( ::Bridging::VlanId vlan ) const;
-
-   class NotifieeConst : public ::Kel::Entity::NotifieeConst {
+   class NotifieeConst : public ::Kel::NotifieeOf< Status, ::Kel::Entity::NotifieeConst > {
     public:
-      NotifieeConst() { watchedTypeIs( Status::_Type ); }
-      explicit NotifieeConst( const ::Kel::Ptr< const Status >& notifier ) : NotifieeConst() { activate( notifier.ptr() ); }
-      ::Kel::Ptr< const Status > notifier() const { return static_cast< const Status* >( notifierEntity() ); }
-      virtual void onHostDir() {}
-      virtual void onHostDir( ::Bridging::VlanId ) {}
-      virtual void onHostDirkelImmediate() {}
+      using NotifieeOf::NotifieeOf;
+      virtual void onHostDir() {} virtual void onHostDir( ::Bridging::VlanId ) {} virtual void onHostDirkelImmediate() {}
       virtual void onLabel() {}
       void dispatch( const ::Kel::Change& change ) override;
    };
-
    using GenericIf_ = ::Kel::GenericIfOf< Status >;
    static ::Kel::Type _Type;
-   static ::Kel::Type& _fwkType() { return _Type; }
-   ::Kel::Type& fwkType() const override { return _Type; }
-
+   static ::Kel::Type& _fwkType() { return _Type; }   ::Kel::Type& fwkType() const override { return _Type; }
  private:
    static const ::Kel::Attr attrs_[];
    HostDirMap_ hostDir_;
@@ -227,13 +196,10 @@ class Status : public ::Kel::Entity {
 /// Follows every host.
 class HostSm : public ::Kel::Machine {
  public:
-   struct Attr_ : ::Kel::Machine::Attr_ {
-      enum : ::Kel::U16 { status = ::Kel::Machine::Attr_::count_, hostDir, ready, handleInitialized, count_ };
-   };
+   struct Attr_ : ::Kel::Machine::Attr_ { enum : ::Kel::U16 { status = ::Kel::Machine::Attr_::count_, hostDir, ready, handleInitialized, count_ }; };
    class KelStatus;
    class KelHostDir;
    using HostDirMap_ = ::Kel::ReactorMap< ::Bridging::VlanId, KelHostDir >;
-
    explicit HostSm( const ::Kel::Ptr< const ::Bridging::Status >& status );
    ~HostSm() override;
    ::Kel::Ptr< const ::Bridging::Status > status() const;
@@ -249,12 +215,9 @@ class HostSm : public ::Kel::Machine {
    virtual void readyIs( bool v ) { ready_ = v; }
    void hasNotificationActiveIs( bool on ) override;
    virtual void handleInitialized();
-
    using GenericIf_ = ::Kel::GenericIfOf< HostSm >;
    static ::Kel::Type _Type;
-   static ::Kel::Type& _fwkType() { return _Type; }
-   ::Kel::Type& fwkType() const override { return _Type; }
-
+   static ::Kel::Type& _fwkType() { return _Type; }   ::Kel::Type& fwkType() const override { return _Type; }
  private:
    void kelFollowHostDir();
    void kelFollowHostDir( ::Bridging::VlanId key );
@@ -275,7 +238,6 @@ class HostSm::KelStatus : public ::Bridging::Status::NotifieeConst {
    /// Called by the machine when the reactor is in its place, and once before it goes.
    void kelStart() {}
    void kelGone() {}
-
  private:
    HostSm* kelOwner_;
 };
@@ -294,7 +256,6 @@ class HostSm::KelHostDir : public ::Bridging::HostDir::NotifieeConst {
    /// Called by the machine when the reactor is in its place, and once before it goes.
    void kelStart() { handleHosts(); }
    void kelGone() { if( !::std::exchange( kelGone_, true ) ) { cleanHosts(); } }
-
  private:
    void onZombie() override { kelGone(); }
    HostSm* kelOwner_;
@@ -302,5 +263,4 @@ class HostSm::KelHostDir : public ::Bridging::HostDir::NotifieeConst {
 };
 ::Kel::Ptr< HostSm > hostSmFactory( const ::Kel::Ptr< const ::Bridging::Status >& status );
 inline ::Kel::Ptr< HostSm > HostSmIs( const ::Kel::Ptr< const ::Bridging::Status >& status ) { return hostSmFactory( status ); }
-
 }
