@@ -115,7 +115,7 @@ TEST_F( VlanMuxDemuxTest, DescribesItsAttributesInOrder ) {
    const auto mux = newMux( true, wire );
    EXPECT_TRUE( mux->mode() == 3 && mux->initialized() && !mux->ethPam() );
    std::vector< std::string > names;
-   for( U16 i = 0; i < VlanMuxDemux::_Type.attrCount(); ++i ) {
+   for( U16 i = Kel::Machine::Attr_::count_; i < VlanMuxDemux::_Type.attrCount(); ++i ) {
       const Kel::Attr& row = VlanMuxDemux::_Type.attr( i );
       if( row.kind != Kel::AttrKind::operation ) names.emplace_back( row.name );
    }

@@ -68,11 +68,7 @@ bool exists( int index ) {
 
 }
 
-constinit Kel::Type EthDevPam::_Type{ { .qualifiedName = "Quor::EthDevPam",
-                                        .code = _code,
-                                        .size = sizeof( EthDevPam ),
-                                        .base = &Pam::_Type,
-                                        .wrap = &Kel::makeGenericIf< EthDevPam > } };
+constinit Kel::Type EthDevPam::_Type{ Kel::objectInfo< EthDevPam, Pam >( "Quor::EthDevPam", {} ) };
 
 EthDevPam::EthDevPam( const Kel::String8& deviceName ) : deviceName_( deviceName ), events_( epoll_create1( EPOLL_CLOEXEC ) ) {
    if( !events_ ) fail( "no descriptor" );

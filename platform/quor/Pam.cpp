@@ -4,11 +4,7 @@
 
 namespace Quor {
 
-constinit Kel::Type Pam::_Type{ { .qualifiedName = "Quor::Pam",
-                                  .code = _code,
-                                  .size = sizeof( Pam ),
-                                  .base = &Kel::Machine::_Type,
-                                  .wrap = &Kel::makeGenericIf< Pam > } };
+constinit Kel::Type Pam::_Type{ Kel::objectInfo< Pam, Kel::Machine >( "Quor::Pam", {} ) };
 
 PamNotifiee::~PamNotifiee() {
    if( pam_ ) pam_->notifiee_ = nullptr;

@@ -15,13 +15,7 @@ constinit const Kel::Attr PamMuxDemux::attrs_[] = {
    Kel::ptrAttr< Pam >( "onePam", Kel::AttrKind::ref, offsetof( PamMuxDemux, onePam_ ), 0 ),
 };
 #pragma GCC diagnostic pop
-constinit Kel::Type PamMuxDemux::_Type{ { .qualifiedName = "Quor::PamMuxDemux",
-                                          .code = _code,
-                                          .size = sizeof( PamMuxDemux ),
-                                          .attrs = attrs_,
-                                          .base = &Kel::Machine::_Type,
-                                          .firstAttr = Kel::Machine::Attr_::count_,
-                                          .wrap = &Kel::makeGenericIf< PamMuxDemux > } };
+constinit Kel::Type PamMuxDemux::_Type{ Kel::objectInfo< PamMuxDemux, Kel::Machine >( "Quor::PamMuxDemux", attrs_ ) };
 
 /// One key's endpoint. Its owner lets it know when it goes.
 class PamMuxDemux::Endpoint : public Pam {
