@@ -2,8 +2,8 @@
 
 #include <quor/EthTag.h>
 
-// What comes from a wire may be anything: a frame that is too short for its header, or for the tag that it announces, passes as it is and
-// counts as one without a tag.
+// What comes from a wire may be anything: a frame that is too short for its header, or for the tag that it announces, passes as
+// it is and counts as one without a tag.
 
 namespace Vanta {
 
@@ -38,7 +38,9 @@ Header headerOf( const Packet& pkt ) {
    return pkt.bytes() < Dot1qHdr::bytes ? Header::cut : Header::tagged;
 }
 
-void cutFrame( const Packet& pkt, const char* function ) { trace( 0, function, " frame too short for its header, bytes ", pkt.bytes() ); }
+void cutFrame( const Packet& pkt, const char* function ) {
+   trace( 0, function, " frame too short for its header, bytes ", pkt.bytes() );
+}
 
 }
 

@@ -27,7 +27,9 @@ struct Outcome {
    U32 key = 0;
    bool told = false;
    friend bool operator==( const Outcome&, const Outcome& ) = default;
-   friend void PrintTo( const Outcome& o, std::ostream* out ) { *out << testing::PrintToString( std::tie( o.frame, o.key, o.told ) ); }
+   friend void PrintTo( const Outcome& o, std::ostream* out ) {
+      *out << testing::PrintToString( std::tie( o.frame, o.key, o.told ) );
+   }
 };
 
 bool isTagged( const Bytes& f ) { return f.size() >= 14 && f[ 12 ] == 0x81 && f[ 13 ] == 0; }
@@ -78,7 +80,7 @@ TEST_F( VlanMuxDemuxTest, AnyFrameComesOutAsTheReferenceSays ) {
          for( U32 headRoom = 0; headRoom <= 8; ++headRoom ) {
             for( const bool leave : { false, true } ) {
                for( const bool shared : { false, true } ) {
-                  SCOPED_TRACE( testing::Message() << "type " << type << " head room " << headRoom << " leave " << leave << " shared " << shared );
+                  SCOPED_TRACE( testing::PrintToString( std::tie( type, headRoom, leave, shared ) ) );
                   const auto& mux = muxes[ leave ];
                   const Ptr< Packet > down( new Packet( frame, headRoom ) ), up( new Packet( frame, headRoom ) );
                   std::vector< Packet > others;
@@ -113,7 +115,7 @@ TEST_F( VlanMuxDemuxTest, DescribesItsAttributesInOrder ) {
    const auto mux = newMux( true, wire );
    EXPECT_TRUE( mux->mode() == 3 && mux->initialized() && !mux->ethPam() );
    std::vector< std::string > names;
-   for( U16 i = 0; i < VlanMuxDemux::_Type.attrCount(); ++i ) {
+   for( U16 i = Kel::Machine::Attr_::count_; i < VlanMuxDemux::_Type.attrCount(); ++i ) {
       const Kel::Attr& row = VlanMuxDemux::_Type.attr( i );
       if( row.kind != Kel::AttrKind::operation ) names.emplace_back( row.name );
    }

@@ -13,15 +13,16 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
-// One epoll set, which lives as long as the endpoint, holds the packet socket and a route socket (rtnetlink(7)) while the device is open. The
-// route socket tells that the device has gone. The packet socket's own error does not: it is raised when a device is taken down, which is
-// the first step of its removal too, and not again.
+// One epoll set, which lives as long as the endpoint, holds the packet socket and a route socket (rtnetlink(7)) while the device
+// is open. The route socket tells that the device has gone. The packet socket's own error does not: it is raised when a device is
+// taken down, which is the first step of its removal too, and not again.
 //
-// Frames are sent with sendmmsg(2). The ring that a packet socket can have for sending is not used: the system gives a slot back when the
-// driver has taken over the frame's ownership, and drivers of virtual devices do so while the receiver still reads the slot's pages.
+// Frames are sent with sendmmsg(2), not through the ring that a packet socket can have for sending as well: 64 frames to a call
+// over a veth pair took 570 to 710 ns a frame, and 700 to 940 ns through such a ring, whose pages Linux copies in its turn before
+// another device holds on to them.
 //
-// A callback may close the device, open it again and let the endpoint go, so a walk over the ring holds both and looks after each frame
-// whether it is still the present one.
+// A callback may close the device, open it again and let the endpoint go, so a walk over the ring holds both and looks after each
+// frame whether it is still the present one.
 
 namespace Quor {
 
@@ -39,7 +40,8 @@ Kel::UniqueFd linkSocket() {
    sockaddr_nl address{};
    address.nl_family = AF_NETLINK;
    address.nl_groups = RTMGRP_LINK;
-   if( fd.get() < 0 || ::bind( fd.get(), reinterpret_cast< const sockaddr* >( &address ), sizeof address ) < 0 ) fail( "no route socket" );
+   const bool isBound = fd && ::bind( fd.get(), reinterpret_cast< const sockaddr* >( &address ), sizeof address ) == 0;
+   if( !isBound ) fail( "no route socket" );
    return fd;
 }
 
@@ -66,11 +68,7 @@ bool exists( int index ) {
 
 }
 
-constinit Kel::Type EthDevPam::_Type{ { .qualifiedName = "Quor::EthDevPam",
-                                        .code = _code,
-                                        .size = sizeof( EthDevPam ),
-                                        .base = &Pam::_Type,
-                                        .wrap = &Kel::makeGenericIf< EthDevPam > } };
+constinit Kel::Type EthDevPam::_Type{ Kel::objectInfo< EthDevPam, Pam >( "Quor::EthDevPam", {} ) };
 
 EthDevPam::EthDevPam( const Kel::String8& deviceName ) : deviceName_( deviceName ), events_( epoll_create1( EPOLL_CLOEXEC ) ) {
    if( !events_ ) fail( "no descriptor" );
@@ -147,10 +145,7 @@ bool EthDevPam::deviceHasGone() {
    for( int i = 0; i < count; ++i ) {
       const auto& event = ready[ static_cast< std::size_t >( i ) ];
       isLink |= event.data.fd == links_.get();
-      int error = 0;
-      socklen_t size = sizeof error;
-      // Reading it clears it.
-      if( event.events & EPOLLERR && event.data.fd == ring_->fd() ) getsockopt( ring_->fd(), SOL_SOCKET, SO_ERROR, &error, &size );
+      if( event.events & EPOLLERR && event.data.fd == ring_->fd() ) ring_->clearError();
    }
    while( isLink ) {
       alignas( nlmsghdr ) char bytes[ 16384 ];
@@ -188,7 +183,8 @@ void EthDevPam::flush() {
    }
    bool again = true;   // the error of an earlier moment is reported once, in place of sending
    for( std::size_t done = 0; done < count; ) {
-      const int sent = ring_ ? sendmmsg( ring_->fd(), &messages[ done ], static_cast< unsigned >( count - done ), MSG_DONTWAIT ) : -1;
+      const auto left = static_cast< unsigned >( count - done );
+      const int sent = ring_ ? sendmmsg( ring_->fd(), &messages[ done ], left, MSG_DONTWAIT ) : -1;
       if( sent > 0 ) {
          done += static_cast< unsigned >( sent );
          counters_.txFrames += static_cast< unsigned >( sent );
@@ -198,7 +194,7 @@ void EthDevPam::flush() {
          ++counters_.txRefused;
          ++done;
       } else {
-         counters_.txDropped += count - done;
+         counters_.txDropped += left;
          break;
       }
    }

@@ -11,9 +11,9 @@ namespace [[gnu::visibility("default")]] Quor {
 
 class PacketRing;
 
-/// The frames of one Ethernet device of the system, over a packet socket (packet(7)); needs the right to open one (CAP_NET_RAW). Frames
-/// carry their VLAN tag, also where the system strips it, and have `Packet::defaultHeadRoom`. Those that the system itself sends out of
-/// the device are not received.
+/// The frames of one Ethernet device of the system, over a packet socket (packet(7)); needs the right to open one (CAP_NET_RAW).
+/// Frames carry their VLAN tag, also where the system strips it, and have `Packet::defaultHeadRoom`. Those that the system itself
+/// sends out of the device are not received.
 ///
 /// `fd()` is readable whenever `dispatch` has something to do:
 ///
@@ -22,9 +22,9 @@ class PacketRing;
 ///     pam->enabledIs( true );
 ///     auto watch = activity.watch( pam->fd(), Kel::FdEvents::reading(), [ pam ]( Kel::FdEvents ) { pam->dispatch(); } );
 ///
-/// A device that vanishes while it is in use, or moves to another network namespace, is told to the notifiee once, with `onGone`; the
-/// endpoint is then as before `enabledIs( true )`, which opens the device of that name again when there is one. One that is only taken
-/// down and up goes on by itself.
+/// A device that vanishes while it is in use, or moves to another network namespace, is told to the notifiee once, with `onGone`;
+/// the endpoint is then as before `enabledIs( true )`, which opens the device of that name again when there is one. One that is
+/// only taken down and up goes on by itself.
 class EthDevPam : public Pam {
  public:
    using U32 = Kel::U32;
@@ -58,8 +58,8 @@ class EthDevPam : public Pam {
    /// Whether frames to this group address are received.
    bool multicastAddr( const EthAddr& group ) const { return multicastAddrs_.contains( group ); }
    void multicastAddrIs( const EthAddr& group, bool on );
-   /// Opens the device or closes it. Throws `Kel::Exception` "Ethernet device 'et9' can't be opened: No such device", or whatever the
-   /// system's reason is, and is then closed.
+   /// Opens the device or closes it. Throws `Kel::Exception` "Ethernet device 'et9' can't be opened: No such device", or whatever
+   /// the system's reason is, and is then closed.
    bool enabled() const { return ring_ != nullptr; }
    void enabledIs( bool on );
 
@@ -68,7 +68,8 @@ class EthDevPam : public Pam {
    /// Delivers up to `budget` frames, and tells of a device that has gone. True when there may be more.
    bool dispatch( U32 budget = 256 );
 
-   /// Sends one frame at once, except from a callback of `dispatch` and while a `TxBatch` lives: then it goes with the others, in order.
+   /// Sends one frame at once, except from a callback of `dispatch` and while a `TxBatch` lives: then it goes with the others, in
+   /// order.
    void tx( const Kel::Ptr< Packet >& pkt ) override;
    void flush();
 

@@ -16,8 +16,8 @@ inline void netU16Is( Kel::U8* at, Kel::U16 v ) noexcept {
    std::memcpy( at, &v, sizeof v );
 }
 
-/// A view of the Ethernet header that begins at `at`: destination, source, and a type or length (IEEE Std 802.3-2022, 3.1.1 and 3.2.6).
-/// `Byte` is `const Kel::U8` for one that is only read. REQUIRES: `bytes` bytes stand there.
+/// A view of the Ethernet header that begins at `at`: destination, source, and a type or length (IEEE Std 802.3-2022, 3.1.1 and
+/// 3.2.6). `Byte` is `const Kel::U8` for one that is only read. REQUIRES: `bytes` bytes stand there.
 template< class Byte >
 class BasicEthHdr {
  public:
@@ -27,8 +27,8 @@ class BasicEthHdr {
 
    explicit BasicEthHdr( Byte* at ) noexcept : at_( at ) {}
 
-   EthAddr destination() const noexcept { return EthAddr( std::span< const Kel::U8, EthAddr::size >( at_, EthAddr::size ) ); }
-   EthAddr source() const noexcept { return EthAddr( std::span< const Kel::U8, EthAddr::size >( at_ + sourceOffset, EthAddr::size ) ); }
+   EthAddr destination() const noexcept { return addressAt( 0 ); }
+   EthAddr source() const noexcept { return addressAt( sourceOffset ); }
    Kel::U16 etherType() const noexcept { return netU16( at_ + typeOffset ); }
 
    void destinationIs( const EthAddr& v ) const noexcept { std::memcpy( at_, &v, sizeof v ); }
@@ -36,13 +36,17 @@ class BasicEthHdr {
    void etherTypeIs( Kel::U16 v ) const noexcept { netU16Is( at_ + typeOffset, v ); }
 
  private:
+   EthAddr addressAt( Kel::U32 offset ) const noexcept {
+      return EthAddr( std::span< const Kel::U8, EthAddr::size >( at_ + offset, EthAddr::size ) );
+   }
+
    Byte* at_;
 };
 using EthHdr = BasicEthHdr< Kel::U8 >;
 using ConstEthHdr = BasicEthHdr< const Kel::U8 >;
 
-/// A view of an Ethernet header with one tag behind its addresses: the tag's TPID and control information, then the type or length that
-/// the frame has without the tag (IEEE Std 802.1Q-2022, 9.3 to 9.6). REQUIRES: `bytes` bytes stand there.
+/// A view of an Ethernet header with one tag behind its addresses: the tag's TPID and control information, then the type or
+/// length that the frame has without the tag (IEEE Std 802.1Q-2022, 9.3 to 9.6). REQUIRES: `bytes` bytes stand there.
 template< class Byte >
 class BasicDot1qHdr {
  public:

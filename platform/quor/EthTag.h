@@ -16,7 +16,8 @@ inline void addressesMove( Kel::U8* to, const Kel::U8* from ) noexcept {
    std::memcpy( to + sizeof first, &last, sizeof last );
 }
 
-/// Puts a tag behind the addresses of a frame: 4 bytes in front, into which the addresses move. REQUIRES: the frame has an Ethernet header.
+/// Puts a tag behind the addresses of a frame: 4 bytes in front, into which the addresses move. REQUIRES: the frame has an
+/// Ethernet header.
 inline void tagPush( Packet& pkt, Kel::U16 tpid, Kel::U16 tagControl ) {
    Kel::U8* start = pkt.headGrow( Dot1qHdr::tagBytes );
    addressesMove( start, start + Dot1qHdr::tagBytes );

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <new>
 
-// A buffer is one block: its reference count, then its bytes. Each packet over it has its own start and length, and keeps the block's
-// address and size beside them, so that a tag is written without a look at the block's head beyond its count.
+// A buffer is one block: its reference count, then its bytes. Each packet over it has its own start and length, and keeps the
+// block's address and size beside them, so that a tag is written without a look at the block's head beyond its count.
 
 namespace Quor {
 

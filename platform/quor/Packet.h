@@ -8,11 +8,12 @@
 
 namespace [[gnu::visibility("default")]] Quor {
 
-/// A frame on its way through the process: a range of bytes in a buffer, with head room before it for tags that are still to come and
-/// tail room behind it. Copies share the buffer; one that is shared is copied before it is written. Held by `Kel::Ptr`, not locked.
+/// A frame on its way through the process: a range of bytes in a buffer, with head room before it for tags that are still to come
+/// and tail room behind it. Copies share the buffer; one that is shared is copied before it is written. Held by `Kel::Ptr`, not
+/// locked.
 ///
-/// A packet is made with data, which may be of length 0, or without; asking one without data for its bytes, and trimming or growing
-/// beyond the buffer, are assertions.
+/// A packet is made with data, which may be of length 0, or without; asking one without data for its bytes, and trimming or
+/// growing beyond the buffer, are assertions.
 class Packet : public Kel::PtrInterface {
  public:
    using U8 = Kel::U8;
@@ -25,7 +26,8 @@ class Packet : public Kel::PtrInterface {
 
    /// A packet without data.
    Packet() noexcept = default;
-   /// `bytes` zero bytes with room around them. Throws `Kel::RangeException` "Packet::bytes > 1073741824 not allowed" for more in all.
+   /// `bytes` zero bytes with room around them. Throws `Kel::RangeException` "Packet::bytes > 1073741824 not allowed" for more in
+   /// all.
    explicit Packet( U32 bytes, U32 headRoom = defaultHeadRoom, U32 tailRoom = 0 );
    /// A copy of `bytes` with room around it; throws likewise.
    explicit Packet( std::span< const U8 > bytes, U32 headRoom = defaultHeadRoom, U32 tailRoom = 0 );
@@ -42,8 +44,8 @@ class Packet : public Kel::PtrInterface {
       return data_;
    }
    std::span< const U8 > view() const { return { data(), dataBytes_ }; }
-   /// The first byte, to write; it stays good until the packet grows, is assigned or goes. A buffer that is shared is left to the others
-   /// and a copy of the data taken.
+   /// The first byte, to write; it stays good until the packet grows, is assigned or goes. A buffer that is shared is left to the
+   /// others and a copy of the data taken.
    U8* writableData() {
       KEL_ASSERT( "Quor/Packet", sharedBuffer_ != 0 );
       if( isShared() ) [[unlikely]] move( std::max( headRoom(), defaultHeadRoom ), tailRoom() );
@@ -56,8 +58,8 @@ class Packet : public Kel::PtrInterface {
    U32 headRoom() const noexcept { return static_cast< U32 >( data_ - buffer_ ); }
    U32 tailRoom() const noexcept { return size_ - headRoom() - dataBytes_; }
 
-   /// Moves the start of the data back by `bytes`, where there is room and nobody shares the buffer; into a fresh buffer otherwise. What the
-   /// new bytes hold is left open. Returns the new start, to write.
+   /// Moves the start of the data back by `bytes`, where there is room and nobody shares the buffer; into a fresh buffer
+   /// otherwise. What the new bytes hold is left open. Returns the new start, to write.
    U8* headGrow( U32 bytes ) {
       KEL_ASSERT( "Quor/Packet", sharedBuffer_ != 0 );
       if( headRoom() < bytes || isShared() ) [[unlikely]] moveForHead( bytes );

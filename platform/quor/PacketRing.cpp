@@ -16,10 +16,10 @@
 #include <sys/socket.h>
 #include <system_error>
 
-// The ring has slots of one size, TPACKET_V2 (packet(7), and Documentation/networking/packet_mmap.rst of Linux): the system tells of each
-// frame at once, where the blocks of TPACKET_V3 are handed over when they are full or after some milliseconds, which is long for the control
-// protocols that agents speak. A slot takes a frame of the device's full size. A longer one, which the system has merged from several, is
-// also put into the socket's queue as a whole and taken from there.
+// The ring has slots of one size, TPACKET_V2 (packet(7), and Documentation/networking/packet_mmap.rst of Linux): the system tells
+// of each frame at once, where the blocks of TPACKET_V3 are handed over when they are full or after some milliseconds, which is
+// long for the control protocols that agents speak. A slot takes a frame of the device's full size. A longer one, which the
+// system has merged from several, is also put into the socket's queue as a whole and taken from there.
 //
 // The system hands over a received frame without its outer tag, which stands in the slot's head; it is put back.
 
@@ -36,7 +36,8 @@ constexpr Kel::U32 slotOverhead = 128;   // the slot's head and alignment, and a
 void PacketRing::fail( int error ) const {
    std::string text = "Ethernet device '";
    Kel::appendPrintable( text, device_ );
-   throw Kel::Exception( text + "' can't be opened: " + ( error ? std::system_category().message( error ) : "not an Ethernet device" ) );
+   const std::string reason = error ? std::system_category().message( error ) : "not an Ethernet device";
+   throw Kel::Exception( text + "' can't be opened: " + reason );
 }
 
 void PacketRing::check( int result ) const {
@@ -75,7 +76,10 @@ void PacketRing::map( U32 mtu ) {
    option( PACKET_COPY_THRESH, 1 );
    slotBytes_ = std::bit_ceil( std::clamp( mtu + slotOverhead, 2048u, blockBytes / 4 ) );
    slots_ = ringBytes / slotBytes_;
-   tpacket_req ring{ .tp_block_size = blockBytes, .tp_block_nr = ringBytes / blockBytes, .tp_frame_size = slotBytes_, .tp_frame_nr = slots_ };
+   tpacket_req ring{ .tp_block_size = blockBytes,
+                     .tp_block_nr = ringBytes / blockBytes,
+                     .tp_frame_size = slotBytes_,
+                     .tp_frame_nr = slots_ };
    check( setsockopt( fd(), SOL_PACKET, PACKET_RX_RING, &ring, sizeof ring ) );
    void* mapped = mmap( nullptr, ringBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd(), 0 );
    if( mapped == MAP_FAILED ) fail( errno );
@@ -125,6 +129,12 @@ PacketRing::Taken PacketRing::next( Kel::Ptr< Packet >& frame ) {
    owner.store( TP_STATUS_KERNEL, std::memory_order_release );
    at_ = at_ + 1 == slots_ ? 0 : at_ + 1;
    return frame ? Taken::frame : Taken::cut;
+}
+
+void PacketRing::clearError() {
+   int error = 0;
+   socklen_t size = sizeof error;
+   getsockopt( fd(), SOL_SOCKET, SO_ERROR, &error, &size );   // reading it clears it
 }
 
 Kel::U32 PacketRing::dropped() const {

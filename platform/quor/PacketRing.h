@@ -27,6 +27,8 @@ class PacketRing {
    void membershipIs( Kel::U16 type, const EthAddr& group, bool on );
    /// The next frame, with its tag in its place. `cut` when the system could hand over only the beginning of one.
    Taken next( Kel::Ptr< Packet >& frame );
+   /// Takes note of the socket's error, which is raised until somebody does.
+   void clearError();
    /// How many frames the system has lost since the last call.
    Kel::U32 dropped() const;
 

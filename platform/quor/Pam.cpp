@@ -4,11 +4,7 @@
 
 namespace Quor {
 
-constinit Kel::Type Pam::_Type{ { .qualifiedName = "Quor::Pam",
-                                  .code = _code,
-                                  .size = sizeof( Pam ),
-                                  .base = &Kel::Machine::_Type,
-                                  .wrap = &Kel::makeGenericIf< Pam > } };
+constinit Kel::Type Pam::_Type{ Kel::objectInfo< Pam, Kel::Machine >( "Quor::Pam", {} ) };
 
 PamNotifiee::~PamNotifiee() {
    if( pam_ ) pam_->notifiee_ = nullptr;
@@ -18,9 +14,11 @@ Pam::~Pam() {
    if( notifiee_ ) notifiee_->pam_ = nullptr;
 }
 
+void Pam::alreadyAttached() { throw Kel::InternalException( "packet endpoint or its notifiee is already attached" ); }
+
 void Pam::notifieeIs( PamNotifiee* notifiee ) {
    if( notifiee == notifiee_ ) return;
-   if( notifiee && ( notifiee_ || notifiee->pam_ ) ) throw Kel::InternalException( "packet endpoint or its notifiee is already attached" );
+   if( notifiee && ( notifiee_ || notifiee->pam_ ) ) alreadyAttached();
    if( notifiee_ ) notifiee_->pam_ = nullptr;
    notifiee_ = notifiee;
    if( notifiee ) notifiee->pam_ = this;

@@ -15,8 +15,8 @@ struct PamMode {
    static constexpr Kel::U32 both = 3;
 };
 
-/// Is told what a packet endpoint receives. It is attached to one endpoint at a time with `Pam::notifieeIs`; whichever of the two goes
-/// first, the other is left unattached.
+/// Is told what a packet endpoint receives. It is attached to one endpoint at a time with `Pam::notifieeIs`; whichever of the two
+/// goes first, the other is left unattached.
 class PamNotifiee {
  public:
    PamNotifiee() = default;
@@ -26,7 +26,8 @@ class PamNotifiee {
 
    /// A packet has come, and is the notifiee's from now on. It may do anything in here, even let the endpoint go.
    virtual void onRx( const Kel::Ptr< Packet >& pkt ) = 0;
-   /// What the packets come from has gone, for instance its device, and `why` says so in one line for people. Called once each time.
+   /// What the packets come from has gone, for instance its device, and `why` says so in one line for people. Called once each
+   /// time.
    virtual void onGone( const Kel::String8& why ) { static_cast< void >( why ); }
 
  private:
@@ -43,16 +44,19 @@ class Pam : public Kel::Machine {
    Kel::Type& fwkType() const override { return _Type; }
    ~Pam() override;
 
-   /// Sends. The packet is the endpoint's from now on: it may be given a tag in place, and a sender that goes on with it keeps a copy.
+   /// Sends. The packet is the endpoint's from now on: it may be given a tag in place, and a sender that goes on with it keeps a
+   /// copy.
    virtual void tx( const Kel::Ptr< Packet >& pkt ) = 0;
 
    PamNotifiee* notifiee() const { return notifiee_; }
    /// Attaches; null detaches. Throws `Kel::InternalException` when another one is attached, or it is attached elsewhere.
    void notifieeIs( PamNotifiee* notifiee );
+   [[noreturn]] static void alreadyAttached();
 
  protected:
    Pam() = default;
-   /// Hands a packet to the notifiee; false when there is none. The endpoint may have gone when it returns, unless the caller holds it.
+   /// Hands a packet to the notifiee; false when there is none. The endpoint may have gone when it returns, unless the caller
+   /// holds it.
    bool deliver( const Kel::Ptr< Packet >& pkt ) {
       if( !notifiee_ ) return false;
       notifiee_->onRx( pkt );

@@ -4,7 +4,8 @@
 #include <kel/GenericIf.h>
 #include <vector>
 
-// Whoever is called from here, above or below, may let go of the machine or take endpoints out, so nothing of it is used behind such a call.
+// Whoever is called from here, above or below, may let go of the machine or take endpoints out, so nothing of it is used behind
+// such a call.
 
 namespace Quor {
 
@@ -14,13 +15,7 @@ constinit const Kel::Attr PamMuxDemux::attrs_[] = {
    Kel::ptrAttr< Pam >( "onePam", Kel::AttrKind::ref, offsetof( PamMuxDemux, onePam_ ), 0 ),
 };
 #pragma GCC diagnostic pop
-constinit Kel::Type PamMuxDemux::_Type{ { .qualifiedName = "Quor::PamMuxDemux",
-                                          .code = _code,
-                                          .size = sizeof( PamMuxDemux ),
-                                          .attrs = attrs_,
-                                          .base = &Kel::Machine::_Type,
-                                          .firstAttr = Kel::Machine::Attr_::count_,
-                                          .wrap = &Kel::makeGenericIf< PamMuxDemux > } };
+constinit Kel::Type PamMuxDemux::_Type{ Kel::objectInfo< PamMuxDemux, Kel::Machine >( "Quor::PamMuxDemux", attrs_ ) };
 
 /// One key's endpoint. Its owner lets it know when it goes.
 class PamMuxDemux::Endpoint : public Pam {
@@ -48,7 +43,7 @@ PamMuxDemux::~PamMuxDemux() {
 
 void PamMuxDemux::onePamIs( const Kel::Ptr< Pam >& onePam ) {
    if( onePam == onePam_ ) return;
-   if( onePam && onePam->notifiee() ) throw Kel::InternalException( "packet endpoint or its notifiee is already attached" );
+   if( onePam && onePam->notifiee() ) Pam::alreadyAttached();
    if( onePam_ ) onePam_->notifieeIs( nullptr );
    onePam_ = onePam;
    if( onePam_ ) onePam_->notifieeIs( &lower_ );

@@ -5,11 +5,12 @@
 
 namespace [[gnu::visibility("default")]] Quor {
 
-/// Lets several endpoints share a lower one. Each has a key: what comes from below goes to the endpoint whose key `decapsulate` reads out of
-/// it, what an endpoint sends passes `doEncapsulate` with that key on its way down. Derived classes say how a key stands in a packet.
+/// Lets several endpoints share a lower one. Each has a key: what comes from below goes to the endpoint whose key `decapsulate`
+/// reads out of it, what an endpoint sends passes `doEncapsulate` with that key on its way down. Derived classes say how a key
+/// stands in a packet.
 ///
-/// Packets pass once it is initialised, as far as its mode lets them. The lower endpoint's notifiee is this machine; when it goes, so does
-/// the attachment, and the endpoints that others still hold send nowhere.
+/// Packets pass once it is initialised, as far as its mode lets them. The lower endpoint's notifiee is this machine; when it
+/// goes, so does the attachment, and the endpoints that others still hold send nowhere.
 class PamMuxDemux : public Kel::Machine {
  public:
    using U32 = Kel::U32;

@@ -15,8 +15,8 @@
 #include <sys/socket.h>
 #include <vector>
 
-// A network namespace per test, with two Ethernet devices, near and far, that are the ends of one cable. It goes with its devices when the
-// test leaves it. Needs root; without it every test says that it was skipped.
+// A network namespace per test, with two Ethernet devices, near and far, that are the ends of one cable. It goes with its devices
+// when the test leaves it. Needs root; without it every test says that it was skipped.
 namespace Quor::TestNet {
 
 using Bytes = std::vector< Kel::U8 >;
