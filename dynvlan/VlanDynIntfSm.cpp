@@ -1,60 +1,18 @@
-#include <Vanta/VlanDynIntfSm.h>
+#include "DynVlanMerge.h"
 
 #include <algorithm>
 #include <kel/Assert.h>
+#include <kel/Dir.h>
 #include <kel/Trace.h>
-#include <source_location>
-#include <vector>
 
-// An interface is unowned, or owned: it has an entry in the list's `sourcePriority` and its owner's configuration stands in `preIntfList`. From
-// there a reactor of its own publishes it in the list's `intfConfig` once it is marked as dynamic. So what is published is owned. Taking goes
-// owner first, then configuration; giving back goes the other way.
-//
-// Every change of a list, a configuration or a directory of reports calls reactors of others, which may take away what is worked on here: the
-// request, its machine, the source, the reactor. Nothing is put off: the handlers of such changes run at once, in the middle of this one, and
-// leave everything in order. So this one keeps what it works on, and behind each change it looks whether there is still something left to do.
+// The handlers of the machines. How the merge works stands in DynVlanMerge.cpp.
 
 namespace Vanta {
 
-namespace {
-
-using Interface::VlanIntfConfig;
+using namespace DynVlan;
 using Interface::VlanIntfConfigDir;
-using Interface::VlanIntfConfigErrorDir;
 
-constexpr char component[] = "VlanDynIntfSm";
-
-Kel::TraceStream trace( Kel::U32 level, const char* handler ) {
-   return kelModuleVlanDynIntfSm::_defaultTraceHandle().at( level, component, handler );
-}
-/// A decision of the handler that calls this.
-Kel::TraceStream decision( std::source_location where = std::source_location::current() ) { return trace( 8, where.function_name() ); }
-/// No more than that a handler runs.
-void entry( std::source_location where = std::source_location::current() ) {
-   if( auto t = decision( where ) ) t << "";
-}
-/// A source comes or goes.
-Kel::TraceStream passage( std::source_location where = std::source_location::current() ) { return trace( 6, where.function_name() ); }
-
-/// Keeps a machine while one of its handlers runs. One that is being made or that goes has no references, and needs none.
-template< class Machine >
-Kel::Ptr< Machine > kept( Machine* machine ) {
-   return machine && machine->referenceCount() ? machine : nullptr;
-}
-
-/// What a machine's source asks for an interface, or null. One that is being let go asks for nothing.
-Kel::Ptr< VlanIntfConfig > requestOf( const DynVlanIntfConfigSm& machine, const Quor::IntfId& intfId ) {
-   const auto requests = machine.dynVlanConfig();
-   return requests && !machine.kelHasGone() ? requests->intfConfig( intfId ) : nullptr;
-}
-
-/// The first machine of a source, `skip` excepted, or null when the source is gone.
-Kel::Ptr< DynVlanIntfConfigSm > machineOf( const DynVlanIntfReactor& reactor, const Kel::Name& source, const SourcePriorityPair* skip = nullptr ) {
-   for( auto i = reactor.dynVlanIntfConfigSmIterConst(); i; ++i ) {
-      if( i.key().source() == source && !( skip && i.key() == *skip ) && !i.value()->kelHasGone() ) return i.value();
-   }
-   return nullptr;
-}
+namespace {
 
 /// The requests of a source as its entry in the directory of sources has them, or null.
 Kel::Ptr< VlanIntfConfigDir > requestsOf( const DynVlanIntfReactor& reactor, const Kel::Name& source ) {
@@ -62,155 +20,13 @@ Kel::Ptr< VlanIntfConfigDir > requestsOf( const DynVlanIntfReactor& reactor, con
    return sources ? Kel::dynamicCast< VlanIntfConfigDir >( sources->entry( source ) ) : nullptr;
 }
 
-/// Lets the machines of a source over `requests` go, but for the one under `keep`. There is one, unless a re-keying was disturbed.
+/// Lets the machines of a source over `requests` go, but for the one under `keep`. There is one, unless a re-keying was
+/// disturbed.
 void dropMachines( DynVlanIntfReactor& reactor, const Kel::Name& source, const Kel::Ptr< VlanIntfConfigDir >& requests,
                    const SourcePriorityPair* keep ) {
    for( auto i = reactor.dynVlanIntfConfigSmIterConst(); i; ++i ) {
       if( i.key().source() != source || ( keep && i.key() == *keep ) || i.value()->kelHasGone() ) continue;
       if( i.value()->dynVlanConfig() == requests ) reactor.dynVlanIntfConfigSmDel( i.key() );
-   }
-}
-
-using IntfIds = std::vector< Quor::IntfId >;
-
-/// The steps that handlers have in common. It keeps the reactor and the list while it lives.
-class Merge {
- public:
-   explicit Merge( DynVlanIntfReactor* reactor )
-      : reactor_( reactor ), kept_( kept( reactor ) ), list_( reactor ? reactor->dynVlanIntfList() : nullptr ) {}
-   /// False when there is no reactor or no list any more.
-   explicit operator bool() const { return static_cast< bool >( list_ ); }
-   DynVlanIntfList& list() const { return *list_; }
-   bool isOwned( const Quor::IntfId& intfId ) const { return list_->sourcePriorityMap_().contains( intfId ); }
-
-   void mark( VlanIntfConfig& config, const Kel::Name& source );
-   void take( DynVlanIntfConfigSm& machine, const Quor::IntfId& intfId );
-   bool release( const Quor::IntfId& intfId, const SourcePriorityPair& owner );
-   void reassign( const SourcePriorityPair& owner, const SourcePriorityPair& skip, const Quor::IntfId& intfId );
-   void settle( const Quor::IntfId& intfId );
-   void displace( const SourcePriorityPair& owner, DynVlanIntfConfigSm& by, const Quor::IntfId& intfId );
-   void setAlternate( const SourcePriorityPair& skip, const Quor::IntfId& intfId, bool prevError );
-
-   Kel::Ptr< VlanIntfConfigErrorDir > reportsOf( const Kel::Name& source ) const;
-   void report( const Kel::Name& source, const Quor::IntfId& intfId, bool add );
-   void reconcile( const Kel::Name& source, const SourcePriorityPair* skip, const IntfIds& settled );
-
- private:
-   DynVlanIntfReactor* reactor_;
-   Kel::Ptr< DynVlanIntfReactor > kept_;
-   Kel::Ptr< DynVlanIntfList > list_;
-};
-
-void Merge::mark( VlanIntfConfig& config, const Kel::Name& source ) {
-   if( reactor_->standbyMode() || !reactor_->launchedByVanta() ) return;
-   config.dynamicIs( true );
-   config.sourceIs( source );
-}
-
-/// Makes a machine the owner of an interface that has none.
-void Merge::take( DynVlanIntfConfigSm& machine, const Quor::IntfId& intfId ) {
-   const SourcePriorityPair owner = machine.sourcePriority();
-   list_->sourcePriorityIs( intfId, owner );
-   if( list_->sourcePriority( intfId ) != owner ) return;
-   if( const auto config = requestOf( machine, intfId ) ) return reactor_->preIntfListIs( config );
-   // Its source may have gone and come again, with another machine under the same key that has taken the interface itself.
-   const auto current = reactor_->dynVlanIntfConfigSm( owner );
-   if( !current || !requestOf( *current, intfId ) ) reassign( owner, owner, intfId );
-}
-
-/// Takes an interface from its owner. False when it has an owner afterwards, the same or another.
-bool Merge::release( const Quor::IntfId& intfId, const SourcePriorityPair& owner ) {
-   reactor_->preIntfListDel( intfId );
-   if( list_->sourcePriority( intfId ) != owner || reactor_->preIntfListMap_().contains( intfId ) ) return false;
-   list_->sourcePriorityDel( intfId );
-   return !isOwned( intfId );
-}
-
-/// Takes an interface from its owner and gives it to the best other source, `skip` excepted.
-void Merge::reassign( const SourcePriorityPair& owner, const SourcePriorityPair& skip, const Quor::IntfId& intfId ) {
-   const bool err = list_->intfConfigError( intfId );
-   if( release( intfId, owner ) ) setAlternate( skip, intfId, err );
-   else settle( intfId );
-}
-
-/// An interface was taken while it was between two owners, and its taker compared itself with nobody. Here the best source takes it from that one.
-void Merge::settle( const Quor::IntfId& intfId ) {
-   for( auto i = reactor_->dynVlanIntfConfigSmIterConst(); i; ++i ) {
-      if( !requestOf( *i.value(), intfId ) ) continue;
-      const auto best = i.value();
-      if( list_->sourcePriority( intfId ) != best->sourcePriority() ) best->handleDynVlanConfig( intfId );
-      return;
-   }
-}
-
-/// Takes an interface from its owner, for another or for the same one once more. The new one inherits the report before the old one gets its
-/// own, so a source that displaces itself is left with a report.
-void Merge::displace( const SourcePriorityPair& owner, DynVlanIntfConfigSm& by, const Quor::IntfId& intfId ) {
-   const bool prevError = list_->intfConfigError( intfId );
-   const auto previous = reactor_->dynVlanIntfConfigSm( owner );
-   const bool wasAsked = previous && requestOf( *previous, intfId );
-   if( !release( intfId, owner ) || !requestOf( by, intfId ) ) return;
-   report( by.sourcePriority().source(), intfId, prevError );
-   if( !wasAsked || requestOf( *previous, intfId ) ) report( owner.source(), intfId, true );
-}
-
-void Merge::setAlternate( const SourcePriorityPair& skip, const Quor::IntfId& intfId, bool prevError ) {
-   static constexpr char handler[] =
-      "void Vanta::DynVlanIntfConfigSm::setAlternateInput(const Vanta::SourcePriorityPair&, const Quor::IntfId&, bool)";
-   if( auto t = trace( 8, handler ) ) t << " skip: " << skip << "intf " << intfId;
-   for( auto i = reactor_->dynVlanIntfConfigSmIterConst(); i; ++i ) {
-      const auto config = i.key() == skip ? nullptr : requestOf( *i.value(), intfId );
-      if( !config ) continue;
-      if( auto t = trace( 8, handler ) ) t << "found alternate cfg " << config->fullName();
-      const auto machine = i.value();
-      take( *machine, intfId );
-      if( list_->sourcePriority( intfId ) == machine->sourcePriority() ) report( machine->sourcePriority().source(), intfId, prevError );
-      return;
-   }
-}
-
-Kel::Ptr< VlanIntfConfigErrorDir > Merge::reportsOf( const Kel::Name& source ) const {
-   const auto all = reactor_->dynVlanIntfErrorDir();
-   return all ? Kel::dynamicCast< VlanIntfConfigErrorDir >( all->entry( source ) ) : nullptr;
-}
-
-void Merge::report( const Kel::Name& source, const Quor::IntfId& intfId, bool add ) {
-   static constexpr char handler[] =
-      "void Vanta::DynVlanIntfConfigSm::addOrDeleteIntfConfigError(const Kel::Name&, const Quor::IntfId&, bool)";
-   static const Kel::String8 rejection( "Rejected: Higher priority config found" );
-   if( reactor_->standbyMode() ) {
-      if( auto t = trace( 8, handler ) ) t << " standbyMode: " << true;
-      return;
-   }
-   const auto reports = reportsOf( source );
-   if( !reports ) {
-      if( auto t = trace( 8, handler ) ) t << " return no err dir intf " << intfId;
-      return;
-   }
-   if( auto t = trace( 8, handler ) ) t << ( add ? " add report for " : " del report for " ) << source << ", intf " << intfId;
-   if( add ) reports->vlanIntfConfigErrorIs( intfId, rejection );
-   else reports->vlanIntfConfigErrorDel( intfId );
-}
-
-/// Brings the reports of a source in step with the merge: one for each interface that it asks for and does not own, one for each that it owns and
-/// that could not be made, no others; none at all without a machine for the source (`skip` does not count). What is `settled`, in ascending
-/// order, stays as it is.
-void Merge::reconcile( const Kel::Name& source, const SourcePriorityPair* skip, const IntfIds& settled ) {
-   const auto reports = reportsOf( source );
-   if( !reports || reactor_->standbyMode() ) return;
-   const auto machine = machineOf( *reactor_, source, skip );
-   const auto isWrong = [ & ]( const Quor::IntfId& intfId, bool isReported ) {
-      const bool isDue = machine && requestOf( *machine, intfId ) &&
-                         ( list_->sourcePriority( intfId ).source() != source || list_->intfConfigError( intfId ) );
-      return isDue != isReported && !std::binary_search( settled.begin(), settled.end(), intfId );
-   };
-   for( auto i = reports->vlanIntfConfigErrorIterConst(); i; ++i ) {
-      if( isWrong( i.key(), true ) ) report( source, i.key(), false );
-   }
-   const auto requests = machine ? machine->dynVlanConfig() : nullptr;
-   if( !requests ) return;
-   for( auto i = requests->intfConfigIterConst(); i; ++i ) {
-      if( isWrong( i.key(), false ) ) report( source, i.key(), true );
    }
 }
 
@@ -310,7 +126,7 @@ void DynVlanIntfConfigSm::cleanup() {
    const SourcePriorityPair myPri = sourcePriority();
    if( auto t = decision() ) t << " source: " << myPri;
    if( Merge merge( parent() ); merge ) {
-      IntfIds settled;
+      Merge::IntfIds settled;
       for( auto i = merge.list().intfConfigIterConst(); i && parent(); ++i ) {
          KEL_ASSERT( component, !!parent()->dynVlanIntfList()->sourcePriority( i.key() ) );
          merge.reassign( merge.list().sourcePriority( i.key() ), myPri, i.key() );
@@ -346,8 +162,8 @@ void DynVlanIntfConfigPrioritySm::handleConfigPriority() {
    }
    const auto made = reactor->dynVlanIntfConfigSm( key );
    if( parent() && made && !made->kelHasGone() ) return;
-   // The source was taken away meanwhile, with only one of its two machines, and may have come back; or its priority went back and forth while
-   // the machine for it was being let go.
+   // The source was taken away meanwhile, with only one of its two machines, and may have come back; or its priority went back
+   // and forth while the machine for it was being let go.
    if( requestsOf( *reactor, name() ) != requests ) dropMachines( *reactor, name(), requests, nullptr );
    reactor->handleDynVlanIntfDir( name() );
 }
