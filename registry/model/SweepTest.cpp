@@ -336,9 +336,8 @@ void fill( Subject& s ) {
    const AttrKind kind = s.row.kind;
    if( kind == AttrKind::child ) s.create( { s.make.value( BuiltIn::name ) } );
    if( kind == AttrKind::scalar && s.row.has( Flags::writable ) ) {
-      const If start = s.get(), value = s.make.value( *s.row.type );
-      // A limited one has stored what it refuses.
-      if( thrown< RangeException >( [ & ] { s.set( value ); } ) != "nothing" ) s.set( start );
+      // A limited one stores what it refuses, and its copy holds that too.
+      thrown< RangeException >( [ & ] { s.set( s.make.value( *s.row.type ) ); } );
    }
    for( int i = 0; i < 5; ++i ) {
       const If key = kind == AttrKind::map ? s.absentKey() : If();
