@@ -174,6 +174,36 @@ String8 Entity::fullName() const {
    return String8( full );
 }
 
+namespace {
+
+/// Calls `visit` for each entity of a collection until that returns true. A position is a key, so `visit` may change the collection.
+template< class Visit >
+void eachEntity( const Attr& row, const void* map, Visit visit ) {
+   OwnedValueIf key( *row.keyType, nullptr, false );
+   const CollectionOps& ops = *row.extra.collection;
+   for( bool more = ops.next( map, nullptr, key.storage() ); more; more = ops.next( map, key.object(), key.storage() ) ) {
+      // A `Ptr` to any type of entity is one to an `Entity`: there is one line of bases.
+      const auto* element = static_cast< const Ptr< Entity >* >( ops.find( map, key.object() ) );
+      if( element && *element && visit( Ptr< Entity >( *element ) ) ) return;
+   }
+}
+
+/// The entity of this name in a collection, or null. One whose keys are the names is asked for it.
+Ptr< Entity > named( const Attr& row, const void* map, const Name& name ) {
+   if( row.kind == AttrKind::childMap && row.keyType == &BuiltIn::name && isNamedByKey( *row.type, *row.keyType ) ) {
+      const void* const element = row.extra.collection->find( map, &name );
+      return element ? *static_cast< const Ptr< Entity >* >( element ) : nullptr;
+   }
+   Ptr< Entity > found;
+   eachEntity( row, map, [ & ]( const Ptr< Entity >& entity ) {
+      if( entity->name() == name ) found = entity;
+      return found != nullptr;
+   } );
+   return found;
+}
+
+}
+
 void Entity::zombieIs() {
    if( zombie_ ) return;
    zombie_ = true;
@@ -185,9 +215,10 @@ void Entity::zombieIs() {
       if( row.kind == AttrKind::child ) {
          if( auto* c = static_cast< Ptr< Entity >* >( member )->ptr() ) c->zombieIs();
       } else if( row.kind == AttrKind::childMap ) {
-         for( const Ptr< Entity >& c : row.extra.collection->entities( member ) ) {
+         eachEntity( row, member, [ this ]( const Ptr< Entity >& c ) {
             if( c->parent() == this ) c->zombieIs();
-         }
+            return false;
+         } );
       }
    }
    if( notifiees_ ) {
@@ -356,7 +387,7 @@ Ptr< Entity > Entity::child( const Name& name ) const {
          const auto& c = *static_cast< const Ptr< Entity >* >( member );
          if( c && c->name() == name ) found = c;
       } else if( row.kind == AttrKind::childMap || row.kind == AttrKind::refMap ) {
-         found = row.extra.collection->named( member, name );
+         found = named( row, member, name );
       }
       if( found ) return found;
    }

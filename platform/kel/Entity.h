@@ -320,11 +320,8 @@ struct CollectionOps {
    void ( *set )( Entity& owner, U16 attr, void* map, const void* key, const void* value );
    /// Removes one element with all that the typed mutator does. False when it was absent.
    bool ( *erase )( Entity& owner, U16 attr, void* map, const void* key );
-   /// Takes a new child in under its key; null for other collections, as are the next two.
+   /// Takes a new child in under its key; null for other collections.
    void ( *adopt )( Entity& owner, U16 attr, void* map, const void* key, const Ptr< Entity >& child );
-   std::vector< Ptr< Entity > > ( *entities )( const void* map );
-   /// The entity with a name, or null.
-   Ptr< Entity > ( *named )( const void* map, const Name& name );
    /// Appends to a queue and removes its head into `*value`; null for other collections.
    void ( *enq )( Entity& owner, U16 attr, void* map, const void* value );
    void ( *deq )( Entity& owner, U16 attr, void* map, void* value );
@@ -401,30 +398,9 @@ struct CollectionOpsOf {
          owner.changedKey( attr, key );
       }
    }
-   static std::vector< Ptr< Entity > > entities( const void* map ) {
-      std::vector< Ptr< Entity > > all;
-      if constexpr( ofEntities ) {
-         for( auto i = constMap( map ).iterator(); i; ++i ) {
-            if( const Element* e = i.ptr(); e && *e )
-               all.emplace_back( const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) ) );
-         }
-      }
-      return all;
-   }
-   static Ptr< Entity > named( const void* map, const Name& name ) {
-      if constexpr( ofEntities ) {
-         for( auto i = constMap( map ).iterator(); i; ++i ) {
-            if( const Element* e = i.ptr(); e && *e && ( *e )->name() == name )
-               return const_cast< Entity* >( static_cast< const Entity* >( e->ptr() ) );
-         }
-      }
-      return nullptr;
-   }
    static constexpr CollectionOps make() {
-      return { &size, &find, &next, &set, &erase, ofEntities ? &adopt : nullptr, ofEntities ? &entities : nullptr,
-               ofEntities ? &named : nullptr, isQueue ? &enq : nullptr, isQueue ? &deq : nullptr,
-               isQueue ? &tail : nullptr, isQueue ? &tailIs : nullptr,
-               isQueue ? &setBeforeTail : nullptr };
+      return { &size, &find, &next, &set, &erase, ofEntities ? &adopt : nullptr, isQueue ? &enq : nullptr, isQueue ? &deq : nullptr,
+               isQueue ? &tail : nullptr, isQueue ? &tailIs : nullptr, isQueue ? &setBeforeTail : nullptr };
    }
 };
 
