@@ -14,6 +14,12 @@ using Interface::VlanIntfConfigDir;
 
 namespace {
 
+/// Whether a machine that is being let go, further up, holds a key. Whoever lets it go looks at its source again then.
+bool isInTheWay( const DynVlanIntfReactor& reactor, const SourcePriorityPair& key ) {
+   const auto machine = reactor.dynVlanIntfConfigSm( key );
+   return machine && machine->kelHasGone();
+}
+
 /// The requests of a source as its entry in the directory of sources has them, or null.
 Kel::Ptr< VlanIntfConfigDir > requestsOf( const DynVlanIntfReactor& reactor, const Kel::Name& source ) {
    const auto sources = reactor.dynVlanIntfDir();
@@ -155,6 +161,7 @@ void DynVlanIntfConfigPrioritySm::handleConfigPriority() {
    // It may change again while the source is merged at the new one.
    while( parent() && key.priority() != requests->configPriority() ) {
       const SourcePriorityPair next( name(), requests->configPriority() );
+      if( isInTheWay( *reactor, next ) ) return;
       if( auto t = decision() ) t << " replace previous priority " << key.priority() << " with new priority " << next.priority();
       reactor->newDynVlanIntfConfigSm( next, requests );
       dropMachines( *reactor, name(), requests, &next );
@@ -209,8 +216,7 @@ void DynVlanIntfReactor::handleDynVlanIntfDir( const Kel::Name& of ) {
    // A source that is known stays at its key until its priority machine has heard of a new priority.
    const SourcePriorityPair key( name, machine ? machine->sourcePriority().priority() : requests->configPriority() );
    if( auto t = passage() ) t << " add source " << name << " priority " << key.priority();
-   // A machine in the way is being let go further up, where the source is looked at again then.
-   if( const auto inTheWay = dynVlanIntfConfigSm( key ); inTheWay && inTheWay->kelHasGone() ) return;
+   if( isInTheWay( *this, key ) ) return;
    newDynVlanIntfConfigSm( key, requests );
    if( requestsOf( *this, name ) != requests ) return;
    const auto priority = newDynVlanIntfConfigPrioritySm( name, requests );

@@ -192,10 +192,7 @@ void mapRemoval( Writer& w, const Decl& decl, const Attr& attr ) {
    w.line( "const " + keyType( attr ) + " copy( key );" );
    if( isOwned ) {
       w.line( keepItself );
-      w.line( "if( const auto machine = " + fooOf( attr ) + "( copy ) ) {" );
-      w.line( "   machine->kelEnd();" );
-      w.line( "   if( " + fooOf( attr ) + "( copy ) != machine ) return machine;" );   // its end has put another one there
-      w.line( "}" );
+      w.line( "if( const auto machine = " + fooOf( attr ) + "( copy ) ) machine->kelEnd();" );
    }
    w.line(
       ( calls.empty() ? slot + ".erase( copy, &removed );" : "if( " + slot + ".erase( copy, &removed ) ) { " + calls + "}" ) );
