@@ -21,6 +21,7 @@ void attribute( JsonWriter& json, const Attr& attr ) {
    json.trueIf( "silent", attr.silent );
    json.trueIf( "unlogged", attr.unlogged );
    if( attr.watch ) json.text( "reactor", reactorName( attr ) ), json.textIf( "from", followedText( attr ) );
+   json.textIf( "note", noteText( attr ) );
    json.textIf( "documentation", attr.doc );
    json.endObject();
 }

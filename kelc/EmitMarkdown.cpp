@@ -9,24 +9,8 @@ namespace Kelc {
 
 namespace {
 
-std::string limit( const Attr& attr ) {
-   return attr.max.empty() ? "" : "at most " + describe( attr.max ) + ( attr.storeThenCheck ? ", but stored even when refused" : "" );
-}
-
 std::string meaning( const Attr& attr ) {
-   std::string notes;
-   auto note = [ & ]( const std::string& text ) { notes += ( notes.empty() || text.empty() ? "" : ", " ) + text; };
-   if( attr.role == Role::constant ) note( "constant" );
-   if( attr.role == Role::key ) note( "the key, immutable" );
-   if( attr.role == Role::owner ) note( "the owner, immutable" );
-   if( attr.role == Role::narrow ) note( "the base's collection with children of this type" );
-   if( attr.role == Role::param ) note( attr.paramVar ? "constructor parameter" : "constructor parameter, immutable" );
-   if( attr.role == Role::derivedView || attr.role == Role::derivedByHand ) note( "computed on each read" );
-   if( attr.role == Role::watch ) note( "watched" + ( followedText( attr ).empty() ? "" : ", one reactor per entry of " + followedText( attr ) ) );
-   note( limit( attr ) );
-   if( attr.silent ) note( "changes are not announced" );
-   if( attr.unlogged ) note( "not in the attribute log" );
-   const std::string text = prose( attr.doc, cellGap );
+   const std::string text = prose( attr.doc, cellGap ), notes = prose( noteText( attr ), cellGap );
    return notes.empty() ? text : text.empty() ? "(" + notes + ")" : text + " (" + notes + ")";
 }
 
@@ -89,7 +73,7 @@ std::string operations( const Decl& decl ) {
 std::string reacts( const Decl& decl ) {
    std::string out;
    for( const auto& [ event, runs ] : reactions( decl ) ) out += "| " + code( event ) + " | " + code( runs ) + " |\n";
-   return out.empty() ? "" : "| On | Runs |\n|---|---|\n" + out + "\n";
+   return out.empty() ? "" : "Reactions:\n\n| On | Runs |\n|---|---|\n" + out + "\n";
 }
 
 std::string notified( const Decl& decl ) {

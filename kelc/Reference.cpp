@@ -131,8 +131,29 @@ std::string eventText( const Handler& h ) {
 
 std::string defaultText( const Attr& attr ) {
    if( !attr.init.empty() ) return literalText( attr.init );
-   if( attr.role != Role::plain || attr.shape.collection != Collection::none ) return "";
+   if( attr.role != Role::plain || attr.isParameter || attr.shape.collection != Collection::none ) return "";
    return attr.shape.holding == Holding::ref ? "null" : zeroText( *attr.shape.element.decl );
+}
+
+std::string noteText( const Attr& attr ) {
+   std::string notes;
+   auto note = [ & ]( const std::string& text ) { notes += ( notes.empty() ? "" : ", " ) + text; };
+   if( attr.role == Role::constant ) note( "constant" );
+   if( attr.role == Role::key ) note( "the key, immutable" );
+   if( attr.role == Role::owner ) note( "the owner" );
+   if( attr.role == Role::narrow ) note( "the base's collection, with children of this type" );
+   if( attr.role == Role::param ) note( attr.paramVar ? "constructor parameter" : "constructor parameter, immutable" );
+   if( attr.role == Role::plain && attr.isParameter ) note( "constructor parameter" );
+   if( attr.role == Role::derivedView ) note( "that of " + attr.viewOf.text );
+   if( attr.role == Role::derivedByHand ) note( "computed on each read" );
+   if( attr.role == Role::watch ) note( attr.isParameter ? "constructor parameter, watched" : "watched" );
+   if( const std::string from = followedText( attr ); !from.empty() ) note( "one reactor per entry of " + from );
+   if( attr.shape.collection == Collection::table ) note( "attached through " + attr.name.text + "Control()" );
+   if( !attr.max.empty() ) note( "at most " + describe( attr.max ) );
+   if( attr.storeThenCheck ) note( "stored even when refused" );
+   if( attr.silent ) note( "changes are not announced" );
+   if( attr.unlogged ) note( "not in the attribute log" );
+   return notes;
 }
 
 std::string followedText( const Attr& attr ) {

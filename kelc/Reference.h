@@ -13,6 +13,9 @@ using Strings = std::vector< std::string >;
 /// What a new instance holds, as a literal; nothing where that is told by the constructor, by another type or by emptiness.
 std::string defaultText( const Attr& attr );
 
+/// What is special about an attribute: "the key, immutable"; nothing for most.
+std::string noteText( const Attr& attr );
+
 /// What a map of reactors follows: "status.fdbStatus"; nothing for any other attribute.
 std::string followedText( const Attr& attr );
 
