@@ -45,12 +45,13 @@ std::string attributes( const Decl& decl ) {
    if( !decl.attrs.empty() ) {
       out += "| Attribute | Type | Default | Meaning |\n|---|---|---|---|\n";
       for( const auto& attr : decl.attrs ) {
-         out += "| " + code( attr->name.text ) + " | " + code( typeText( *attr ) ) + " | " + code( defaultText( *attr ) ) + " | " +
-                meaning( *attr ) + " |\n";
+         out += "| " + code( attr->name.text ) + " | " + code( typeText( *attr ) ) + " | " + code( defaultText( *attr ) );
+         out += " | " + meaning( *attr ) + " |\n";
       }
       out += "\n";
    }
-   for( const auto& [ from, names ] : inherited( decl ) ) out += "From " + code( from->qualifiedName() ) + ": " + listed( names ) + "\n\n";
+   for( const auto& [ from, names ] : inherited( decl ) )
+      out += "From " + code( from->qualifiedName() ) + ": " + listed( names ) + "\n\n";
    return out;
 }
 
@@ -65,8 +66,10 @@ std::string enumerators( const Decl& decl ) {
 
 std::string operations( const Decl& decl ) {
    std::string out;
-   for( const auto& [ signature, op ] : operationsOf( decl ) )
-      out += "- " + code( ( op->isStatic ? "static " : "" ) + signature ) + ( op->doc.empty() ? "" : ": " + prose( op->doc, itemGap ) ) + "\n";
+   for( const auto& [ signature, op ] : operationsOf( decl ) ) {
+      out += "- " + code( ( op->isStatic ? "static " : "" ) + signature );
+      out += ( op->doc.empty() ? "" : ": " + prose( op->doc, itemGap ) ) + "\n";
+   }
    return out.empty() ? "" : "Operations:\n\n" + out + "\n";
 }
 

@@ -6,8 +6,8 @@
 // Pieces of a page in Markdown.
 namespace Kelc {
 
-/// A comment's text, without what Markdown would read as its own. Each paragraph stands on one line; between two of them is `gap`:
-/// a table's cell or a list's item has its own.
+/// A comment's text, without what Markdown would read as its own. Each paragraph stands on one line; between two of them is
+/// `gap`: a table's cell or a list's item has its own.
 std::string prose( std::string_view text, const char* gap = "\n\n" );
 
 inline constexpr char cellGap[] = "<br><br>";

@@ -74,7 +74,8 @@ void valueMessages( const Decl& decl, std::vector< Message >& out ) {
             out.push_back( { name + "::value" + sign + describe( *bound ) + " not allowed", "such a number, read from text" } );
       }
    }
-   if( decl.kind == Kind::wrapper ) out.push_back( { "'TEXT' is no " + describe( decl.basis ), "text that is none, read as a value" } );
+   if( decl.kind == Kind::wrapper )
+      out.push_back( { "'TEXT' is no " + describe( decl.basis ), "text that is none, read as a value" } );
    if( decl.kind == Kind::enumeration ) {
       out.push_back( { name, "a number that no enumerator has" } );
       out.push_back( { name + " has no such value: NAME", "a name that no enumerator has" } );
@@ -96,7 +97,7 @@ bool refusesNull( const Decl& decl, const Attr& attr ) {
 // An immutable constructor parameter, base's included, that a second creation under the same key must repeat.
 void reinstantiations( const Decl& decl, std::vector< Message >& out ) {
    if( decl.isMachine() && !Machines::ownerOf( decl ) ) return; // nobody creates it by a key
-   const std::string what = decl.isMachine() ? "Reinstantiating the pointer interface" : "Reinstantiating the entity with name NAME";
+   const std::string what = std::string( "Reinstantiating the " ) + ( decl.isMachine() ? "pointer interface" : "entity with name NAME" );
    for( const Attr* attr : constructorParameters( decl ) ) {
       if( attr->role == Role::key || attr->paramVar ) continue;
       out.push_back( { what + " where constructor parameter attribute _" + attr->name.text +
@@ -111,10 +112,10 @@ void objectMessages( const Decl& decl, std::vector< Message >& out ) {
          const std::string still = attr->storeThenCheck ? ", which is stored all the same and not announced" : "";
          out.push_back( { limitText( decl, *attr ), "a greater `" + attr->name.text + "`" + still } );
       }
+      const std::string& foo = attr->name.text;
       if( refusesNull( decl, *attr ) )
-         out.push_back( { "null _" + attr->name.text + " parameter to mutator for " + decl.qualifiedName() + "::" + attr->name.text +
-                             " not allowed",
-                          "null, given to `" + attr->name.text + "Is()`" } );
+         out.push_back( { "null _" + foo + " parameter to mutator for " + decl.qualifiedName() + "::" + foo + " not allowed",
+                          "null, given to `" + foo + "Is()`" } );
    }
    reinstantiations( decl, out );
 }
@@ -168,7 +169,8 @@ Strings creation( const Decl& decl ) {
    for( const auto& holder : decl.module->decls ) {
       for( const auto& attr : holder->attrs ) {
          if( attr->shape.holding == Holding::child && attr->shape.element.decl == &decl )
-            out.push_back( holder->qualifiedName() + "::new" + upperFirst( attr->name.text ) + inParens( parametersOf( decl, true ) ) );
+            out.push_back( holder->qualifiedName() + "::new" + upperFirst( attr->name.text ) +
+                           inParens( parametersOf( decl, true ) ) );
       }
    }
    return out;
@@ -199,11 +201,13 @@ std::vector< Reaction > reactions( const Decl& decl ) {
    std::vector< Reaction > out;
    for( const auto& attr : decl.attrs ) {
       if( !attr->watch ) continue;
-      for( const Handler& h : attr->watch->handlers ) out.push_back( { attr->name.text + ": " + eventText( h ), runs( h, attr.get() ) } );
+      for( const Handler& h : attr->watch->handlers )
+         out.push_back( { attr->name.text + ": " + eventText( h ), runs( h, attr.get() ) } );
    }
    for( const Handler& h : decl.handlers ) out.push_back( { eventText( h ), runs( h, nullptr ) } );
    const bool saysStart = !Machines::handlersOf( decl.handlers, "start" ).empty();
-   if( decl.kind == Kind::machine && !saysStart && findOp( decl, "handleInitialized", 0 ) ) out.push_back( { "start", "handleInitialized" } );
+   if( decl.kind == Kind::machine && !saysStart && findOp( decl, "handleInitialized", 0 ) )
+      out.push_back( { "start", "handleInitialized" } );
    return out;
 }
 

@@ -9,8 +9,8 @@
 #include <link.h>
 #include <optional>
 
-// Every read goes through `InputFile::bytesAt`, so that neither an offset nor a size of the file can lead out of bounds or make us
-// allocate without limit. Section headers of both word sizes are read into one form (System V gABI, chapter 4).
+// Every read goes through `InputFile::bytesAt`, so that neither an offset nor a size of the file can lead out of bounds or make
+// us allocate without limit. Section headers of both word sizes are read into one form (System V gABI, chapter 4).
 
 namespace Tool {
 

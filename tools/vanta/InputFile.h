@@ -6,8 +6,8 @@
 
 namespace Tool {
 
-/// A regular file whose every byte may be wrong. It is never mapped: another process may truncate it, and a mapping would turn that
-/// into a signal.
+/// A regular file whose every byte may be wrong. It is never mapped: another process may truncate it, and a mapping would turn
+/// that into a signal.
 class InputFile {
  public:
    /// The most bytes that one read may ask for.

@@ -172,7 +172,8 @@ void Table::print() const {
    flushOutput();
 }
 
-// As wide as the widest cells; where that is too much, the widest column gives way first, between words as long as that is enough.
+// As wide as the widest cells; where that is too much, the widest column gives way first, between words as long as that is
+// enough.
 std::vector< std::size_t > WrappedTable::widths() const {
    constexpr std::size_t gap = 2, least = 8;
    const std::size_t columns = rows_.front().size();
@@ -203,7 +204,8 @@ void WrappedTable::print() const {
    for( const auto& row : rows_ ) {
       std::vector< std::vector< std::string > > cells;
       std::size_t height = 0;
-      for( std::size_t i = 0; i < row.size(); ++i ) height = std::max( height, cells.emplace_back( wrapped( row[ i ], width[ i ] ) ).size() );
+      for( std::size_t i = 0; i < row.size(); ++i )
+         height = std::max( height, cells.emplace_back( wrapped( row[ i ], width[ i ] ) ).size() );
       for( std::size_t at = 0; at < height; ++at ) {
          std::string line;
          for( std::size_t i = 0; i < cells.size(); ++i ) {

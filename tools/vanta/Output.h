@@ -26,7 +26,8 @@ std::string green( std::string_view text );
 
 /// How many columns a line may have: those of the terminal, or no end of them where standard output is none.
 std::size_t outputWidth();
-/// Text as lines of at most `width` columns, broken between words, and inside of one that is longer; an empty line parts paragraphs.
+/// Text as lines of at most `width` columns, broken between words, and inside of one that is longer; an empty line parts
+/// paragraphs.
 std::vector< std::string > wrapped( std::string_view text, std::size_t width );
 
 /// A local date and time to the second, or to the millisecond; "-" for 0.

@@ -12,8 +12,8 @@
 #include <tuple>
 #include <utility>
 
-// A file is scanned without recursion first, and refused when it nests deeper than any schema does: what walks a document afterwards,
-// our own functions and RapidJSON's, recurses.
+// A file is scanned without recursion first, and refused when it nests deeper than any schema does: what walks a document
+// afterwards, our own functions and RapidJSON's, recurses.
 
 namespace Tool {
 
@@ -112,7 +112,8 @@ void Schema::read( const std::string& path ) {
    const auto* version = memberOf( document, "format" );
    if( !version || !version->IsUint64() ) fail( path, "it is no schema: it has no format" );
    if( version->GetUint64() != format ) {
-      fail( path, "it has format " + std::to_string( version->GetUint64() ) + ", this program reads format " + std::to_string( format ) );
+      fail( path, "it has format " + std::to_string( version->GetUint64() ) + ", this program reads format " +
+                     std::to_string( format ) );
    }
    const Type whole{ "", "", path, &document };
    const std::string module( textOf( whole, document, "module" ) );
@@ -145,13 +146,15 @@ std::vector< std::string > Schema::like( std::string_view name ) const {
    std::vector< std::tuple< std::size_t, std::size_t, std::string > > near;
    for( const Type& type : types_ ) {
       const std::string whole = small( type.name.substr( 0, 200 ) );
-      const std::size_t wholeAway = distance( wanted, whole ), away = std::min( wholeAway, distance( wantedShort, shortName( whole ) ) );
+      const std::size_t wholeAway = distance( wanted, whole );
+      const std::size_t away = std::min( wholeAway, distance( wantedShort, shortName( whole ) ) );
       if( away <= 1 + wantedShort.size() / 4 ) near.emplace_back( away, wholeAway, type.name );
    }
    std::sort( near.begin(), near.end() );
    near.erase( std::unique( near.begin(), near.end() ), near.end() );
    std::vector< std::string > out;
-   for( std::size_t i = 0; i < std::min< std::size_t >( near.size(), 3 ); ++i ) out.push_back( std::get< std::string >( near[ i ] ) );
+   near.resize( std::min< std::size_t >( near.size(), 3 ) );
+   for( const auto& found : near ) out.push_back( std::get< std::string >( found ) );
    return out;
 }
 
@@ -170,12 +173,14 @@ std::string_view textOf( const Schema::Type& type, const rapidjson::Value& objec
    return { value->GetString(), value->GetStringLength() };
 }
 
-const rapidjson::Value* listOf( const Schema::Type& type, const rapidjson::Value& object, const char* member, rapidjson::Type of ) {
+const rapidjson::Value* listOf( const Schema::Type& type, const rapidjson::Value& object, const char* member,
+                                rapidjson::Type of ) {
    const auto* value = memberOf( object, member );
    if( !value ) return nullptr;
-   const bool good = value->IsArray() && std::all_of( value->Begin(), value->End(), [ of ]( const auto& e ) { return e.GetType() == of; } );
-   if( !good ) {
-      fail( type.path, std::string( "a member \"" ) + member + "\" in it is no list of " + ( of == rapidjson::kObjectType ? "objects" : "texts" ) );
+   const auto isElement = [ of ]( const rapidjson::Value& v ) { return v.GetType() == of; };
+   if( !value->IsArray() || !std::all_of( value->Begin(), value->End(), isElement ) ) {
+      fail( type.path, std::string( "a member \"" ) + member + "\" in it is no list of " +
+                          ( of == rapidjson::kObjectType ? "objects" : "texts" ) );
    }
    return value;
 }

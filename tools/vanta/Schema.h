@@ -41,8 +41,9 @@ std::string schemaDirectory();
 
 /// A member of a JSON object that is a text; "" when there is none. Throws `Failure` when it is no text.
 std::string_view textOf( const Schema::Type& type, const rapidjson::Value& object, const char* member );
-/// A member that is a list of `rapidjson::kObjectType` or `rapidjson::kStringType`; null when there is none. Throws `Failure` when it is
-/// anything else.
-const rapidjson::Value* listOf( const Schema::Type& type, const rapidjson::Value& object, const char* member, rapidjson::Type of );
+/// A member that is a list of `rapidjson::kObjectType` or `rapidjson::kStringType`; null when there is none. Throws `Failure` when
+/// it is anything else.
+const rapidjson::Value* listOf( const Schema::Type& type, const rapidjson::Value& object, const char* member,
+                                rapidjson::Type of );
 
 }

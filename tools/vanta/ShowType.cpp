@@ -95,7 +95,8 @@ void enumerators( const Reader& in ) {
    for( const Value& v : all->GetArray() ) {
       const auto number = v.FindMember( "value" );
       const bool known = number != v.MemberEnd() && number->value.IsUint64();
-      table.row( { known ? std::to_string( number->value.GetUint64() ) : "?", in.text( v, "name" ), in.text( v, "documentation" ) } );
+      const std::string value = known ? std::to_string( number->value.GetUint64() ) : "?";
+      table.row( { value, in.text( v, "name" ), in.text( v, "documentation" ) } );
    }
    print( "\n" );
    table.print();

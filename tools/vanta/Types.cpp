@@ -55,13 +55,13 @@ int typesCommand( int argc, char** argv ) {
    std::string directory;
    const CommandLine line{ .name = "vanta types",
                            .operands = "[TYPE|LIBRARY]",
-                           .description = "Shows the reference of a type: its attributes, operations, notifications and the texts of\n"
-                                          "what it refuses. TYPE is a qualified name, or the end of one that is no other's.\n\n"
+                           .description = "Shows the reference of a type: its attributes, operations, notifications and messages.\n"
+                                          "TYPE is a qualified name, or the end of one that is no other's.\n\n"
                                           "Without TYPE, lists the types that a library declares, in the order of its section\n"
-                                          ".kel.type, without loading it. LIBRARY is a file of either word size (its name has a '/',\n"
-                                          "or ends in .so, or the file exists); without it, the libVanta that this command uses.",
+                                          ".kel.type, without loading it. LIBRARY is a file of either word size (there is one, or\n"
+                                          "its name has a '/' or ends in .so); without it, the libVanta that this command uses.",
                            .options = { { "json", nullptr, "print one JSON object", [ & ]( const char* ) { json = true; } },
-                                        { "schema", "DIR", "where types are described (default: VANTA_SCHEMA, or beside the program)",
+                                        { "schema", "DIR", "where types are described (else VANTA_SCHEMA, or beside the program)",
                                           [ & ]( const char* text ) { directory = text; } } },
                            .mostOperands = 1 };
    const auto operands = line.parse( argc, argv );

@@ -13,6 +13,8 @@ class Types : public VantaCommand {
  protected:
    Types() { unsetenv( "VANTA_SCHEMA" ); }
 
+   static std::string builtSchema() { return std::filesystem::path( program() ).parent_path() / "../schema"; }
+
    std::string schemaWith( const std::string& content ) {
       std::filesystem::create_directories( directory_ + "/schema/Lab" );
       std::ofstream( directory_ + "/schema/Lab/M.json", std::ios::binary ) << content;
@@ -34,11 +36,12 @@ TEST_F( Types, ShowsTheReferenceOfAType ) {
         { "innerVid   Bridging::VlanIdOrNone  0        The VLAN of the inner (customer) tag; 0 matches frames with a single tag.",
           "  VlanXlateKey has no such attribute: NAME: text with another attribute" } },
       { "Input::SwitchIntfConfig",
-        { "  SwitchIntfConfig::tapTruncationSize > SwitchIntfConfig::tapTruncationSizeMax not allowed: a greater `tapTruncationSize`, "
-          "which is stored all the same and not announced",
+        { "  SwitchIntfConfig::tapTruncationSize > SwitchIntfConfig::tapTruncationSizeMax not allowed: a greater "
+          "`tapTruncationSize`, which is stored all the same and not announced",
           "  onTrunkGroup( key : Kel::String8 )", "  onTrunkGroup()", "  onTrunkGroupkelImmediate()" } },
       { "VlanIntfStatus",
-        { "entity derived from Interface::EthIntfStatus; module VlanIntf", "From Interface::EthIntfStatus: intfName, speed, duplex, macAddr",
+        { "entity derived from Interface::EthIntfStatus; module VlanIntf",
+          "From Interface::EthIntfStatus: intfName, speed, duplex, macAddr",
           "  Interface::VlanIntfStatusDir::newIntfStatus( intfId : Quor::IntfId, defaultConfig : ref Interface::IntfConfig, "
           "genId : Kel::U32, intfName : Kel::String8 )" } },
       { "TagOnEgress", { "1      tagOnEgressDisabled", "  TagOnEgress has no such value: NAME: a name that no enumerator has" } },
@@ -51,14 +54,15 @@ TEST_F( Types, ShowsTheReferenceOfAType ) {
    for( const Case& c : cases ) {
       const Outcome result = run( std::string( "types " ) + c.name );
       EXPECT_EQ( result.code, 0 ) << result.err;
-      for( const std::string& line : c.lines ) EXPECT_NE( ( "\n" + result.out ).find( "\n" + line + "\n" ), std::string::npos ) << line << "\n" << result.out;
+      for( const std::string& line : c.lines )
+         EXPECT_NE( ( "\n" + result.out ).find( "\n" + line + "\n" ), std::string::npos ) << line << "\n" << result.out;
       EXPECT_STREQ( parsed( run( std::string( "types --json " ) + c.name ).out )[ "name" ].GetString(),
                     result.out.substr( 0, result.out.find( '\n' ) ).c_str() );
    }
 }
 
 TEST_F( Types, EveryTypeOfTheLibraryIsDescribedOnce ) {
-   const Schema schema( std::filesystem::path( program() ).parent_path() / "../schema" );
+   const Schema schema( builtSchema() );
    std::istringstream names( run( "types" ).out );
    int count = 0;
    for( std::string name; std::getline( names, name ); ++count ) {
@@ -70,7 +74,8 @@ TEST_F( Types, EveryTypeOfTheLibraryIsDescribedOnce ) {
 }
 
 TEST_F( Types, ANameThatIsNoneOrOfSeveralIsToldWithThoseThatMayBeMeant ) {
-   const std::string some = schemaWith( R"({ "format": 1, "types": [ { "name": "A::Vlan" }, { "name": "A::B::Vlan" }, { "name": "A::Host" } ] })" );
+   const std::string some = schemaWith(
+      R"({ "format": 1, "types": [ { "name": "A::Vlan" }, { "name": "A::B::Vlan" }, { "name": "A::Host" } ] })" );
    const std::pair< const char*, const char* > cases[] = {
       { "Vlan", "vanta types: 'Vlan' may be any of A::Vlan, A::B::Vlan\n" },
       { "A::Vlam", "vanta types: there is no type 'A::Vlam'; did you mean A::Vlan, A::B::Vlan?\n" },
@@ -87,12 +92,13 @@ TEST_F( Types, ANameThatIsNoneOrOfSeveralIsToldWithThoseThatMayBeMeant ) {
       EXPECT_EQ( result.out, "" );
    }
    EXPECT_EQ( run( "types B::Vlan", "", "VANTA_SCHEMA='" + some + "'" ).out, "A::B::Vlan\n; module\n" );
-   EXPECT_EQ( run( "types --schema '" + some + "'" ).err, "vanta types: --schema is for one type; name it; see 'vanta types --help'\n" );
+   EXPECT_EQ( run( "types --schema '" + some + "'" ).err,
+              "vanta types: --schema is for one type; name it; see 'vanta types --help'\n" );
 }
 
 TEST_F( Types, ASchemaThatCantBeUsedIsToldInOneLine ) {
-   const auto deep = []( std::size_t depth ) {
-      return R"({ "format": 1, "types": [ { "name": "T", "x": )" + std::string( depth, '[' ) + std::string( depth, ']' ) + " } ] }";
+   const auto deep = []( std::size_t n ) {
+      return R"({ "format": 1, "types": [ { "name": "T", "x": )" + std::string( n, '[' ) + std::string( n, ']' ) + " } ] }";
    };
    const std::pair< std::string, const char* > cases[] = {
       { "", "at byte 0: The document is empty." },
@@ -106,8 +112,10 @@ TEST_F( Types, ASchemaThatCantBeUsedIsToldInOneLine ) {
       { R"({ "format": 1, "types": [ {} ] })", "a type in it has no name" },
       { R"({ "format": 1, "types": [ { "name": 7 } ] })", "a member \"name\" in it is no text" },
       { R"({ "format": 1, "types": [ { "name": "T", "nested": "T" } ] })", "a member \"nested\" in it is no list of objects" },
-      { R"({ "format": 1, "types": [ { "name": "T", "creation": [ {} ] } ] })", "a member \"creation\" in it is no list of texts" },
-      { R"({ "format": 1, "types": [ { "name": "T", "attributes": [ { "name": [] } ] } ] })", "a member \"name\" in it is no text" },
+      { R"({ "format": 1, "types": [ { "name": "T", "creation": [ {} ] } ] })",
+        "a member \"creation\" in it is no list of texts" },
+      { R"({ "format": 1, "types": [ { "name": "T", "attributes": [ { "name": [] } ] } ] })",
+        "a member \"name\" in it is no text" },
       { "{ \"format\": 1, \"types\": [ { \"name\": \"T\xff\" } ] }", "at byte 38: Invalid encoding in string." },
       { deep( 29 ), nullptr },
       { deep( 30 ), "it nests deeper than any schema" },
@@ -119,7 +127,8 @@ TEST_F( Types, ASchemaThatCantBeUsedIsToldInOneLine ) {
       EXPECT_EQ( result.err, reason ? "vanta types: cannot read '" + schema + "/Lab/M.json': " + reason + "\n" : "" );
       EXPECT_EQ( result.code, reason ? 2 : 0 ) << content.substr( 0, 100 );
    }
-   EXPECT_EQ( run( "types --schema /none T" ).err, "vanta types: cannot read the schema directory '/none': No such file or directory\n" );
+   EXPECT_EQ( run( "types --schema /none T" ).err,
+              "vanta types: cannot read the schema directory '/none': No such file or directory\n" );
    std::filesystem::remove( directory_ + "/schema/Lab/M.json" );
    EXPECT_EQ( run( "types --schema '" + directory_ + "/schema' T" ).err,
               "vanta types: the schema directory '" + directory_ + "/schema' describes no type\n" );
@@ -129,13 +138,13 @@ TEST_F( Types, ASchemaThatCantBeUsedIsToldInOneLine ) {
 
 // Whatever bytes of a schema are wrong: it is refused in one line or shown, and what is shown can't steer a terminal.
 TEST_F( Types, AnyByteOfASchemaMayBeWrong ) {
-   const std::string good = contentOf( std::filesystem::path( program() ).parent_path() / "../schema/Vanta/BridgingEntryTypes.json" );
+   const std::string good = contentOf( builtSchema() + "/Vanta/BridgingEntryTypes.json" );
    ASSERT_FALSE( good.empty() );
    std::mt19937 random( 1 );
    int shown = 0;
    for( int i = 0; i < 1000; ++i ) {
       std::string content = good;
-      for( int n = 0; n < 3; ++n ) content[ random() % content.size() ] = static_cast< char >( "\"{}[]:,\\u01\033\0x"[ random() % 14 ] );
+      for( int n = 0; n < 3; ++n ) content[ random() % content.size() ] = "\"{}[]:,\\u01\033\0x"[ random() % 14 ];
       if( i % 10 == 0 ) content.resize( random() % content.size() );
       testing::internal::CaptureStdout();
       try {
@@ -151,8 +160,8 @@ TEST_F( Types, AnyByteOfASchemaMayBeWrong ) {
 
 TEST_F( Types, LinesFitTheTerminal ) {
    for( const std::size_t width : { 40u, 80u, 132u } ) {
-      const std::string line = "TERM=xterm script -qec \"stty cols " + std::to_string( width ) + "; '" + program() + "' types HwCapabilities\" /dev/null >'" +
-         directory_ + "/out' 2>&1 </dev/null";
+      const std::string command = "stty cols " + std::to_string( width ) + "; '" + program() + "' types HwCapabilities";
+      const std::string line = "TERM=xterm script -qec \"" + command + "\" /dev/null >'" + directory_ + "/out' 2>&1 </dev/null";
       ASSERT_EQ( std::system( line.c_str() ), 0 );
       const std::string out = contentOf( directory_ + "/out" );
       EXPECT_EQ( out.find( "\033[1mBridging::HwCapabilities\033[0m" ), 0u ) << out.substr( 0, 200 );

@@ -129,8 +129,9 @@ TEST_F( Vanta, WhatTheSystemRefusesIsNoUsageError ) {
 
 TEST_F( Vanta, CompletionOffersWhatTheHelpLists ) {
    const auto offers = [ & ]( const std::string& words, int at ) {
-      const std::string script = "PATH=\"$(dirname '" + program() + "'):$PATH\"; . '" VANTA_COMPLETION "'; COMP_WORDS=( " + words +
-                                 " ); COMP_CWORD=" + std::to_string( at ) + "; COMP_LINE=\"${COMP_WORDS[*]}\"; COMP_POINT=${#COMP_LINE}; _vanta; echo \"${COMPREPLY[*]}\"";
+      const std::string script = "PATH=\"$(dirname '" + program() + "'):$PATH\"; . '" VANTA_COMPLETION "'; COMP_WORDS=( " +
+         words + " ); COMP_CWORD=" + std::to_string( at ) + "; COMP_LINE=\"${COMP_WORDS[*]}\"; COMP_POINT=${#COMP_LINE}; _vanta; " +
+         "echo \"${COMPREPLY[*]}\"";
       std::ofstream( directory_ + "/script" ) << script;
       const int status = std::system( ( "bash '" + directory_ + "/script' >'" + directory_ + "/out'" ).c_str() );
       EXPECT_EQ( status, 0 );
