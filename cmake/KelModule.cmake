@@ -4,7 +4,8 @@
 #              [IMPORT_DIRS DIR[=PREFIX] ...])
 #
 # compiles a definition file and, with it, the hand-written bodies of its types into the object library Vanta_VlanId. The header
-# is included as <Vanta/VlanId.h>; the schema (JSON) and the reference page (Markdown) are written to <build>/schema/Vanta.
+# is included as <Vanta/VlanId.h>; the schema (JSON) and the reference page (Markdown) are written to <build>/schema/Vanta, where
+# `vanta types` finds the one and README.md lists the others.
 # Modules that the definition imports must have been added before.
 #
 #   kel_library(Vanta MODULES VlanId Bridging ... [LINKS ...] [SOURCES ...] [DESCRIPTION text])
@@ -136,9 +137,11 @@ function(kel_library name)
 
    _kel_compiler(compiler depends)
    set(depfile ${CMAKE_CURRENT_BINARY_DIR}/${name}.registry.d)
+   set(index ${CMAKE_BINARY_DIR}/schema/${name}/README.md)
    add_custom_command(
-      OUTPUT ${registry}
-      COMMAND ${compiler} --registry ${registry} --library ${name} --include-prefix ${name} --depfile ${depfile} ${definitions}
+      OUTPUT ${registry} ${index}
+      COMMAND ${compiler} --registry ${registry} --library ${name} --index ${index} --include-prefix ${name} --depfile ${depfile}
+              ${definitions}
       DEPENDS ${definitions} ${depends} DEPFILE ${depfile}
       COMMENT "Writing the registry of lib${name}" VERBATIM)
 
@@ -165,6 +168,9 @@ function(kel_library name)
          string(REGEX REPLACE "^platform/" "" room "${room}")
          install(FILES ${definition} DESTINATION ${CMAKE_INSTALL_DATADIR}/kel/${room})
       endforeach()
-      install(DIRECTORY ${CMAKE_BINARY_DIR}/schema/${name} DESTINATION ${CMAKE_INSTALL_DOCDIR}/schema)
+      install(DIRECTORY ${CMAKE_BINARY_DIR}/schema/${name} DESTINATION ${CMAKE_INSTALL_DOCDIR}/reference
+              FILES_MATCHING PATTERN "*.md")
+      install(DIRECTORY ${CMAKE_BINARY_DIR}/schema/${name} DESTINATION ${CMAKE_INSTALL_DATADIR}/vanta/schema
+              FILES_MATCHING PATTERN "*.json")
    endif()
 endfunction()

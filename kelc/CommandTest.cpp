@@ -38,6 +38,7 @@ TEST_F( Command, UsageErrorsAreOneLine ) {
       { { "--registry=r.cpp", "a.kel" }, "kelc: --registry and --library go together; kelc --help tells the options\n" },
       { { "--registry=r.cpp", "--library=L", "--header=h", "a.kel" },
         "kelc: --registry excludes --header, --source, --json and --markdown; kelc --help tells the options\n" },
+      { { "--index=i.md", "a.kel" }, "kelc: --index needs --registry; kelc --help tells the options\n" },
       { { "--depfile=d", "a.kel" },
         "kelc: --depfile needs an output that depends on something; kelc --help tells the options\n" },
       { { "a.kel" }, "kelc: can't read a.kel: no such file\n" },
@@ -128,8 +129,9 @@ TEST_F( Command, Goldens ) {
    const std::string golden = std::string( KELC_TESTDATA ) + "/golden/";
    std::filesystem::copy( golden + "Golden.kel", "Golden.kel" );
    ASSERT_EQ( kelc( all( "Golden.kel" ) ).err, "" );
-   ASSERT_EQ( kelc( { "-I", KELC_PLATFORM, "--registry", "o.registry.cpp", "--library", "Golden", "Golden.kel" } ).err, "" );
-   for( const char* kind : { ".h", ".cpp", ".json", ".md", ".registry.cpp" } ) {
+   ASSERT_EQ( kelc( { "-I", KELC_PLATFORM, "--registry", "o.registry.cpp", "--index", "o.index.md", "--library", "Golden",
+                     "Golden.kel" } ).err, "" );
+   for( const char* kind : { ".h", ".cpp", ".json", ".md", ".registry.cpp", ".index.md" } ) {
       const std::string written = read( "o" + std::string( kind ) );
       EXPECT_EQ( firstDifference( written, read( golden + "Golden" + kind ) ), "" );
       if( const char* update = std::getenv( "KELC_UPDATE_GOLDENS" ); update && *update )

@@ -42,7 +42,8 @@ std::vector< Result > emit( const Options& o, const std::vector< const Module* >
    auto wanted = []( const std::string& path, auto make ) { return Result{ &path, path.empty() ? std::string() : make() }; };
    return { wanted( o.header, [ & ] { return emitHeader( main ); } ), wanted( o.source, [ & ] { return emitSource( main ); } ),
             wanted( o.json, [ & ] { return emitJson( main ); } ), wanted( o.markdown, [ & ] { return emitMarkdown( main ); } ),
-            wanted( o.registry, [ & ] { return emitRegistry( o.library, modules ); } ) };
+            wanted( o.registry, [ & ] { return emitRegistry( o.library, modules ); } ),
+            wanted( o.index, [ & ] { return emitIndex( o.library, modules ); } ) };
 }
 
 int run( const Options& options, std::ostream& err ) {

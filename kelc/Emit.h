@@ -20,6 +20,9 @@ std::string emitJson( const Module& module );
 /// The reference page of a module, from its documentation comments.
 std::string emitMarkdown( const Module& module );
 
+/// The page that lists a library's modules with their types; it stands beside theirs.
+std::string emitIndex( const std::string& library, const std::vector< const Module* >& modules );
+
 /// The one source of a library that holds its modules' load order and the list of its type names.
 std::string emitRegistry( const std::string& library, const std::vector< const Module* >& modules );
 

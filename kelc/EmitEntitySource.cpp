@@ -85,15 +85,12 @@ Strings entityRow( const Decl& decl, const Attr& attr ) {
 
 void limitedSetter( Writer& w, const Decl& decl, const Attr& attr ) {
    const Member m( attr );
-   const std::string limit =
-      attr.max.constant ? decl.name.text + "::" + attr.max.constant->name.text : std::to_string( attr.max.number );
    const std::string value = expression( *m.shape.element.decl, attr.max );
-   const std::string message = decl.name.text + "::" + m.foo + " > " + limit + " not allowed";
    w.line( "void " + localName( decl ) + "::" + m.foo + "Is( " + heldParam( attr ) + " v ) {" );
    w.in();
    w.line( "if( v > " + value + ( attr.storeThenCheck ? " && v != " + m.slot : "" ) + " ) {" );
    if( attr.storeThenCheck ) w.line( "   " + m.slot + " = v;" );
-   w.line( "   throw ::Kel::RangeException( " + cppText( message ) + " );" );
+   w.line( "   throw ::Kel::RangeException( " + cppText( limitText( decl, attr ) ) + " );" );
    w.line( "}" );
    w.line( "set( " + setArguments( m ) + " );" );
    w.out();
@@ -124,6 +121,12 @@ void dispatchBody( Writer& w, const Decl& decl ) {
    w.line( "}" );
 }
 
+}
+
+std::string limitText( const Decl& decl, const Attr& attr ) {
+   const std::string limit =
+      attr.max.constant ? decl.name.text + "::" + attr.max.constant->name.text : std::to_string( attr.max.number );
+   return decl.name.text + "::" + attr.name.text + " > " + limit + " not allowed";
 }
 
 std::string Entities::setArguments( const Member& m ) {

@@ -3,6 +3,7 @@
 #include "Json.h"
 #include "Model.h"
 #include "Names.h"
+#include "Reference.h"
 
 namespace Kelc {
 
@@ -13,27 +14,62 @@ void attribute( JsonWriter& json, const Attr& attr ) {
    json.text( "name", attr.name.text );
    json.textIf( "role", describe( attr.role ) );
    json.textIf( "type", typeText( attr ) );
-   json.textIf( "default", describe( attr.init ) );
+   json.textIf( "default", defaultText( attr ) );
    json.textIf( "max", describe( attr.max ) );
    json.trueIf( "storeThenCheck", attr.storeThenCheck );
    json.trueIf( "variable", attr.paramVar );
    json.trueIf( "silent", attr.silent );
    json.trueIf( "unlogged", attr.unlogged );
-   if( attr.watch ) json.text( "reactor", reactorName( attr ) );
+   if( attr.watch ) json.text( "reactor", reactorName( attr ) ), json.textIf( "from", followedText( attr ) );
+   json.textIf( "note", noteText( attr ) );
    json.textIf( "documentation", attr.doc );
    json.endObject();
 }
 
-void operations( JsonWriter& json, const std::vector< Op >& ops ) {
+void operations( JsonWriter& json, const std::vector< ListedOp >& ops ) {
    if( ops.empty() ) return;
    json.beginArray( "operations" );
-   for( const Op& op : ops ) {
+   for( const auto& [ signature, op ] : ops ) {
       json.beginObject();
-      json.text( "signature", describe( op ) );
-      json.trueIf( "virtual", op.isVirtual );
-      json.trueIf( "static", op.isStatic );
-      json.trueIf( "const", op.isConst );
-      json.textIf( "documentation", op.doc );
+      json.text( "signature", signature );
+      json.trueIf( "virtual", op->isVirtual );
+      json.trueIf( "static", op->isStatic );
+      json.trueIf( "const", op->isConst );
+      json.textIf( "documentation", op->doc );
+      json.endObject();
+   }
+   json.endArray();
+}
+
+void texts( JsonWriter& json, const char* key, const Strings& all ) {
+   if( all.empty() ) return;
+   json.beginArray( key );
+   for( const std::string& text : all ) json.text( {}, text );
+   json.endArray();
+}
+
+// Objects of two texts each.
+template< class T >
+void pairs( JsonWriter& json, const char* key, const std::vector< T >& all, const char* first, const char* second ) {
+   if( all.empty() ) return;
+   json.beginArray( key );
+   for( const auto& [ a, b ] : all ) {
+      json.beginObject();
+      json.text( first, a );
+      json.text( second, b );
+      json.endObject();
+   }
+   json.endArray();
+}
+
+void inheritance( JsonWriter& json, const Decl& decl ) {
+   const auto all = inherited( decl );
+   if( all.empty() ) return;
+   json.beginArray( "inherited" );
+   for( const auto& [ from, attributes ] : all ) {
+      json.beginObject();
+      json.text( "from", from->qualifiedName() );
+      texts( json, "attributes", attributes );
       json.endObject();
    }
    json.endArray();
@@ -67,13 +103,18 @@ void type( JsonWriter& json, const Decl& decl ) {
    json.textIf( "header", decl.header );
    json.textIf( "documentation", decl.doc );
    json.number( "line", decl.name.span.source->place( decl.name.span.begin ).line );
+   texts( json, "creation", creation( decl ) );
    enumerators( json, decl );
    if( !decl.attrs.empty() ) {
       json.beginArray( "attributes" );
       for( const auto& attr : decl.attrs ) attribute( json, *attr );
       json.endArray();
    }
-   operations( json, decl.ops );
+   inheritance( json, decl );
+   operations( json, operationsOf( decl ) );
+   pairs( json, "reactions", reactions( decl ), "on", "runs" );
+   texts( json, "notifications", notifications( decl ) );
+   pairs( json, "messages", messages( decl ), "text", "when" );
    if( !decl.nested.empty() ) {
       json.beginArray( "nested" );
       for( const auto& nested : decl.nested ) type( json, *nested );

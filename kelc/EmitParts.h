@@ -50,6 +50,14 @@ std::vector< std::string > constructorArguments( const Decl& decl );
 /// `::Kel::Name` or `::Kel::String8` for an entity that is constructed with a name.
 std::string nameType( const Decl& decl );
 std::string factoryName( const Decl& decl );
+
+// The texts of refusals
+
+/// Of a scalar's bounds; nothing for a scalar that has none of its own.
+std::string boundsText( const Decl& decl );
+/// Of a setter's limit.
+std::string limitText( const Decl& decl, const Attr& attr );
+
 /// The C++ base: `::Kel::Entity` unless the definition names one.
 std::string baseClass( const Decl& decl );
 

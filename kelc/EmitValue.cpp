@@ -42,6 +42,8 @@ Bounds boundsOf( const Decl& decl ) {
    return out;
 }
 
+}
+
 std::string boundsText( const Decl& decl ) {
    const auto [ min, max ] = boundsOf( decl );
    const std::string name = decl.name.text;
@@ -55,6 +57,8 @@ std::string boundsText( const Decl& decl ) {
    else below.negative = true, below.number = 1;
    return name + "::value <= " + describe( below ) + " not allowed";
 }
+
+namespace {
 
 // True when the number in `value` is refused. Two bounds of an unsigned number take one comparison.
 std::string refusal( const Decl& decl ) {

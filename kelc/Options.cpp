@@ -6,7 +6,7 @@ namespace Kelc {
 
 const char* const helpText =
    "usage: kelc [OPTION]... FILE.kel\n"
-   "       kelc --registry OUT.cpp --library NAME [-I DIR]... FILE.kel...\n"
+   "       kelc --registry OUT.cpp --library NAME [--index OUT.md] [-I DIR]... FILE.kel...\n"
    "\n"
    "Compiles type definitions to C++. Without an output option it only checks them.\n"
    "\n"
@@ -20,6 +20,7 @@ const char* const helpText =
    "  --depfile FILE         write the files that the outputs depend on, as a rule for make or ninja\n"
    "  --registry FILE        write the source that registers a library's modules, in the order of the files given\n"
    "  --library NAME         the library's name, for --registry\n"
+   "  --index FILE           write the page that lists the modules and their types, with --registry\n"
    "  --help, --version\n"
    "\n"
    "A file that would not change is not written. Exit status: 0 done, 1 the definitions have errors, 2 a wrong command line or\n"
@@ -44,6 +45,7 @@ bool consistent( Options& o, std::string& why ) {
    if( o.help || o.version ) return true;
    if( o.files.empty() ) return why = "no definition file is given", false;
    if( o.registry.empty() != o.library.empty() ) return why = "--registry and --library go together", false;
+   if( !o.index.empty() && o.registry.empty() ) return why = "--index needs --registry", false;
    const bool perModule = !o.header.empty() || !o.source.empty() || !o.json.empty() || !o.markdown.empty();
    if( !o.registry.empty() && perModule ) return why = "--registry excludes --header, --source, --json and --markdown", false;
    if( o.registry.empty() && o.files.size() > 1 ) return why = "more than one definition file: " + o.files[ 1 ], false;
@@ -60,7 +62,8 @@ bool consistent( Options& o, std::string& why ) {
 bool parseOptions( const std::vector< std::string >& arguments, Options& o, std::string& why ) {
    const std::vector< std::pair< std::string, std::string* > > named{
       { "--include-prefix", &o.includePrefix }, { "--header", &o.header }, { "--source", &o.source }, { "--depfile", &o.depfile },
-      { "--json", &o.json }, { "--markdown", &o.markdown }, { "--registry", &o.registry }, { "--library", &o.library } };
+      { "--json", &o.json }, { "--markdown", &o.markdown }, { "--registry", &o.registry },
+      { "--index", &o.index }, { "--library", &o.library } };
    bool onlyFiles = false;
    for( std::size_t i = 0; i < arguments.size(); ++i ) {
       const std::string& a = arguments[ i ];

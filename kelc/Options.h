@@ -12,7 +12,7 @@ struct Options {
    std::vector< ImportDir > importDirs;
    std::string includePrefix = "Vanta";
    std::string header, source, depfile, json, markdown;
-   std::string registry, library;
+   std::string registry, index, library;
    std::vector< std::string > files;
    bool help = false;
    bool version = false;

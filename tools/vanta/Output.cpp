@@ -2,17 +2,23 @@
 
 #include "Cli.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <limits>
+#include <numeric>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace Tool {
 
 namespace {
+
+constexpr std::string_view whiteSpace = " \t\r\n";
 
 void checkOutput( bool written ) {
    if( written ) return;
@@ -39,6 +45,15 @@ std::size_t utf8Length( std::string_view text ) {
       ( first == 0xf0 && second < 0x90 ) ||
                     ( first == 0xf4 && second > 0x8f );
    return bad ? 0 : length;
+}
+
+std::size_t longestWord( std::string_view text ) {
+   std::size_t longest = 0, length = 0;
+   for( const char c : text ) {
+      length = whiteSpace.find( c ) != whiteSpace.npos ? 0 : length + printable( { &c, 1 } ).size();
+      longest = std::max( longest, length );
+   }
+   return longest;
 }
 
 }
@@ -72,6 +87,34 @@ bool colours() {
 std::string bold( std::string_view text ) { return coloured( "1", text ); }
 std::string red( std::string_view text ) { return coloured( "31", text ); }
 std::string green( std::string_view text ) { return coloured( "32", text ); }
+
+std::size_t outputWidth() {
+   static const std::size_t width = [] {
+      if( !isatty( STDOUT_FILENO ) ) return std::size_t( std::numeric_limits< int >::max() );
+      winsize size{};
+      const bool known = ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 && size.ws_col > 0;
+      return std::size_t( known ? size.ws_col : 80 );
+   }();
+   return width;
+}
+
+std::vector< std::string > wrapped( std::string_view text, std::size_t width ) {
+   width = std::max< std::size_t >( width, 1 );
+   std::vector< std::string > lines( 1 );
+   for( bool isFirst = true;; isFirst = false ) {
+      const auto begin = std::min( text.find_first_not_of( whiteSpace ), text.size() );
+      const auto gap = text.substr( 0, begin );
+      text.remove_prefix( begin );
+      if( text.empty() ) break;
+      if( !isFirst && std::count( gap.begin(), gap.end(), '\n' ) > 1 ) lines.insert( lines.end(), 2, "" );
+      std::string word = printable( text.substr( 0, text.find_first_of( whiteSpace ) ) );
+      text.remove_prefix( std::min( text.find_first_of( whiteSpace ), text.size() ) );
+      if( !lines.back().empty() && lines.back().size() + 1 + word.size() > width ) lines.emplace_back();
+      for( ; word.size() > width; word.erase( 0, width ) ) lines.back() = word.substr( 0, width ), lines.emplace_back();
+      lines.back() += ( lines.back().empty() ? "" : " " ) + word;
+   }
+   return lines;
+}
 
 std::string dateTime( double secondsSinceEpoch, bool withMilliseconds ) {
    // The range of years 1970 to 9999: any other double can't be a date that a person would read.
@@ -127,6 +170,52 @@ void Table::print() const {
       from = to;
    }
    flushOutput();
+}
+
+// As wide as the widest cells; where that is too much, the widest column gives way first, between words as long as that is
+// enough.
+std::vector< std::size_t > WrappedTable::widths() const {
+   constexpr std::size_t gap = 2, least = 8;
+   const std::size_t columns = rows_.front().size();
+   std::vector< std::size_t > out( columns ), words( columns, least );
+   for( const auto& row : rows_ ) {
+      for( std::size_t i = 0; i < columns; ++i ) {
+         for( const std::string& line : wrapped( row[ i ], outputWidth() ) ) out[ i ] = std::max( out[ i ], line.size() );
+         words[ i ] = std::max( words[ i ], longestWord( row[ i ] ) );
+      }
+   }
+   std::size_t room = outputWidth();
+   room -= std::min( room, ( columns - 1 ) * gap );
+   for( const auto& floor : { words, std::vector< std::size_t >( columns, least ) } ) {
+      while( std::accumulate( out.begin(), out.end(), std::size_t( 0 ) ) > room ) {
+         std::size_t widest = columns;
+         for( std::size_t i = 0; i < columns; ++i ) {
+            if( out[ i ] > floor[ i ] && ( widest == columns || out[ i ] > out[ widest ] ) ) widest = i;
+         }
+         if( widest == columns ) break;
+         --out[ widest ];
+      }
+   }
+   return out;
+}
+
+void WrappedTable::print() const {
+   const auto width = widths();
+   for( const auto& row : rows_ ) {
+      std::vector< std::vector< std::string > > cells;
+      std::size_t height = 0;
+      for( std::size_t i = 0; i < row.size(); ++i )
+         height = std::max( height, cells.emplace_back( wrapped( row[ i ], width[ i ] ) ).size() );
+      for( std::size_t at = 0; at < height; ++at ) {
+         std::string line;
+         for( std::size_t i = 0; i < cells.size(); ++i ) {
+            const std::string text = at < cells[ i ].size() ? cells[ i ][ at ] : "";
+            line += ( i ? "  " : "" ) + text + std::string( width[ i ] - std::min( width[ i ], text.size() ), ' ' );
+         }
+         line.resize( line.find_last_not_of( ' ' ) + 1 );
+         Tool::print( ( &row == &rows_.front() ? bold( line ) : line ) + "\n" );
+      }
+   }
 }
 
 Json& Json::value( std::string_view text ) {

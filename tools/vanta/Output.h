@@ -24,6 +24,12 @@ std::string bold( std::string_view text );
 std::string red( std::string_view text );
 std::string green( std::string_view text );
 
+/// How many columns a line may have: those of the terminal, or no end of them where standard output is none.
+std::size_t outputWidth();
+/// Text as lines of at most `width` columns, broken between words, and inside of one that is longer; an empty line parts
+/// paragraphs.
+std::vector< std::string > wrapped( std::string_view text, std::size_t width );
+
 /// A local date and time to the second, or to the millisecond; "-" for 0.
 std::string dateTime( double secondsSinceEpoch, bool withMilliseconds = false );
 
@@ -46,6 +52,20 @@ class Table {
    std::vector< Column > columns_;
    std::vector< std::size_t > widths_;
    std::string cells_; ///< All rows, each cell ended by a NUL: a million rows stay one allocation.
+};
+
+/// Columns for texts of any length: cells are wrapped so that the table fits the terminal.
+class WrappedTable {
+ public:
+   explicit WrappedTable( std::vector< std::string > headings ) { rows_.push_back( std::move( headings ) ); }
+   /// One cell per column.
+   void row( std::vector< std::string > cells ) { rows_.push_back( std::move( cells ) ); }
+   void print() const;
+
+ private:
+   std::vector< std::size_t > widths() const;
+
+   std::vector< std::vector< std::string > > rows_;
 };
 
 /// Builds one JSON text. A double that JSON can't hold becomes null; bytes that are not UTF-8 are replaced.

@@ -129,8 +129,9 @@ TEST_F( Vanta, WhatTheSystemRefusesIsNoUsageError ) {
 
 TEST_F( Vanta, CompletionOffersWhatTheHelpLists ) {
    const auto offers = [ & ]( const std::string& words, int at ) {
-      const std::string script = "PATH=\"$(dirname '" + program() + "'):$PATH\"; . '" VANTA_COMPLETION "'; COMP_WORDS=( " + words +
-                                 " ); COMP_CWORD=" + std::to_string( at ) + "; _vanta; echo \"${COMPREPLY[*]}\"";
+      const std::string script = "PATH=\"$(dirname '" + program() + "'):$PATH\"; . '" VANTA_COMPLETION "'; COMP_WORDS=( " +
+         words + " ); COMP_CWORD=" + std::to_string( at ) + "; COMP_LINE=\"${COMP_WORDS[*]}\"; COMP_POINT=${#COMP_LINE}; _vanta; " +
+         "echo \"${COMPREPLY[*]}\"";
       std::ofstream( directory_ + "/script" ) << script;
       const int status = std::system( ( "bash '" + directory_ + "/script' >'" + directory_ + "/out'" ).c_str() );
       EXPECT_EQ( status, 0 );
@@ -139,7 +140,9 @@ TEST_F( Vanta, CompletionOffersWhatTheHelpLists ) {
    EXPECT_EQ( offers( "vanta ''", 1 ), "fdb tables types trace\n" );
    EXPECT_EQ( offers( "vanta fdb ''", 2 ), "show watch\n" );
    EXPECT_EQ( offers( "vanta fdb show --v", 3 ), "--vlan\n" );
-   EXPECT_EQ( offers( "vanta types --", 2 ), "--json --help\n" );
+   EXPECT_EQ( offers( "vanta types --", 2 ), "--json --schema --help\n" );
+   EXPECT_EQ( offers( "vanta types VlanTp", 2 ), "VlanTpidOrNone VlanTpid\n" );
+   EXPECT_EQ( offers( "vanta types Interface::SubIntfConfig", 2 ), "SubIntfConfigDir SubIntfConfig\n" ); // behind the last colon
    EXPECT_EQ( offers( "vanta fdb show --vlan ''", 4 ), "\n" );
    EXPECT_EQ( offers( "vanta fdb show --vlan 1 --ad", 5 ), "--address\n" );
 }

@@ -6,7 +6,7 @@ namespace {
 constexpr Tool::Command commands[] = {
    { "fdb", "the MAC address table: show it, or watch it change", Tool::fdbCommand },
    { "tables", "the shared-memory tables of this machine and the state of their writers", Tool::tablesCommand },
-   { "types", "the types that a library declares", Tool::typesCommand },
+   { "types", "the types that a library declares, and the reference of each", Tool::typesCommand },
    { "trace", "the last trace messages of a process, also of one that has ended", Tool::traceCommand },
 };
 

@@ -1,5 +1,16 @@
 # Bash completion for vanta. The command's own help is the one list of its words and options.
 
+# Types by their qualified names, or by their own where none begins so. Bash takes a colon for the end of a word: what stands before
+# the last one is on the line already.
+_vanta_types() {
+   local line=${COMP_LINE:0:COMP_POINT} names
+   local word=${line##*[[:space:]]}
+   names=$( "$1" types 2>/dev/null ) || return
+   mapfile -t COMPREPLY < <( compgen -W "$names" -- "$word" )
+   (( ${#COMPREPLY[@]} )) || mapfile -t COMPREPLY < <( compgen -W "$( sed 's/.*:://' <<<"$names" )" -- "$word" )
+   [[ $word == *:* && $COMP_WORDBREAKS == *:* ]] && COMPREPLY=( "${COMPREPLY[@]#"${word%"${word##*:}"}"}" )
+}
+
 _vanta() {
    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} program=${COMP_WORDS[0]}
    local -a path=()
@@ -12,7 +23,8 @@ _vanta() {
 
    COMPREPLY=()
    if [[ $previous == --* && $help =~ [[:space:]]"$previous"\ [A-Z]+[[:space:]] ]]; then
-      # The argument of an option: only a table's name can be known.
+      # The argument of an option: only a table's name and a directory can be known.
+      [[ $previous == --schema ]] && mapfile -t COMPREPLY < <( compgen -d -- "$current" )
       [[ $previous == --table ]] || return
       words=$( "$program" tables 2>/dev/null | awk 'NR > 1 { print $1 }' )
    elif [[ $current == -* ]]; then
@@ -20,7 +32,8 @@ _vanta() {
    elif [[ $help == *$'\nCommands:\n'* ]]; then
       words=$( awk '/^Commands:/ { on = 1; next } NF == 0 { on = 0 } on { print $1 }' <<<"$help" )
    else
-      mapfile -t COMPREPLY < <( compgen -f -- "$current" )
+      [[ ${path[0]} == types && $current != */* ]] && _vanta_types "$program"
+      (( ${#COMPREPLY[@]} )) || mapfile -t COMPREPLY < <( compgen -f -- "$current" )
       return
    fi
    mapfile -t COMPREPLY < <( compgen -W "$words" -- "$current" )
