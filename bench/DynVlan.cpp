@@ -4,7 +4,8 @@
 #include <string>
 #include <vector>
 
-// The merge of VLAN interface requests at full size: 16 sources that ask for the same 4,000 interfaces, so that every change is contested.
+// The merge of VLAN interface requests at full size: 16 sources that ask for the same 4,000 interfaces, so that every change is
+// contested.
 
 namespace {
 
@@ -67,10 +68,10 @@ void dynVlanSource( benchmark::State& state, U32 source ) {
    }
 }
 
-BENCHMARK_CAPTURE( dynVlanIntf, best, best );
-BENCHMARK_CAPTURE( dynVlanIntf, worst, worst );
-BENCHMARK( dynVlanOwnIntf );
-BENCHMARK_CAPTURE( dynVlanSource, best, best )->Unit( benchmark::kMillisecond );
-BENCHMARK_CAPTURE( dynVlanSource, worst, worst )->Unit( benchmark::kMillisecond );
+BENCHMARK_CAPTURE( dynVlanIntf, best, best )->Name( "dynvlan-change/best" );
+BENCHMARK_CAPTURE( dynVlanIntf, worst, worst )->Name( "dynvlan-change/worst" );
+BENCHMARK( dynVlanOwnIntf )->Name( "dynvlan-change/alone" );
+BENCHMARK_CAPTURE( dynVlanSource, best, best )->Name( "dynvlan-source/best" )->Unit( benchmark::kMillisecond );
+BENCHMARK_CAPTURE( dynVlanSource, worst, worst )->Name( "dynvlan-source/worst" )->Unit( benchmark::kMillisecond );
 
 }

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kel/AttrLog.h>
+#include <kel/Dir.h>
 #include <kel/ThrownTest.h>
 
 // What is particular to single types of the configuration: what is computed, refused, or kept in an order.
@@ -115,6 +116,100 @@ TEST( Reinstantiation, NamesWhatDiffersAndLeavesTheChildAsItWas ) {
    EXPECT_EQ( onPort->state(), PortState::learning );
    topologies->topoConfigDel( Name( "Mst0" ) );
    EXPECT_EQ( topologies->topoConfigIs( Name( "Mst0" ), 8, PortState::discarding, false )->creationNonce(), 8u );
+}
+
+/// What a reader that has seen nothing makes of an entity's log; the proxy goes on.
+void copyTo( Kel::AttrLogProxy& proxy, Kel::Entity& entity ) {
+   if( !entity.attrLog() ) entity.attrLogIs( true );
+   Kel::LogOut out;
+   entity.attrLog()->difference( 0, out );
+   Kel::LogIn in( out.bytes() );
+   proxy.update( in );
+}
+
+TEST( Topology, IsCopiedWithTheVlansThatReferToIt ) {
+   using Topology::PortState;
+   const auto tree = Kel::dirFactory( Name( "root" ) ), other = Kel::dirFactory( Name( "root" ) );
+   const auto config = Topology::configFactory( Name( "topology" ) ), copy = Topology::configFactory( Name( "topology" ) );
+   tree->entryIs( config );
+   other->entryIs( copy );
+   config->vidToTopoMapIs( 5, config->topoConfigIs( Name( "Mst0" ), 7, PortState::discarding, false ) );
+   Kel::AttrLogProxy proxy( *copy );
+   copyTo( proxy, *config );
+   ASSERT_TRUE( copy->topoConfig( Name( "Mst0" ) ) );
+   EXPECT_EQ( copy->vidToTopoMap( 5 ), copy->topoConfig( Name( "Mst0" ) ) );
+   EXPECT_EQ( proxy.waiting(), 0u );
+}
+
+TEST( References, WaitForWhatIsNotThereYet ) {
+   const auto tree = Kel::dirFactory( Name( "root" ) ), other = Kel::dirFactory( Name( "root" ) );
+   const auto inputs = Input::configFactory( Name( "inputs" ) );
+   const auto directory = switchIntfConfigDirFactory( Name( "ports" ) ), copy = switchIntfConfigDirFactory( Name( "ports" ) );
+   tree->entryIs( inputs );
+   tree->entryIs( directory );
+   other->entryIs( copy );
+   directory->switchIntfConfigIs( inputs->switchIntfConfigIs( port, Input::SwitchportMode::trunk ) );
+   Kel::AttrLogProxy proxy( *copy );
+   copyTo( proxy, *directory );
+   EXPECT_EQ( copy->switchIntfConfigCount(), 0u );
+   EXPECT_EQ( proxy.waiting(), 1u );
+   const auto late = Input::configFactory( Name( "inputs" ) );
+   other->entryIs( late );
+   EXPECT_EQ( proxy.resolve(), 1u );
+   const auto there = late->switchIntfConfigIs( port, Input::SwitchportMode::trunk );
+   EXPECT_EQ( proxy.resolve(), 0u );
+   EXPECT_EQ( copy->switchIntfConfig( port ), there );
+   // One that goes while it waits is not filled in later.
+   late->switchIntfConfigDel( port );
+   copyTo( proxy, *directory );
+   EXPECT_EQ( proxy.waiting(), 1u );
+   directory->switchIntfConfigDel( port );
+   copyTo( proxy, *directory );
+   EXPECT_EQ( proxy.waiting(), 0u );
+}
+
+TEST( Views, AreThoseOfTheirValue ) {
+   const auto onPort = switchIntfConfigFactory( port, SwitchportModeAndNativeVlan( SwitchportMode::tool, 30 ) );
+   EXPECT_EQ( onPort->switchportMode(), SwitchportMode::tool );
+   EXPECT_EQ( onPort->nativeVlan(), VlanIdOrNone( 30 ) );
+   struct Watch : VlanConfig::NotifieeConst {
+      using NotifieeConst::NotifieeConst;
+      void onVlanTypeAndPrimaryVlan() override { ++calls; }
+      int calls = 0;
+   };
+   const auto vlan = vlanConfigFactory( Name( "10" ), 10, false );
+   vlan->vlanTypeAndPrimaryVlanIs( VlanTypeAndPrimaryVlan( VlanType::isolated, 20 ) );
+   const auto watch = Kel::makePtr< Watch >( vlan );
+   vlan->vlanTypeAndPrimaryVlanIs( VlanTypeAndPrimaryVlan( VlanType::isolated, 21 ) );
+   EXPECT_EQ( watch->calls, 1 );
+   EXPECT_EQ( vlan->vlanType(), VlanType::isolated );
+   EXPECT_EQ( vlan->primaryVlan(), VlanIdOrNone( 21 ) );
+}
+
+TEST( Reflection, OperationsGiveWhatTheyReturn ) {
+   const auto allowed = Input::allowedVlansFactory( Name( "mlag" ) );
+   allowed->vlansByIntfIdIs( port, "10" );
+   const auto call = []( const Kel::Ptr< Kel::GenericIf >& on, const char* name, const Kel::GenericIf& argument ) {
+      const Kel::GenericIf* const arguments[] = { &argument };
+      Kel::Ptr< Kel::GenericIf > result;
+      on->attributeOp( { static_cast< Kel::U16 >( on->attributeId( name ) ), Kel::AttributeOp::Kind::invoke, nullptr, arguments }, nullptr, result );
+      return result;
+   };
+   const auto id = Kel::typeOf< IntfId >().genericIf( Kel::String8( "'Ethernet3'" ), false );
+   EXPECT_EQ( call( Input::AllowedVlans::_Type.genericIf( allowed.ptr(), true ), "vlansByIntfId", *id )->stringValue().str(), "'10'" );
+   EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { call( Input::AllowedVlans::_Type.genericIf( allowed.ptr(), true ), "vlansByIntfIdDel", *id ); } ),
+              "attempting to modify a const instance" );
+   const auto source = Input::configFactory( Name( "cli" ) );
+   const auto vlan = call( Input::Config::_Type.genericIf( source.ptr(), false ), "doCreateVlan", VlanId::GenericIf_( VlanId( 10 ) ) );
+   ASSERT_TRUE( vlan );
+   EXPECT_EQ( vlan->object(), source->vlanConfig( 10 ).ptr() );
+   Kel::Ptr< Kel::GenericIf > none;
+   const auto key = VlanId::_Type.genericIf( Kel::String8( "11" ), false );
+   const auto adapter = Input::Config::_Type.genericIf( source.ptr(), false );
+   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] {
+                 adapter->attributeOp( { static_cast< Kel::U16 >( adapter->attributeId( "vlanConfig" ) ), Kel::AttributeOp::Kind::set, key.ptr(), {} }, nullptr, none );
+              } ),
+              "null ValidPtr" );
 }
 
 TEST( References, StandUnderTheirOwnIdentifierAndMayNotBeNull ) {

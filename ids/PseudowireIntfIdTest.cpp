@@ -101,9 +101,9 @@ TYPED_TEST( WrappedIntfId, HasTheFacetsOfItsIdentifier ) {
       last = id;
    }
    const std::string sequence = "'Ethernet3', 7";
-   const char* from = sequence.data();
-   EXPECT_EQ( TypeParam::sequenceToValue( from, from + sequence.size() ).value(), IntfId( "Ethernet3" ) );
-   EXPECT_EQ( from, sequence.data() + 11 );
+   Kel::TextIter from( sequence.data() );
+   EXPECT_EQ( TypeParam::sequenceToValue( from, Kel::TextIter( sequence.data() + sequence.size() ) ).value(), IntfId( "Ethernet3" ) );
+   EXPECT_EQ( from.ptr(), sequence.data() + 11 );
    EXPECT_NE( thrown( [] { Kel::strepToValue< TypeParam >( "'Ethernet3x'" ); } ), "nothing" );
 }
 

@@ -16,7 +16,8 @@ namespace {
 std::string machineRow( const Decl& decl, const Attr& attr ) {
    const std::string name = localName( decl ), foo = fooOf( attr ),
                      element = attr.shape.element.decl ? cppType( *attr.shape.element.decl ) : "";
-   const std::string offset = "offsetof( " + name + ", " + foo + "_ )", quotedName = "( \"" + foo + "\", ";
+   const std::string offset = "offsetof( " + name + ", " + foo + "_ )", quotedName = "( \"" + foo + "\", ",
+                     flags = attr.isParameter || attr.role == Role::key ? ", 0x04" : ", 0";
    if( attr.role == Role::constant ) return constantRow( attr );
    if( !isStored( attr ) ) return "::Kel::derivedAttr< " + name + ", &" + name + "::" + foo + " >( \"" + foo + "\" )";
    if( attr.shape.isCollection() ) {
@@ -25,11 +26,11 @@ std::string machineRow( const Decl& decl, const Attr& attr ) {
                 "::Kel::reactorMapAttr< " + mapOf( attr ) + ", " + element + " >" + quotedName + offset + " )";
    }
    if( isWatch( attr ) )
-      return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::reactor, " + offset + ", 0 )";
+      return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::reactor, " + offset + flags + " )";
    if( attr.shape.holding == Holding::ref )
-      return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::ref, " + offset + ", 0 )";
+      return "::Kel::ptrAttr< " + element + " >" + quotedName + "::Kel::AttrKind::ref, " + offset + flags + " )";
    return "::Kel::attr< " + rowType( *attr.shape.element.decl ) + " >" + quotedName + offset +
-          ( rowExtra( *attr.shape.element.decl ).empty() ? "" : ", 0" + rowExtra( *attr.shape.element.decl ) ) + " )";
+          flags + rowExtra( *attr.shape.element.decl ) + " )";
 }
 
 // Keys, values and references first, reactors then, maps of reactors last; the start is left to the owner of a machine that has

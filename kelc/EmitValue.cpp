@@ -291,7 +291,7 @@ void constantMember( Writer& w, const Attr& attr ) {
    const Decl& type = *attr.shape.element.decl;
    w.doc( attr.doc );
    if( !isConstantExpression( attr ) ) {
-      w.line( cppType( type ) + " " + attr.name.text + "() const { return " + expression( type, attr.init ) + "; }" );
+      w.line( "static " + cppType( type ) + " " + attr.name.text + "() { return " + expression( type, attr.init ) + "; }" );
    } else {
       const std::string value =
          type.qualifiedName() == "Kel::String8" ? cppText( attr.init.text ) : expression( type, attr.init );

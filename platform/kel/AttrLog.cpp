@@ -134,14 +134,18 @@ bool AttrLog::take( LogOut& out ) {
 void AttrLog::difference( U64 since, LogOut& out ) const {
    out.u64( since );
    out.u64( revision_ );
-   for( U16 attr = 0; attr < marks_.size(); ++attr ) {
-      const Mark& mark = marks_[ attr ];
-      // Since nothing, a collection that was never filled is told too: the reader may hold one from before.
-      if( since ? mark.revision <= since : !isLogged( attr ) ) continue;
-      out.u16( attr );
-      const Attr& row = entity_.fwkType().attr( attr );
-      if( isCollection( row ) ) writeCollection( attr, mark.collection.get(), since, out );
-      else writeScalar( row, memberOf( entity_, row ), out );
+   // References last: they may be to the entity's own children.
+   for( const bool references : { false, true } ) {
+      for( U16 attr = 0; attr < marks_.size(); ++attr ) {
+         const Mark& mark = marks_[ attr ];
+         const Attr& row = entity_.fwkType().attr( attr );
+         if( references != ( row.kind == AttrKind::ref || row.kind == AttrKind::refMap ) ) continue;
+         // Since nothing, a collection that was never filled is told too: the reader may hold one from before.
+         if( since ? mark.revision <= since : !isLogged( attr ) ) continue;
+         out.u16( attr );
+         if( isCollection( row ) ) writeCollection( attr, mark.collection.get(), since, out );
+         else writeScalar( row, memberOf( entity_, row ), out );
+      }
    }
    out.u16( 0xffff );
 }
@@ -172,18 +176,49 @@ void AttrLog::writeCollection( U16 attr, const Collection* collection, U64 since
    out.u8( static_cast< U8 >( Record::end ) );
 }
 
-namespace {
-
-Ptr< Entity > readReference( const Entity& from, const Attr& row, LogIn& in ) {
+// The entity that a reference names. One that is not there yet is no fault: other trees come in other differences.
+Ptr< Entity > AttrLogProxy::reference( const Attr& row, LogIn& in ) {
    const std::string_view name = in.string();
    if( name.empty() ) return nullptr;
-   const Ptr< Entity > found = entityAtFullName( from, name );
-   if( !found )
-      throw FrameworkException( "no entity has the full name " + std::string( name ) + ", which " + row.name + " refers to" );
-   if( !found->fwkType().derivesFrom( *row.type ) ) throw FrameworkException( "Entity is the wrong type" );
+   const Ptr< Entity > found = entityAtFullName( entity_, name );
+   if( !found ) isMissing_ = true;
+   else if( !found->fwkType().derivesFrom( *row.type ) ) throw FrameworkException( "Entity is the wrong type" );
    return found;
 }
 
+void AttrLogProxy::setReference( U16 attr, const Attr& row, LogIn& in ) {
+   const Ptr< Entity > found = reference( row, in );
+   // One that may not be null is so only until it is set for the first time.
+   if( found || !row.has( KelAttrIntrospectionFlags::nonNull ) ) entity_.attrIs( attr, &found );
+}
+
+// Fills one place from the log, or keeps what the log holds for it until the entities that it refers to are there.
+void AttrLogProxy::apply( const Place& place, const Attr& row, LogIn& in ) {
+   LogIn start = in;
+   isMissing_ = false;
+   if( isCollection( row ) ) {
+      OwnedValueIf key( *row.keyType, nullptr, false );
+      LogIn keyIn = bytesOf( place.second );
+      read( *row.keyType, key.storage(), keyIn );
+      setElement( place.first, row, const_cast< char* >( memberOf( entity_, row ) ), key.object(), in );
+   } else {
+      setReference( place.first, row, in );
+   }
+   if( !isMissing_ ) {
+      waiting_.erase( place );
+      return;
+   }
+   const std::size_t size = start.left() - in.left();
+   waiting_[ place ] = std::string( reinterpret_cast< const char* >( start.raw( size ) ), size );
+}
+
+std::size_t AttrLogProxy::resolve() {
+   const auto waiting = waiting_;
+   for( const auto& [ place, bytes ] : waiting ) {
+      LogIn in = bytesOf( bytes );
+      apply( place, entity_.fwkType().attr( place.first ), in );
+   }
+   return waiting_.size();
 }
 
 void AttrLogProxy::update( LogIn& in ) {
@@ -208,9 +243,7 @@ void AttrLogProxy::update( LogIn& in ) {
          if( current && current->name() != name ) entity_.delOptionalAt( attr );
          if( !name.empty() ) entity_.newOptionalAt( attr, name );
       } else if( row.kind == AttrKind::ref ) {
-         const Ptr< Entity > reference = readReference( entity_, row, in );
-         // One that may not be null is so only until it is set for the first time.
-         if( reference || !row.has( KelAttrIntrospectionFlags::nonNull ) ) entity_.attrIs( attr, &reference );
+         apply( { attr, {} }, row, in );
       } else {
          OwnedValueIf value( *row.type, nullptr, false );
          read( *row.type, value.storage(), in );
@@ -219,6 +252,7 @@ void AttrLogProxy::update( LogIn& in ) {
       }
    }
    revision_ = revision;
+   if( !waiting_.empty() ) resolve();
 }
 
 // A setter may store what it refuses. The sender holds such a value then, and so does its copy now: that is no fault of the difference.
@@ -252,7 +286,10 @@ void AttrLogProxy::updateCollection( U16 attr, const Attr& row, LogIn& in ) {
    std::unordered_set< std::string > stale;
    for( auto record = Record( in.u8() ); record != Record::end; record = Record( in.u8() ) ) {
       switch( record ) {
-      case Record::whole: stale = keysOf( row, map ); break;
+      case Record::whole:
+         stale = keysOf( row, map );
+         std::erase_if( waiting_, [ attr ]( const auto& place ) { return place.first.first == attr; } );
+         break;
       case Record::tail:
          if( row.kind != AttrKind::queue ) throw RangeException( "a position in the attribute log of " + std::string( row.name ) + ", which is no queue" );
          ops.tailIs( entity_, attr, map, in.u32() );
@@ -260,10 +297,12 @@ void AttrLogProxy::updateCollection( U16 attr, const Attr& row, LogIn& in ) {
       case Record::gone:
          read( *row.keyType, key.storage(), in );
          ops.erase( entity_, attr, map, key.object() );
+         if( !waiting_.empty() ) waiting_.erase( { attr, keyBytes( *row.keyType, key.object() ) } );
          break;
       case Record::set:
          read( *row.keyType, key.storage(), in );
-         setElement( attr, row, map, key.object(), in );
+         if( row.kind == AttrKind::map || row.kind == AttrKind::queue ) setElement( attr, row, map, key.object(), in );
+         else apply( { attr, keyBytes( *row.keyType, key.object() ) }, row, in );
          if( !stale.empty() ) stale.erase( keyBytes( *row.keyType, key.object() ) );
          break;
       default: throw RangeException( "unknown record in attribute log of " + std::string( row.name ) );
@@ -279,9 +318,10 @@ void AttrLogProxy::updateCollection( U16 attr, const Attr& row, LogIn& in ) {
 void AttrLogProxy::setElement( U16 attr, const Attr& row, void* map, const void* key, LogIn& in ) {
    const CollectionOps& ops = *row.extra.collection;
    if( row.kind == AttrKind::refMap ) {
-      const Ptr< Entity > reference = readReference( entity_, row, in );
-      if( !reference ) entity_.nullRefused( attr );
-      return ops.set( entity_, attr, map, key, &reference );
+      const Ptr< Entity > found = reference( row, in );
+      if( isMissing_ ) return void( ops.erase( entity_, attr, map, key ) );
+      if( !found && row.has( KelAttrIntrospectionFlags::nonNull ) ) entity_.nullRefused( attr );
+      return ops.set( entity_, attr, map, key, &found );
    }
    if( row.kind != AttrKind::childMap ) {
       OwnedValueIf value( *row.type, nullptr, false );
@@ -299,14 +339,15 @@ void AttrLogProxy::setElement( U16 attr, const Attr& row, void* map, const void*
       const Attr& parameter = row.type->attr( i );
       if( !parameter.has( KelAttrIntrospectionFlags::constructorRole ) ) continue;
       if( parameter.kind == AttrKind::ref ) {
-         const Ptr< Entity > reference = readReference( entity_, parameter, in );
-         parameters.push_back( reference ? parameter.type->genericIf( reference.ptr(), false ) : Ptr< GenericIf >() );
+         const Ptr< Entity > found = reference( parameter, in );
+         parameters.push_back( found ? parameter.type->genericIf( found.ptr(), false ) : Ptr< GenericIf >() );
       } else {
          Ptr< OwnedValueIf > value( new OwnedValueIf( *parameter.type, nullptr, false ) );
          read( *parameter.type, value->storage(), in );
          parameters.push_back( value );
       }
    }
+   if( isMissing_ ) return;
    if( parameters.empty() ) parameters.push_back( new OwnedValueIf( *row.keyType, key, false ) );
    if( !parameters[ 0 ] || &parameters[ 0 ]->type() != row.keyType ||
        !row.keyType->info().values->equal( key, parameters[ 0 ]->object() ) ) {

@@ -3,6 +3,7 @@
 #include <kel/LogStream.h>
 #include <kel/Type.h>
 #include <list>
+#include <map>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -83,7 +84,18 @@ class AttrLogProxy {
    /// The sender's revision that has been applied.
    U64 revision() const { return revision_; }
 
+   /// How many references, and children that are made from references, wait for entities that are not there yet.
+   std::size_t waiting() const { return waiting_.size(); }
+   /// Tries those again, as every update does; call it when the tree around the entity has grown. Returns how many still wait.
+   std::size_t resolve();
+
  private:
+   /// An attribute, and the key in a collection in the log's form.
+   using Place = std::pair< U16, std::string >;
+
+   void apply( const Place& place, const Attr& row, LogIn& in );
+   void setReference( U16 attr, const Attr& row, LogIn& in );
+   Ptr< Entity > reference( const Attr& row, LogIn& in );
    void setScalar( U16 attr, const Attr& row, const void* value );
    void updateCollection( U16 attr, const Attr& row, LogIn& in );
    void setElement( U16 attr, const Attr& row, void* map, const void* key, LogIn& in );
@@ -91,6 +103,8 @@ class AttrLogProxy {
    Entity& entity_;
    bool readOnly_;
    U64 revision_ = 0;
+   std::map< Place, std::string > waiting_;   ///< what the log holds for a place that could not be filled
+   bool isMissing_ = false;                   ///< the element at hand refers to an entity that is not there
 };
 
 }

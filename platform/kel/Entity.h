@@ -414,6 +414,7 @@ constexpr Attr collectionAttr( const char* name, AttrKind kind, std::size_t offs
    row.kind = kind;
    row.keyType = &typeOf< typename Map::Key >();
    row.extra.collection = &collectionOps< Map >;
+   row.ordered = requires { typename Map::Ordered; };
    row.keyAttr = keyAttr;
    return row;
 }
@@ -430,11 +431,15 @@ constexpr Attr ptrAttr( const char* name, AttrKind kind, std::size_t offset, U32
 /// attribute with the flag `nonInstantiating`.
 template< class T, auto Get >
 constexpr Attr derivedAttr( const char* name, U32 flags = 0 ) {
-   using Result = std::remove_cvref_t< decltype( ( std::declval< const T& >().*Get )() ) >;
+   const auto get = []( [[maybe_unused]] const T& self ) {
+      if constexpr( std::is_member_pointer_v< decltype( Get ) > ) return ( self.*Get )();
+      else return Get();
+   };
+   using Result = decltype( get( std::declval< const T& >() ) );
    Attr row = attr< Result >( name, 0, flags );
    row.kind = AttrKind::derived;
    row.extra.derived = []( const void* self, void* out ) {
-      *static_cast< Result* >( out ) = ( static_cast< const T* >( self )->*Get )();
+      *static_cast< Result* >( out ) = decltype( get )()( *static_cast< const T* >( self ) );
    };
    return row;
 }
@@ -452,23 +457,6 @@ template< class T, class V, auto Set >
 constexpr Attr withSetter( Attr row ) {
    row.extra.set = []( void* self, const void* value ) {
       ( static_cast< T* >( self )->*Set )( *static_cast< const V* >( value ) );
-   };
-   return row;
-}
-
-/// The row of an operation written by hand: the member function `Op`, callable through reflection under its name.
-template< class T, auto Op, class... Arguments >
-constexpr Attr operationAttr( const char* name ) {
-   Attr row;
-   row.name = name;
-   row.nameSize = static_cast< U16 >( std::string_view( name ).size() );
-   row.kind = AttrKind::operation;
-   row.flags = KelAttrIntrospectionFlags::nonInstantiating;
-   row.parameters = sizeof...( Arguments );
-   row.extra.operation = []( void* self, const GenericIf* const* arguments ) {
-      [ & ]< std::size_t... I >( std::index_sequence< I... > ) {
-         ( static_cast< T* >( self )->*Op )( Detail::argumentAs< Arguments >( arguments[ I ] )... );
-      }( std::index_sequence_for< Arguments... >() );
    };
    return row;
 }

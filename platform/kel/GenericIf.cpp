@@ -159,13 +159,17 @@ void GenericIf::attributeOp( const AttributeOp& op, const GenericIf* argument, P
    case AttrKind::reactor: return entityOp( op, row, argument, result );
    case AttrKind::reactorMap:
    case AttrKind::control: return unsuitable( type_, row );
-   case AttrKind::operation:
+   case AttrKind::operation: {
       if( op.kind != AttributeOp::Kind::invoke ) unsuitable( type_, row );
       if( op.arguments.size() != row.parameters ) {
          throw RangeException( std::string( type_.qualifiedName() ) + "::" + row.name + " takes " +
                                std::to_string( row.parameters ) + " arguments" );
       }
-      return row.extra.operation( mutableObject(), op.arguments.data() );
+      const bool changes = row.has( KelAttrIntrospectionFlags::writable );
+      const Ptr< GenericIf > returned = row.extra.operation( changes ? mutableObject() : object_, op.arguments.data() );
+      if( result ) *result = returned;
+      return;
+   }
    default: return valueOp( op, row, argument, result );
    }
 }
@@ -254,7 +258,11 @@ void GenericIf::collectionOp( const AttributeOp& op, const Attr& row, const Gene
    auto& owner = *static_cast< Entity* >( mutableObject() );
    switch( op.kind ) {
    case AttributeOp::Kind::set: {
-      if( row.kind == AttrKind::childMap ) unsuitable( type_, row );
+      if( row.kind == AttrKind::childMap ) {
+         // Its children are created here; nobody hands one in.
+         if( !argument ) throw RangeException( "null ValidPtr" );
+         unsuitable( type_, row );
+      }
       if( !argument ) {
          if( row.kind == AttrKind::refMap ) owner.nullRefused( op.attribute );
          throw RangeException( "no value given for " + std::string( type_.qualifiedName() ) + "::" + row.name );

@@ -20,7 +20,7 @@ struct AttributeOp {
       count,       ///< a collection's number of elements, as U32
       next,        ///< the key behind `key` in iteration order, the first one when it is null; an empty result at the end
       notify,      ///< announces again: one key, or the attribute as a whole
-      invoke,      ///< calls an operation with `arguments`
+      invoke,      ///< calls an operation with `arguments`; the result is what it returns
    };
    U16 attribute = 0;
    Kind kind = Kind::get;
@@ -139,6 +139,48 @@ Ptr< GenericIf > makeGenericIf( void* object, bool isConst ) {
    return Ptr< GenericIf >( new GenericIfOf< T >( static_cast< T* >( object ), isConst ) );
 }
 
+
+namespace Detail {
+
+/// What an operation has returned, for reflection: a copy of a value, an entity itself, nothing for a null reference.
+template< class T >
+Ptr< GenericIf > resultIf( const T& value ) {
+   if constexpr( requires { typename T::element_type; } ) {
+      using Referred = std::remove_const_t< typename T::element_type >;
+      return value ? typeOf< Referred >().genericIf( const_cast< Referred* >( value.ptr() ), std::is_const_v< typename T::element_type > ) :
+                     Ptr< GenericIf >();
+   } else {
+      return Ptr< GenericIf >( new OwnedValueIf( typeOf< T >(), &value, false ) );
+   }
+}
+
+template< class M >
+struct IsConstMember : std::false_type {};
+template< class T, class R, class... A >
+struct IsConstMember< R ( T::* )( A... ) const > : std::true_type {};
+
+}
+
+/// The row of an operation written by hand: the member function `Op`, callable through reflection under its name. One that is const is
+/// not marked writable and can be called on a const instance.
+template< class T, auto Op, class... Arguments >
+constexpr Attr operationAttr( const char* name ) {
+   Attr row;
+   row.name = name;
+   row.nameSize = static_cast< U16 >( std::string_view( name ).size() );
+   row.kind = AttrKind::operation;
+   row.flags = KelAttrIntrospectionFlags::nonInstantiating |
+               ( Detail::IsConstMember< decltype( Op ) >::value ? 0 : KelAttrIntrospectionFlags::writable );
+   row.parameters = sizeof...( Arguments );
+   row.extra.operation = []( void* self, const GenericIf* const* arguments ) {
+      return [ & ]< std::size_t... I >( std::index_sequence< I... > ) -> Ptr< GenericIf > {
+         const auto call = [ & ] { return ( static_cast< T* >( self )->*Op )( Detail::argumentAs< Arguments >( arguments[ I ] )... ); };
+         if constexpr( std::is_void_v< decltype( call() ) > ) return call(), nullptr;
+         else return Detail::resultIf( call() );
+      }( std::index_sequence_for< Arguments... >() );
+   };
+   return row;
+}
 
 // --- what generated type objects are made of ------------------------------------------------------------------------------------------
 

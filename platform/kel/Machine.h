@@ -99,6 +99,7 @@ constexpr Attr machineMapAttr( const char* name, std::size_t offset ) {
    Attr row = attr< typename Map::Value >( name, offset );
    row.kind = AttrKind::reactorMap;
    row.keyType = &typeOf< typename Map::Key >();
+   row.ordered = requires { typename Map::Ordered; };
    return row;
 }
 
@@ -107,6 +108,7 @@ template< class Map, class Watched >
 constexpr Attr reactorMapAttr( const char* name, std::size_t offset ) {
    Attr row = ptrAttr< Watched >( name, AttrKind::reactorMap, offset, 0 );
    row.keyType = &typeOf< typename Map::Key >();
+   row.ordered = requires { typename Map::Ordered; };
    return row;
 }
 

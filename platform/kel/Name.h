@@ -25,6 +25,11 @@ class Name {
    friend bool operator==( const Name& a, const Name& b ) noexcept { return a.text_ == b.text_; }
    friend bool operator==( const Name& a, const char* b ) noexcept { return a.text_ == b; }
    friend std::strong_ordering operator<=>( const Name& a, const Name& b ) noexcept { return a.text_ <=> b.text_; }
+   /// The bytes as they are.
+   template< class Traits >
+   friend std::basic_ostream< char, Traits >& operator<<( std::basic_ostream< char, Traits >& out, const Name& name ) {
+      return out << name.view();
+   }
 
  private:
    String8 text_;

@@ -50,6 +50,11 @@ class String8 {
    friend bool operator==( const String8& a, const std::string& b ) noexcept { return a.view() == b; }
    /// Byte-wise, as unsigned characters.
    friend std::strong_ordering operator<=>( const String8& a, const String8& b ) noexcept { return a.view() <=> b.view(); }
+   /// The bytes as they are.
+   template< class Traits >
+   friend std::basic_ostream< char, Traits >& operator<<( std::basic_ostream< char, Traits >& out, const String8& text ) {
+      return out << text.view();
+   }
    friend String8 operator+( const String8& a, std::string_view b ) { return String8( a.str().append( b ) ); }
 
  private:

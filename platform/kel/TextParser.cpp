@@ -32,10 +32,10 @@ std::string printable( std::string_view text ) {
 /// Text that is being parsed: where it began, for the columns in messages, and what is left of it.
 class Parser {
  public:
-   Parser( const Type& outermost, TextIter from, TextIter to )
+   Parser( const Type& outermost, const char* from, const char* to )
        : outermost_( outermost ), begin_( from ), at_( from ), to_( to ) {}
 
-   TextIter at() const { return at_; }
+   const char* at() const { return at_; }
    void value( TypeCode code, const Type& type, void* into );
 
  private:
@@ -67,9 +67,9 @@ class Parser {
    void number( TypeCode code, const Type& type, void* into, const Bounds* bounds );
 
    const Type& outermost_;
-   TextIter begin_;
-   TextIter at_;
-   TextIter to_;
+   const char* begin_;
+   const char* at_;
+   const char* to_;
 };
 
 void Parser::token( const Type& type, std::string_view token ) {
@@ -89,9 +89,9 @@ bool Parser::quoted( const Type& type, std::string_view& text ) {
    skipSpace();
    if( at_ == to_ ) premature( type );
    if( *at_ != '\'' ) expected( type, "a text between single quotes" );
-   const TextIter begin = at_ + 1;
+   const char* const begin = at_ + 1;
    bool plain = true;
-   TextIter i = begin;
+   const char* i = begin;
    while( i != to_ && *i != '\'' ) {
       if( *i == '\\' ) {
          plain = false;
@@ -141,7 +141,7 @@ U64 Parser::digits( const Type& type, bool& negative, bool& tooWide ) {
    skipSpace();
    if( at_ == to_ ) premature( outermost_ );
    negative = *at_ == '-';
-   TextIter i = at_ + negative;
+   const char* i = at_ + negative;
    if( i == to_ ) premature( outermost_ );
    if( *i < '0' || *i > '9' ) expected( type, "a number" );
    const auto digit = [ & ] { return static_cast< unsigned >( *i - '0' ); };
@@ -192,7 +192,7 @@ double Parser::real( const Type& type ) {
          return v;
       }
    }
-   const TextIter first = at_ + ( *at_ == '-' );
+   const char* const first = at_ + ( *at_ == '-' );
    if( first == to_ ) premature( outermost_ );
    if( *first != '.' && ( *first < '0' || *first > '9' ) ) expected( type, "a number" );
    double v = 0;
@@ -214,7 +214,7 @@ bool Parser::boolean( const Type& type ) {
 }
 
 U32 Parser::enumeration( const Type& type ) {
-   const TextIter start = at_;
+   const char* const start = at_;
    std::string_view text;
    quoted( outermost_, text );
    for( const Enumerator& e : type.info().enumerators ) {
@@ -282,9 +282,9 @@ void Parser::value( TypeCode code, const Type& type, void* into ) {
    }
    case TypeCode::composite: return composite( type, into );
    case TypeCode::external: {
-      const TextIter start = at_;
+      const char* const start = at_;
       quoted( outermost_, text );
-      TextIter i = text.data();
+      const char* i = text.data();
       if( type.info().external->parse( into, i, text.data() + text.size() ) && i == text.data() + text.size() ) return;
       at_ = start;
       throw RangeException( '\'' + printable( text ) + "' is no " + std::string( type.qualifiedName() ) );
@@ -335,9 +335,9 @@ bool Parser::sameText( std::string_view text ) {
 
 // Digits that surely fit: no more than 19 of them.
 inline bool Parser::plainNumber( U64& v ) {
-   const TextIter start = at_;
-   const TextIter end = start + std::min< std::ptrdiff_t >( to_ - start, 19 );
-   TextIter i = start;
+   const char* const start = at_;
+   const char* const end = start + std::min< std::ptrdiff_t >( to_ - start, 19 );
+   const char* i = start;
    v = 0;
    for( ; i != end; ++i ) {
       const auto digit = static_cast< unsigned >( *i - '0' );
@@ -361,7 +361,7 @@ void storeUnsigned( TypeCode code, U64 v, void* into ) {
 // Reads what `print` writes. False for everything else, faults among it; the grammar tells them, and reads again what was right.
 bool Parser::canonical( const Type& type, void* into ) {
    const Plan& plan = type.plan();
-   const TextIter start = at_;
+   const char* const start = at_;
    try {
       for( const Plan::Step& step : plan.steps ) {
          if( !sameText( step.before ) ) return at_ = start, false;
@@ -386,7 +386,7 @@ void Parser::composite( const Type& type, void* into ) {
    token( type, "Value" );
    token( type, "(" );
    std::string_view name;
-   const TextIter start = at_;
+   const char* const start = at_;
    quoted( type, name );
    if( name != type.qualifiedName() ) {
       at_ = start;
@@ -410,17 +410,17 @@ void Parser::composite( const Type& type, void* into ) {
 }
 
 void parse( const Type& type, void* value, TextIter& from, TextIter to ) {
-   Parser parser( type, from, to );
+   Parser parser( type, from.ptr(), to.ptr() );
    parser.value( type.code(), type, value );
-   from = parser.at();
+   from = TextIter( parser.at() );
 }
 
 void parseWhole( const Type& type, void* value, std::string_view text ) {
-   TextIter from = text.data();
-   const TextIter to = text.data() + text.size();
+   TextIter from( text.data() );
+   const TextIter to( text.data() + text.size() );
    parse( type, value, from, to );
    if( from == to ) return;
-   throw RangeException( "junk at column " + std::to_string( from - text.data() ) + " deserializing " +
+   throw RangeException( "junk at column " + std::to_string( from.ptr() - text.data() ) + " deserializing " +
                          std::string( type.qualifiedName() ) );
 }
 

@@ -45,9 +45,9 @@ TEST( TextTest, ParserTakesAnyOrderOmissionsAndWhiteSpace ) {
    for( const auto& [ text, value ] : cases ) EXPECT_EQ( Kel::strepToValue< Pair >( text ), value ) << text;
    EXPECT_EQ( Kel::strepToValue< Kel::String8 >( "'a\\x41\\'\\t'" ), "aA'\t" );
    const std::string text = "Value('Facets::Pair', ** {'outer': 3}) rest";
-   Kel::TextIter from = text.data();
-   EXPECT_EQ( Pair( from, text.data() + text.size() ), Pair( 3, 0 ) );
-   EXPECT_EQ( std::string( from ), " rest" );
+   Kel::TextIter from( text.data() );
+   EXPECT_EQ( Pair( from, Kel::TextIter( text.data() + text.size() ) ), Pair( 3, 0 ) );
+   EXPECT_EQ( std::string( from.ptr() ), " rest" );
 }
 
 TEST( TextTest, FirstFaultIsToldInFull ) {

@@ -27,8 +27,17 @@ class GenericIfOf;
 template< class T >
 class Ptr;
 
-/// A position in text that is parsed.
-using TextIter = const char*;
+/// A position in text that is parsed. It is no plain pointer, so that two C strings are never taken for the bounds of a text.
+class TextIter {
+ public:
+   constexpr TextIter() = default;
+   constexpr explicit TextIter( const char* at ) : at_( at ) {}
+   constexpr const char* ptr() const { return at_; }
+   friend constexpr bool operator==( TextIter, TextIter ) = default;
+
+ private:
+   const char* at_ = nullptr;
+};
 
 /// How an attribute's bytes are to be read; the interpreters switch on it.
 enum class TypeCode : U8 {
@@ -130,7 +139,7 @@ struct Attr {
       const CollectionOps* collection;                                        ///< collections
       const void* constant;                                                   ///< constants: where the value stands
       void ( *derived )( const void* self, void* out );                       ///< derived: assigns to *out, a value of `type`
-      void ( *operation )( void* self, const GenericIf* const* arguments );   ///< operations
+      Ptr< GenericIf > ( *operation )( void* self, const GenericIf* const* arguments );   ///< operations; null when they return nothing
       void ( *set )( void* self, const void* value );                         ///< scalars with a setter written by hand
    } extra{};
    U32 offset = 0;              ///< of the member in the object
@@ -139,6 +148,7 @@ struct Attr {
    AttrKind kind = AttrKind::scalar;
    U8 flags = 0;                ///< `KelAttrIntrospectionFlags`
    U8 parameters = 0;           ///< of an operation: how many arguments it takes
+   bool ordered = false;        ///< of a collection: it is iterated in the order of its keys
    U8 keyAttr = 0;              ///< of a collection keyed by its elements: 1 + the index of their key attribute
 
    constexpr std::string_view nameView() const { return { name, nameSize }; }
@@ -154,7 +164,7 @@ struct Attr {
 struct ExternalOps {
    std::size_t maxText;
    char* ( *print )( const void* v, char* to );
-   bool ( *parse )( void* v, TextIter& from, TextIter to );
+   bool ( *parse )( void* v, const char*& from, const char* to );
    /// Null for a class that tells its parts (LogValue.h).
    void ( *write )( const void* v, LogOut& out );
    void ( *read )( void* v, LogIn& in );

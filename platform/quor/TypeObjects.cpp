@@ -16,7 +16,7 @@ template< class T >
 constexpr Kel::ExternalOps externalOps( void ( *write )( const void*, Kel::LogOut& ) = nullptr,
                                         void ( *read )( void*, Kel::LogIn& ) = nullptr ) {
    return { T::maxText, []( const void* v, char* to ) { return static_cast< const T* >( v )->print( to ); },
-            []( void* v, Kel::TextIter& from, Kel::TextIter to ) { return T::parse( from, to, *static_cast< T* >( v ) ); }, write,
+            []( void* v, const char*& from, const char* to ) { return T::parse( from, to, *static_cast< T* >( v ) ); }, write,
             read };
 }
 

@@ -29,9 +29,9 @@ void check( const char* typeName, const char* name, const char* text, const std:
    EXPECT_EQ( back, value );
    Kel::LogIn again( bytes );
    EXPECT_EQ( T( again ), value );
-   Kel::TextIter from = text;
-   EXPECT_EQ( T( from, text + std::strlen( text ) ), value );
-   EXPECT_EQ( *from, 0 );
+   Kel::TextIter from( text );
+   EXPECT_EQ( T( from, Kel::TextIter( text + std::strlen( text ) ) ), value );
+   EXPECT_EQ( *from.ptr(), 0 );
    // Every cut is noticed, and nothing behind it is read.
    for( std::size_t n = 0; n < bytes.size(); ++n ) {
       const std::vector< Kel::U8 > cut( bytes.begin(), bytes.begin() + static_cast< std::ptrdiff_t >( n ) );

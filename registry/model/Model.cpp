@@ -100,7 +100,7 @@ std::string Attribute::line( bool ofMachine ) const {
    if( role == "control" ) return out + "...";
    if( role == "op" ) return out + ( type.empty() ? " 0" : " 1" );
    out += " : ";
-   if( !collection.empty() ) out += ( collection == "ordered" ? "map " : collection + " " ) + key + " -> ";
+   if( !collection.empty() ) out += collection + " " + key + " -> ";
    if( holding == "to" ) out += "... ";
    else if( !holding.empty() && !( ofMachine && !collection.empty() ) ) out += holding + " ";
    return out + type + ( by.empty() || !holding.empty() ? "" : " by " + by );

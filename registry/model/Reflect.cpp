@@ -44,7 +44,7 @@ std::string lineOf( const Attr& row, const Kel::Type& owner ) {
    if( row.kind == AttrKind::operation ) return out + " " + std::to_string( row.parameters );
    out += " : ";
    if( row.keyType ) {
-      out += row.kind == AttrKind::queue ? "queue " : row.kind == AttrKind::table ? "table " : "map ";
+      out += row.kind == AttrKind::queue ? "queue " : row.kind == AttrKind::table ? "table " : row.ordered ? "ordered " : "map ";
       out += std::string( row.keyType->qualifiedName() ) + " -> ";
    }
    out += holdingOf( row ) + std::string( row.type->qualifiedName() );

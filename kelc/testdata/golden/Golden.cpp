@@ -69,9 +69,9 @@ void Status::NotifieeConst::dispatch( const ::Kel::Change& change ) {
 ::Kel::Ptr< ::Bridging::Status > statusFactory( const ::Kel::Name& name ) { return ::Kel::Ptr< ::Bridging::Status >( new Status( name ) ); }
 // --- HostSm
 constinit const ::Kel::Attr HostSm::attrs_[] = {
-   ::Kel::ptrAttr< ::Bridging::Status >( "status", ::Kel::AttrKind::reactor, offsetof( HostSm, status_ ), 0 ),
+   ::Kel::ptrAttr< ::Bridging::Status >( "status", ::Kel::AttrKind::reactor, offsetof( HostSm, status_ ), 0x04 ),
    ::Kel::reactorMapAttr< HostDirMap_, ::Bridging::HostDir >( "hostDir", offsetof( HostSm, hostDir_ ) ),
-   ::Kel::attr< bool >( "ready", offsetof( HostSm, ready_ ) ),
+   ::Kel::attr< bool >( "ready", offsetof( HostSm, ready_ ), 0 ),
    ::Kel::operationAttr< HostSm, &HostSm::handleInitialized >( "handleInitialized" ),
 };
 constinit ::Kel::Type HostSm::_Type{ ::Kel::objectInfo< HostSm, ::Kel::Machine >( "Bridging::HostSm", attrs_ ) };
