@@ -5,8 +5,8 @@
 #include <kel/Path.h>
 #include <string>
 
-// The look-up goes through entities that anybody may have put there, and through virtual functions of theirs that may change the tree. So
-// each step holds the entity that it stands on and asks for the type of the one that it comes to.
+// The look-up goes through entities that anybody may have put there, and through virtual functions of theirs that may change the
+// tree. So each step holds the entity that it stands on and asks for the type of the one that it comes to.
 
 namespace Interface {
 
@@ -33,7 +33,8 @@ std::nullptr_t missing( const Texts&... texts ) {
 template< class T >
 Ptr< T > as( const Ptr< Entity >& entity, std::string_view where ) {
    if( Ptr< T > typed = dynamicCast< T >( entity ) ) return typed;
-   return missing( where, "dynamic_cast to ", T::_fwkType().qualifiedName(), " failed; typeid is ", entity->fwkType().qualifiedName() );
+   return missing( where, "dynamic_cast to ", T::_fwkType().qualifiedName(), " failed; typeid is ",
+                   entity->fwkType().qualifiedName() );
 }
 
 /// Begins a trace that is about a status.
@@ -50,7 +51,7 @@ Ptr< Entity > rootOf( const IntfStatusDirBase& dir ) {
 
 /// What is at the `counterDirPath`, by its full name or from the root of the tree.
 Ptr< Entity > atCounterDirPath( const IntfStatusDirBase& dir ) {
-   const std::string_view path = dir.counterDirPath().view();
+   const Kel::String8 path = dir.counterDirPath();
    if( const Ptr< Entity > named = entityAtFullName( dir, path ) ) return named;
    Entity* root = dir.parent();
    while( root && root->parent() ) root = root->parent();
@@ -107,9 +108,9 @@ Ptr< VlanIntfCounter > vlanView( const IntfStatus& status, const IntfStatusDirBa
 /// What holds the counters of all interfaces of the directory; null when nothing is there.
 Ptr< Entity > allCountersOf( const IntfStatus& status, const Ptr< IntfStatusDirBase >& dir, const Ptr< Entity >& root ) {
    if( const Ptr< Entity > cached = dir->counterDir() ) return cached;
-   if( !dir->counterDirPath().empty() ) {
-      if( auto t = trace( 2 ) ) t << dir->fullName() << " has counterDirPath " << dir->counterDirPath();
-      const Ptr< Entity > below = entityAtPath( dir, dir->counterDirPath().view() );
+   if( const Kel::String8 path = dir->counterDirPath(); !path.empty() ) {
+      if( auto t = trace( 2 ) ) t << dir->fullName() << " has counterDirPath " << path;
+      const Ptr< Entity > below = entityAtPath( dir, path );
       return below ? below : atCounterDirPath( *dir );
    }
    const std::string path = "counter/" + dir->parent()->name().str() + "/" + dir->name().str();
@@ -117,7 +118,8 @@ Ptr< Entity > allCountersOf( const IntfStatus& status, const Ptr< IntfStatusDirB
    return entityAtPath( root, path );
 }
 
-Ptr< IntfCounterDirBase > inDirectory( const IntfStatus& status, const Ptr< IntfStatusDirBase >& dir, const Ptr< Entity >& root ) {
+Ptr< IntfCounterDirBase > inDirectory( const IntfStatus& status, const Ptr< IntfStatusDirBase >& dir,
+                                       const Ptr< Entity >& root ) {
    const Ptr< Entity > found = allCountersOf( status, dir, root );
    if( !found ) return missing( about( status ), "->counterDir() is null" );
    const auto all = as< IntfCounterDirDirBase >( found, about( status ) );
@@ -148,7 +150,8 @@ Ptr< VlanIntfCounter > counterCommon< VlanIntfCounter >( Ptr< const IntfStatus >
    if( !root ) return nullptr;
    const std::string_view name = dir->name().view();
    if( name == "subintf" ) return subIntfView( *status, *dir );
-   if( name == "vlan" && dir->counterDirPath().view().find( "Plexo" ) != std::string_view::npos ) return vlanView( *status, *dir );
+   const std::string_view path = dir->counterDirPath().view();
+   if( name == "vlan" && path.find( "Plexo" ) != path.npos ) return vlanView( *status, *dir );
    const Ptr< IntfCounterDirBase > counterDir = name == "phy" ? inSlices( *status, root ) : inDirectory( *status, dir, root );
    return counterDir ? currentIn( *counterDir, *status ) : nullptr;
 }

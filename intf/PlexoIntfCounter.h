@@ -6,14 +6,15 @@ namespace [[gnu::visibility("default")]] Interface {
 
 /// A view over one row of a table of counters in shared memory, which another process mostly writes.
 ///
-/// The attributes are those of the row when the view is made, and again whenever the table announces the row or itself as a whole: at once
-/// in the process that writes the table, in one that reads it when `intfCounterControl()` is dispatched. So they can be followed with a
-/// reactor as any other counters can; a view that is kept where nobody dispatches the table stays as it is, one that is made anew has the
-/// row as it is now. `vlanStatistics` are the octets of the row's `statistics`. `valid` says whether there is a row: it becomes true after
-/// the other attributes have been set, and false before they go back to zero. A row that a corruption hides counts as none; the table's
-/// control handle is told of the corruption.
+/// The attributes are those of the row when the view is made, and again whenever the table announces the row or itself as a
+/// whole: at once in the process that writes the table, in one that reads it when `intfCounterControl()` is dispatched. So they
+/// can be followed with a reactor as any other counters can; a view that is kept where nobody dispatches the table stays as it
+/// is, one that is made anew has the row as it is now. `vlanStatistics` are the octets of the row's `statistics`. `valid` says
+/// whether there is a row: it becomes true after the other attributes have been set, and false before they go back to zero. A row
+/// that a corruption hides counts as none; the table's control handle is told of the corruption.
 ///
-/// The view does not keep the table's directory, and is no longer valid once that is gone. Reflection shows it as a `VlanIntfCounter`.
+/// The view does not keep the table's directory, and is no longer valid once that is gone. Reflection shows it as a
+/// `VlanIntfCounter`.
 class PlexoIntfCounter : public VlanIntfCounter {
  public:
    /// `name` says which counters ("current"). Throws `RangeException` for one that tables don't have.
