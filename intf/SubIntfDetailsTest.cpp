@@ -95,6 +95,7 @@ TEST( SubIntfDetails, TheSpeedIsTheParentsAllElseAVlans ) {
    EXPECT_EQ( static_cast< int >( details->ianaType( *sub ) ), 135 );
    EXPECT_FALSE( details->connectorPresent( *sub ) );
    EXPECT_EQ( details->ifIndex( *phy->intfStatus( IntfId( "Ethernet3/2" ) ) ), -1 );
+   other->entryDelAll();
 }
 
 }
