@@ -1,12 +1,12 @@
 # Type definitions in a build.
 #
 #   kel_module(VlanId DEFINITION VlanId.kel [SOURCES VlanId.cpp ...] [LINKS Kel::Kel ...] [LIBRARY Vanta]
-#              [IMPORT_DIRS DIR[=PREFIX] ...])
+#              [HEADERS Counter.h ...] [IMPORT_DIRS DIR[=PREFIX] ...])
 #
 # compiles a definition file and, with it, the hand-written bodies of its types into the object library Vanta_VlanId. The header
 # is included as <Vanta/VlanId.h>; the schema (JSON) and the reference page (Markdown) are written to <build>/schema/Vanta, where
-# `vanta types` finds the one and README.md lists the others.
-# Modules that the definition imports must have been added before.
+# `vanta types` finds the one and README.md lists the others. HEADERS, written by hand beside the definition, are included and
+# installed as the generated one is: <Vanta/Counter.h>. Modules that the definition imports must have been added before.
 #
 #   kel_library(Vanta MODULES VlanId Bridging ... [LINKS ...] [SOURCES ...] [DESCRIPTION text])
 #
@@ -67,7 +67,7 @@ macro(_kel_arguments call needed oneValue multiValue)
 endmacro()
 
 function(kel_module name)
-   _kel_arguments("kel_module(${name})" DEFINITION "DEFINITION;LIBRARY" "SOURCES;LINKS;IMPORT_DIRS" ${ARGN})
+   _kel_arguments("kel_module(${name})" DEFINITION "DEFINITION;LIBRARY" "SOURCES;HEADERS;LINKS;IMPORT_DIRS" ${ARGN})
    if(NOT arg_LIBRARY)
       set(arg_LIBRARY Vanta)
    endif()
@@ -78,6 +78,10 @@ function(kel_module name)
    set(source ${CMAKE_CURRENT_BINARY_DIR}/${name}.kel.cpp)
    set(depfile ${CMAKE_CURRENT_BINARY_DIR}/${name}.kel.d)
    file(MAKE_DIRECTORY ${headers}/${arg_LIBRARY} ${schema})
+   foreach(written IN LISTS arg_HEADERS)
+      cmake_path(GET written FILENAME file)
+      configure_file(${written} ${headers}/${arg_LIBRARY}/${file} COPYONLY)
+   endforeach()
 
    _kel_compiler(compiler depends)
    foreach(dir IN LISTS arg_IMPORT_DIRS)

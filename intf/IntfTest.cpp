@@ -5,9 +5,8 @@
 #include <kel/AttrLog.h>
 #include <kel/Dir.h>
 #include <kel/ThrownTest.h>
-#include <plexo/TestFiles.h>
 
-// Interfaces: how a status is made and remade, what directories look up, who answers for a kind of interface, counters in shared memory.
+// Interfaces: how a status is made and remade, who answers for a kind of interface.
 
 namespace Interface {
 namespace {
@@ -60,25 +59,6 @@ TEST_F( IntfTest, AStatusIsReplicatedWithWhatItWasMadeOf ) {
    EXPECT_EQ( copy->intfName().str(), "Vlan10" );
 }
 
-TEST_F( IntfTest, DirectoriesOfCountersLookUpByTheirBase ) {
-   const auto all = allVlanIntfCounterDirFactory( Name( "vlan" ) );
-   const auto counters = all->intfCounterDirIs( vlan10 );
-   const auto current = counters->intfCounterIs( Name( "current" ) );
-   const Kel::Ptr< IntfCounterDirDirBase > base( all );
-   IntfCounterDirBase* directory = nullptr;
-   IntfCounterDirBase** const out = &directory;
-   base->doGetIntfCounterDir( vlan20, out );
-   EXPECT_EQ( directory, nullptr );
-   base->doGetIntfCounterDir( vlan10, out );
-   ASSERT_EQ( directory, counters.ptr() );
-   IntfCounter* counter = current.ptr();
-   IntfCounter** const counterOut = &counter;
-   directory->doGetIntfCounter( "previous", counterOut );
-   EXPECT_EQ( counter, nullptr );
-   directory->doGetIntfCounter( "current", counterOut );
-   EXPECT_EQ( counter, current.ptr() );
-}
-
 /// Answers for sub-interfaces.
 struct SubIntfDetails : EthIntfDetailsProvider {
    IanaType ianaType( const IntfStatus& ) const override { return IanaType::l2vlan; }
@@ -101,24 +81,6 @@ TEST_F( IntfTest, DetailsComeFromTheNearestProvider ) {
    EXPECT_EQ( intfDetailsProvider( *vlan ), ethernet );
    EXPECT_EQ( intfDetailsProviderIs( SubIntfStatus::_Type, before ), &own );
    EXPECT_EQ( intfDetailsProvider( *sub ), before );
-}
-
-TEST_F( IntfTest, CountersStandInSharedMemory ) {
-   using Plexo::Interface::AllIntfCounterDir;
-   using Plexo::Interface::CounterName;
-   using Plexo::Interface::IntfCounterKey;
-   const Plexo::TestDirectory home( { "PLEXO_DIR" } );
-   const auto writer = Plexo::Interface::allIntfCounterDirFactory( Name( "writer" ) );
-   const auto reader = Plexo::Interface::allIntfCounterDirFactory( Name( "reader" ) );
-   writer->intfCounterControl().setUp( { .name = "intf-counters", .mode = Plexo::TableMode::writer, .initialRecords = 16 } );
-   reader->intfCounterControl().setUp( { .name = "intf-counters", .mode = Plexo::TableMode::reader } );
-   IntfStatistics statistics;
-   statistics.inOctetsIs( 1ull << 40 );
-   statistics.outMulticastOctetsIs( 3 );
-   const IntfCounterKey key( vlan10, CounterName::current );
-   writer->intfCounterIs( Plexo::Interface::IntfCounterRecord( key, statistics, 1.5, 2.5 ) );
-   EXPECT_EQ( reader->intfCounter( key ).statistics(), statistics );
-   EXPECT_EQ( reader->intfCounter( IntfCounterKey( vlan10, CounterName::snapshot ) ), Plexo::Interface::IntfCounterRecord() );
 }
 
 }

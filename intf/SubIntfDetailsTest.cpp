@@ -1,0 +1,102 @@
+#include <Vanta/SubIntfDetails.h>
+#include <Vanta/VantaIntfId.h>
+#include <Vanta/VlanIntf.h>
+#include <gtest/gtest.h>
+#include <intfbase/IntfDetails.h>
+#include <kel/Dir.h>
+#include <kel/ThrownTest.h>
+#include <quor/EthIntfId.h>
+
+// What network management is told of sub-interfaces.
+
+namespace Interface {
+namespace {
+
+using Kel::Name;
+using Kel::S32;
+using Kel::U32;
+using Quor::IntfId;
+
+IntfId eth( U32 module, U32 port, U32 lane, U32 subIntf ) { return Quor::EthIntfId::make( module, port, lane, subIntf ); }
+IntfId channel( U32 number, U32 subIntf ) { return { Quor::IntfTypeId::portChannel << 25 | number, subIntf }; }
+
+S32 ifIndex( const IntfId& intfId ) {
+   const auto status = subIntfStatusFactory( intfId, nullptr, 1 );
+   return intfDetailsProvider( *status )->ifIndex( *status );
+}
+
+/// An interface and its index, or the assertion that it stops at.
+struct Row {
+   IntfId intfId;
+   S32 index;
+   const char* assertion = nullptr;
+};
+const Row rows[] = {
+   { eth( 0, 3, 2, 100 ), ( 100 << 18 ) | 82 },
+   { channel( 7, 5 ), ( 5 << 18 ) | 0x3e000 | 7 },
+   { eth( 30, 8191, 0, 4094 ), ( 4094 << 18 ) | ( 30 << 13 ) | 8191 },
+   { eth( 30, 204, 40, 4094 ), ( 4094 << 18 ) | ( 30 << 13 ) | 8160 },
+   { eth( 5, 3, 0, 0 ), ( 5 << 13 ) | 3 },
+   { channel( 7, 0x20000005 ), ( 5 << 18 ) | 0x3e000 | 7 },   // an ECMP group
+   { channel( 0x1ffffff, 4094 ), 0x3fffffff },
+   // Each stops at its own check, whatever comes behind it.
+   { eth( 31, 0, 41, 4095 ), 0, "subIntfNum <= 4094" },
+   { eth( 31, 0, 41, 4094 ), 0, "module <= 30" },
+   { eth( 30, 0, 41, 4094 ), 0, "lane <= 40" },
+   { eth( 30, 0, 40, 4094 ), 0, "port" },
+   { eth( 0, 205, 1, 1 ), 0, "port <= 204" },
+   { eth( 0, 8192, 0, 1 ), 0, "port <= 8191" },
+   { channel( 7, 4095 ), 0, "subIntfNum <= 4094" },
+   { IntfId( "Vlan10" ), 0, "0" },
+   { IntfId(), 0, "0" },
+};
+
+TEST( SubIntfDetailsDeathTest, IndicesComeFromTheIdentifier ) {
+   for( const auto& [ intfId, index, assertion ] : rows ) {
+      if( assertion ) {
+         EXPECT_DEATH( ifIndex( intfId ), std::string( "SubIntf: ifIndex: assertion \"" ) + assertion + "\" failed" ) << intfId;
+         continue;
+      }
+      EXPECT_EQ( ifIndex( intfId ), index ) << intfId;
+      subIntfIfIndexBaseIs( 1 << 30 );
+      EXPECT_EQ( ifIndex( intfId ), ( 1 << 30 ) + index );
+      subIntfIfIndexBaseIs( 0 );
+   }
+   for( const S32 refused : { -1, ( 1 << 30 ) + 1 } ) {
+      EXPECT_EQ( thrown( [ & ] { subIntfIfIndexBaseIs( refused ); } ), "subIntfIfIndexBase < 0 or > 1073741824 not allowed" );
+   }
+   EXPECT_EQ( subIntfIfIndexBase(), 0 );
+}
+
+TEST( SubIntfDetails, TheSpeedIsTheParentsAllElseAVlans ) {
+   const auto dir = Kel::dirFactory( Name( "eth" ) );
+   const auto slices = Kel::dirFactory( Name( "slice" ) ), other = Kel::dirFactory( Name( "other" ) );
+   const auto subs = subIntfStatusDirFactory( Name( "subintf" ) );
+   const auto phy = vlanIntfStatusDirFactory( Name( "1" ) );
+   const auto speedOf = [ & ]( const char* name ) {
+      const auto status = subs->intfStatusIs( IntfId( name ), nullptr, 1 );
+      return intfDetailsProvider( *status )->speed( *status );
+   };
+   EXPECT_EQ( speedOf( "Ethernet3/2.5" ), 0u );
+   dir->entryIs( subs );
+   dir->entryIs( slices );
+   dir->entryIs( other );
+   other->entryIs( slices );   // a circle
+   slices->entryIs( other );
+   slices->entryIs( phy );
+   EXPECT_EQ( speedOf( "Ethernet3/2.5" ), 0u );
+   phy->intfStatusIs( IntfId( "Ethernet3/2" ), nullptr, 1, "et" )->speedIs( 10 );
+   phy->intfStatusIs( IntfId( "Port-Channel7" ), nullptr, 1, "po" )->speedIs( 20 );
+   EXPECT_EQ( speedOf( "Ethernet3/2.5" ), 10u );
+   EXPECT_EQ( speedOf( "Port-Channel7.1" ), 20u );
+   EXPECT_EQ( speedOf( "Ethernet3/2" ), 0u );   // it has no parent, and is not its own
+   const auto sub = subs->intfStatus( IntfId( "Ethernet3/2" ) );
+   const IntfDetailsProvider* const details = intfDetailsProvider( *sub );
+   EXPECT_EQ( static_cast< int >( details->ianaType( *sub ) ), 135 );
+   EXPECT_FALSE( details->connectorPresent( *sub ) );
+   EXPECT_EQ( details->ifIndex( *phy->intfStatus( IntfId( "Ethernet3/2" ) ) ), -1 );
+   other->entryDelAll();
+}
+
+}
+}
