@@ -4,11 +4,11 @@
 #include <cstdlib>
 #include <new>
 
-// A table of buckets, each a treap: a binary search tree by ( reversed hash, key ) that is a heap by random priorities, so its depth
-// stays logarithmic whatever the keys are. Nearly all buckets hold one node or two. Of 2^n buckets, each lies where the low n bits of its
-// hashes say, which costs a look-up nothing; its number, by which a walk goes, is those bits in reverse. Doubling splits bucket b by the
-// next bit into b and b + 2^n, which are neighbours in a walk, halving joins those two again, both without looking at a key, and neither
-// changes the order of iteration.
+// A table of buckets, each a treap: a binary search tree by ( reversed hash, key ) that is a heap by random priorities, so its
+// depth stays logarithmic whatever the keys are. Nearly all buckets hold one node or two. Of 2^n buckets, each lies where the low n
+// bits of its hashes say, which costs a look-up nothing; its number, by which a walk goes, is those bits in reverse. Doubling
+// splits bucket b by the next bit into b and b + 2^n, which are neighbours in a walk, halving joins those two again, both without
+// looking at a key, and neither changes the order of iteration.
 //
 // Invariants: all points in child[ 0 ] and child[ 1 ] come before and behind the node's own; no child has a greater priority than
 // its parent.
@@ -107,8 +107,8 @@ void HashCore::grow() {
    table->count = 2 * before;
    HashNode** const low = table->buckets();
    HashNode** const high = low + before;
-   // Group by group, its nodes on their way from memory. Nobody can predict which buckets are empty, so those are passed over without a
-   // branch.
+   // Group by group, its nodes on their way from memory. Nobody can predict which buckets are empty, so those are passed over
+   // without a branch.
    U32 filled[ group ];
    for( U32 begin = 0; begin < before; begin += group ) {
       U32 found = 0;
