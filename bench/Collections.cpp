@@ -10,8 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
-// A hundred thousand keys through a collection of an entity with one reactor, and through other maps whose owner makes one virtual call for
-// each change. The peers hash a number as they do by default; an address has no default, so all hash it as we do.
+// A hundred thousand keys through a collection of an entity with one reactor, and through other maps whose owner makes one virtual
+// call for each change. The peers hash a number as they do by default; an address has no default, so all hash it as we do.
 
 namespace {
 

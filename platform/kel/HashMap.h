@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <concepts>
 #include <kel/Hash.h>
 #include <kel/MapIterator.h>
@@ -14,16 +15,19 @@ namespace Detail {
 /// What every node of a hashed map begins with.
 struct HashNode {
    HashNode* child[ 2 ] = { nullptr, nullptr };   ///< the nodes before and behind this one in its bucket
-   U32 place = 0;                                 ///< the bit-reversed hash of the key
+   U32 hash = 0;                                  ///< of the key
    U32 priority = 0;                              ///< no child's is greater
 };
+
+/// Whether a hash, read with its bits reversed, is less than another: the lowest bit in which they differ decides.
+constexpr bool hashPrecedes( U32 a, U32 b ) noexcept { return ( ( a ^ b ) & -( a ^ b ) & b ) != 0; }
 
 /// A node's order relative to a key, where both hashes are equal: negative, zero or positive.
 using HashOrder = int ( * )( const HashNode* node, const void* key );
 
 /// A point in a hashed map's total order.
 struct HashPoint {
-   U32 place;
+   U32 hash;
    const void* key;
    HashOrder order;
 };
@@ -40,9 +44,9 @@ class HashCore {
    std::size_t size() const noexcept { return table_ ? table_->size : 0; }
    /// Changes with every removal, and is unlike that of any other map that was ever filled.
    U64 erasures() const noexcept { return table_ ? table_->erasures : 0; }
-   /// The link to the root of the bucket of a place. It is not to be written while the map is empty.
-   HashNode** root( U32 place ) const noexcept {
-      return table_ ? &table_->buckets()[ place >> table_->shift ] : const_cast< HashNode** >( &noNode );
+   /// The link to the root of the bucket of a hash. It is not to be written while the map is empty.
+   HashNode** root( U32 hash ) const noexcept {
+      return table_ ? table_->bucket( hash ) : const_cast< HashNode** >( &noNode );
    }
 
    /// Where the nodes lie, from the first one on. Throws `std::bad_alloc`.
@@ -68,18 +72,21 @@ class HashCore {
       U64 erasures;
       U32 size;
       U32 random;   ///< state of the generator of priorities, never 0
-      U32 shift;    ///< 32 less the binary logarithm of the number of buckets
+      U32 count;    ///< the number of buckets, a power of two
       NodePool* pool;
       HashNode** buckets() noexcept { return reinterpret_cast< HashNode** >( this + 1 ); }
-      std::size_t count() const noexcept { return std::size_t( 1 ) << ( 32 - shift ); }
+      /// By how many bits a reversed hash is shifted to give the number of its bucket, and a reversed number to give the bucket.
+      int shift() const noexcept { return std::countl_zero( count ) + 1; }
+      HashNode** bucket( U32 hash ) noexcept { return &buckets()[ hash & ( count - 1 ) ]; }
       U32 nextRandom() noexcept;
    };
 
-   static Table* resized( Table* table, U32 shift ) noexcept;
+   static Table* resized( Table* table, U32 count ) noexcept;
    void create( std::size_t nodeBytes );
    void grow();
    void shrink() noexcept;
-   HashNode* firstFrom( std::size_t bucket ) const noexcept;
+   HashNode* firstFrom( U32 number ) const noexcept;
+   HashNode* firstBehind( U32 hash ) const noexcept;
 
    static constexpr HashNode* noNode = nullptr;
 
@@ -99,7 +106,7 @@ class HashCore {
 template< class K, class V >
 class HashMap {
    struct Node final : Detail::HashNode {
-      Node( U32 at, const K& k, V&& v ) : key( k ), value( std::move( v ) ) { place = at; }
+      Node( U32 at, const K& k, V&& v ) : key( k ), value( std::move( v ) ) { hash = at; }
       const K key;
       V value;
    };
@@ -139,7 +146,7 @@ class HashMap {
 
    /// The element, or null. It stays where it is until it is removed.
    V* find( const K& key ) {
-      Node* node = nodeAt( placeOf( key ), key );
+      Node* node = nodeAt( hashOf( key ), key );
       return node ? &node->value : nullptr;
    }
    const V* find( const K& key ) const { return const_cast< HashMap* >( this )->find( key ); }
@@ -147,25 +154,25 @@ class HashMap {
 
    /// The element under the key, and true when it is new. One that exists is left as it is.
    std::pair< V*, bool > insert( const K& key, V value ) {
-      const U32 place = placeOf( key );
-      if( Node* existing = nodeAt( place, key ) ) return { &existing->value, false };
-      return { add( place, key, std::move( value ) ), true };
+      const U32 hash = hashOf( key );
+      if( Node* existing = nodeAt( hash, key ) ) return { &existing->value, false };
+      return { add( hash, key, std::move( value ) ), true };
    }
    /// Inserts the element or replaces the one that exists.
    V* assign( const K& key, V value ) {
-      const U32 place = placeOf( key );
-      Node* existing = nodeAt( place, key );
-      if( !existing ) return add( place, key, std::move( value ) );
+      const U32 hash = hashOf( key );
+      Node* existing = nodeAt( hash, key );
+      if( !existing ) return add( hash, key, std::move( value ) );
       // The old element outlives the assignment: its destructor may use the map.
       std::swap( existing->value, value );
       return &existing->value;
    }
 
    /// Removes the element, to `*removed` if that is given. False when the key is absent.
-   bool erase( const K& key, V* removed = nullptr ) { return eraseAt( placeOf( key ), key, removed ); }
+   bool erase( const K& key, V* removed = nullptr ) { return eraseAt( hashOf( key ), key, removed ); }
    /// Removes the element at the iterator, which then stands on the removed position. False when it was gone already.
    bool erase( Iterator& at, V* removed = nullptr ) {
-      return at && eraseAt( at.position_->place, at.position_->key, removed );
+      return at && eraseAt( at.position_->hash, at.position_->key, removed );
    }
    void clear() noexcept {
       core_.clear( []( Detail::HashNode* node ) { static_cast< Node* >( node )->~Node(); } );
@@ -174,57 +181,53 @@ class HashMap {
    Iterator iterator() { return Iterator( *this, cursorFirst() ); }
    ConstIterator iterator() const { return ConstIterator( *this, cursorFirst() ); }
    /// At the first element behind a key, which need not be there.
-   Iterator iteratorAfter( const K& key ) { return Iterator( *this, cursorAfter( { placeOf( key ), key } ) ); }
-   ConstIterator iteratorAfter( const K& key ) const { return ConstIterator( *this, cursorAfter( { placeOf( key ), key } ) ); }
+   Iterator iteratorAfter( const K& key ) { return Iterator( *this, cursorAfter( { hashOf( key ), key } ) ); }
+   ConstIterator iteratorAfter( const K& key ) const { return ConstIterator( *this, cursorAfter( { hashOf( key ), key } ) ); }
 
  private:
    template< class, class >
    friend class MapIterator;
 
    struct Position {
-      U32 place;
+      U32 hash;
       K key;
    };
    using Cursor = Node*;
 
-   static U32 placeOf( const K& key ) { return bitReverse( hashOf( key ) ); }
-
    static int order( const Detail::HashNode* node, const void* key ) {
       const K& a = static_cast< const Node* >( node )->key;
       const K& b = *static_cast< const K* >( key );
-      if constexpr( std::equality_comparable< K > ) {
-         return a == b ? 0 : a < b ? -1 : 1;
-      } else {
-         return a < b ? -1 : b < a ? 1 : 0;
-      }
+      return a < b ? -1 : b < a ? 1 : 0;
    }
-   static Detail::HashPoint point( U32 place, const K& key ) { return { place, &key, &order }; }
+   /// Whether it is the node of the key. A number is as quickly compared as its hash.
+   static bool isAt( const Detail::HashNode* node, U32 hash, const K& key ) {
+      const K& at = static_cast< const Node* >( node )->key;
+      if constexpr( std::is_integral_v< K > ) return at == key;
+      else if constexpr( std::equality_comparable< K > ) return node->hash == hash && at == key;
+      else return node->hash == hash && order( node, &key ) == 0;
+   }
+   static Detail::HashPoint point( U32 hash, const K& key ) { return { hash, &key, &order }; }
 
    /// The link that leads to the key's node, or the null link where it would hang as a leaf.
-   Detail::HashNode** linkTo( U32 place, const K& key ) const {
-      Detail::HashNode** link = core_.root( place );
+   Detail::HashNode** linkTo( U32 hash, const K& key ) const {
+      Detail::HashNode** link = core_.root( hash );
       while( Detail::HashNode* node = *link ) {
-         if( node->place != place ) {
-            link = &node->child[ node->place < place ];
-         } else {
-            const int o = order( node, &key );
-            if( o == 0 ) break;
-            link = &node->child[ o < 0 ];
-         }
+         if( isAt( node, hash, key ) ) break;
+         link = &node->child[ node->hash != hash ? Detail::hashPrecedes( node->hash, hash ) : order( node, &key ) < 0 ];
       }
       return link;
    }
-   Node* nodeAt( U32 place, const K& key ) const { return static_cast< Node* >( *linkTo( place, key ) ); }
-   V* add( U32 place, const K& key, V&& value ) {
+   Node* nodeAt( U32 hash, const K& key ) const { return static_cast< Node* >( *linkTo( hash, key ) ); }
+   V* add( U32 hash, const K& key, V&& value ) {
       NodePool& pool = core_.pool( sizeof( Node ) );
       std::unique_ptr< void, Release > storage( pool.allocate(), { &pool } );
-      std::unique_ptr< Node, Destroy > node( new( storage.get() ) Node( place, key, std::move( value ) ), { { &pool } } );
+      std::unique_ptr< Node, Destroy > node( new( storage.get() ) Node( hash, key, std::move( value ) ), { { &pool } } );
       storage.release();
-      core_.link( node.get(), point( place, node->key ) );
+      core_.link( node.get(), point( hash, node->key ) );
       return &node.release()->value;
    }
-   bool eraseAt( U32 place, const K& key, V* removed ) {
-      Detail::HashNode** link = linkTo( place, key );
+   bool eraseAt( U32 hash, const K& key, V* removed ) {
+      Detail::HashNode** link = linkTo( hash, key );
       if( !*link ) return false;
       const std::unique_ptr< Node, Destroy > node( static_cast< Node* >( *link ), { { &core_.pool( sizeof( Node ) ) } } );
       core_.unlink( link );
@@ -235,13 +238,13 @@ class HashMap {
    // What an iterator asks of its map.
    U64 erasures() const noexcept { return core_.erasures(); }
    Cursor cursorFirst() const noexcept { return static_cast< Node* >( core_.first() ); }
-   Cursor cursorAt( const Position& p ) const { return nodeAt( p.place, p.key ); }
-   Cursor cursorAfter( const Position& p ) const { return static_cast< Node* >( core_.after( point( p.place, p.key ) ) ); }
+   Cursor cursorAt( const Position& p ) const { return nodeAt( p.hash, p.key ); }
+   Cursor cursorAfter( const Position& p ) const { return static_cast< Node* >( core_.after( point( p.hash, p.key ) ) ); }
    Cursor cursorNext( Cursor at, const Position& p ) const {
-      return static_cast< Node* >( core_.next( at, point( p.place, p.key ) ) );
+      return static_cast< Node* >( core_.next( at, point( p.hash, p.key ) ) );
    }
    static bool cursorIsEnd( Cursor at ) noexcept { return at == nullptr; }
-   static Position cursorPosition( Cursor at ) { return { at->place, at->key }; }
+   static Position cursorPosition( Cursor at ) { return { at->hash, at->key }; }
    static V* cursorElement( Cursor at ) noexcept { return &at->value; }
 
    Detail::HashCore core_;
