@@ -134,16 +134,6 @@ void NotifieeBase::callbackThrew( const Change& change ) noexcept {
    }
 }
 
-void Entity::notify( const Change& change ) const {
-   notifiees_->walk( false, [ &change ]( NotifieeBase& reactor ) {
-      try {
-         reactor.dispatch( change );
-      } catch( ... ) {
-         reactor.callbackThrew( change );
-      }
-   } );
-}
-
 Entity::~Entity() {
    delete log_;
    if( notifiees_ ) notifiees_->orphan();

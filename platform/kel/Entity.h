@@ -274,7 +274,16 @@ class Entity : public PtrInterface {
    }
    void release( Entity* child );
    void sameParameters( std::span< const void* const > parameters ) const;
-   void notify( const Change& change ) const;
+   /// Hands each reactor the change. Like `call`, there is a copy of it in each library.
+   [[gnu::visibility( "hidden" ), gnu::noinline]] void notify( const Change& change ) const {
+      notifiees_->walk( false, [ &change ]( NotifieeBase& reactor ) {
+         try {
+            reactor.dispatch( change );
+         } catch( ... ) {
+            reactor.callbackThrew( change );
+         }
+      } );
+   }
    /// Gives each reactor its typed callback; one of a class that does not know the attribute has none. Each library has its own
    /// copy of this, beside the setters: a call across libraries costs as much as all the rest.
    [[gnu::visibility("hidden"), gnu::noinline]] void call( NotifieeBase::Callback callback, U16 attr ) const {

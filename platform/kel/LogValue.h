@@ -122,9 +122,10 @@ void logWrite( LogOut& out, Part< T > p ) {
    else static_cast< const T* >( p.at )->kelParts( [ &out ]( auto... parts ) { ( logWrite( out, parts ), ... ); } );
 }
 
-/// Reads a value. Throws `RangeException` on bytes that are no such value; it may then be changed in part.
+/// Reads a value. Throws `RangeException` on bytes that are no such value; it may then be changed in part. Flattened: in the source of a
+/// large module the compiler would make a call of every part.
 template< class T >
-void logRead( LogIn& in, Part< T > p ) {
+[[gnu::flatten]] void logRead( LogIn& in, Part< T > p ) {
    if constexpr( Detail::LogSize< T >::value > 0 ) {
       // From a copy of the place that nobody else sees, so that storing an attribute can't be taken for a change of it.
       LogIn from = in;
