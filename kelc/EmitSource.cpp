@@ -50,9 +50,7 @@ std::string emitSource( const Module& module ) {
    const std::string name = module.name.text;
    w.line( "// Written by kelc from the definitions of module " + name + "." );
    w.line( "#include <" + module.prefix + "/" + name + ".h>" );
-   w.blank();
    w.line( "#include <kel/GenericIf.h>" );
-   w.blank();
    w.line( "#pragma GCC diagnostic ignored \"-Winvalid-offsetof\"" );
    if( !module.trace.empty() ) {
       w.blank();

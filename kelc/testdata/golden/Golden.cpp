@@ -1,8 +1,6 @@
 // Written by kelc from the definitions of module Golden.
 #include <G/Golden.h>
-
 #include <kel/GenericIf.h>
-
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 
 ::Kel::TraceHandle& kelModuleGolden::_defaultTraceHandle() {
