@@ -121,7 +121,7 @@ TEST_F( CorruptionTest, InTheWritersRemovals ) {
 TEST_F( CorruptionTest, EndsWithTheNextWriter ) {
    const auto table = following();
    const auto reader = readerFdbStatusSmFactory( target, table );
-   bytes().spoilMagic();
+   bytes().spoilSlot( 0 );
    table->plexoFdbStatusNotify( { 1, mac( 1 ) } );
    EXPECT_EQ( Plexo::TableState::degraded, table->plexoFdbStatusControl().state() );
    written = nullptr;

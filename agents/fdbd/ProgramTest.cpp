@@ -2,7 +2,6 @@
 #include <Vanta/PlexoBridging.h>
 #include <csignal>
 #include <cstdio>
-#include <fstream>
 #include <plexo/TestFiles.h>
 #include <regex>
 #include <sched.h>
@@ -17,6 +16,7 @@
 namespace Fdbd {
 
 using namespace Test;
+using Plexo::contentOf;
 
 namespace {
 
@@ -30,11 +30,6 @@ std::string captureFile( const std::string& name ) { return FDBD_CAPTURES "/" + 
 const std::string demoCaptures =
    " --capture " + captureFile( "port1.pcap" ) + " --capture " + captureFile( "port2.pcap" ) + " --capture " +
       captureFile( "port3.pcapng" ) + " ";
-
-std::string contentOf( const std::string& path ) {
-   std::ifstream in( path, std::ios::binary );
-   return { std::istreambuf_iterator< char >( in ), {} };
-}
 
 class Program : public ::testing::Test {
  protected:
@@ -165,7 +160,7 @@ TEST_F( Program, EachFatalErrorIsOneLineAndLeavesTheTable ) {
    EXPECT_EQ( run( demoCaptures + "--pace max --exit-at-end" ).code, 0 );
    start( "--capture " + captureFile( "port1.pcap" ) + " --table taken --pace max" );
    ASSERT_TRUE( until( [] { return !table( "taken" ).empty(); } ) );
-   const std::string notes = file( "notes", "no capture" );
+   const std::string notes = file( "notes", "no capture" ), foreign = file( "foreign.plexo", "no table" );
    struct {
       std::string arguments;
       int code;
@@ -175,6 +170,8 @@ TEST_F( Program, EachFatalErrorIsOneLineAndLeavesTheTable ) {
       { "--bridge b --trace 'X/a'", 2, "--trace 'X/a': " },
       { "--bridge nosuch", 1, "bridge 'nosuch': No such device; " },
       { "--capture " + notes, 1, "capture '" + notes + "': not a pcap or pcapng file that can be read" },
+      { demoCaptures + "--table foreign", 1,
+        "refusing to replace " + foreign + ": it is no table: its first 8 bytes are not PLEXOTBL; remove the file or " },
       { demoCaptures + "--table taken", 1, "has a writer already (process " + std::to_string( pid ) + ")" },
       { demoCaptures + "--capacity 6 --pace max --exit-at-end", 1, "6" },
    };
@@ -186,6 +183,7 @@ TEST_F( Program, EachFatalErrorIsOneLineAndLeavesTheTable ) {
       EXPECT_EQ( std::count( result.text.begin(), result.text.end(), '\n' ), 1 ) << result.text;
       EXPECT_EQ( table(), kernelView() ) << c.arguments;
    }
+   EXPECT_EQ( contentOf( foreign ), "no table" );
    setenv( "PLEXO_DIR", notes.c_str(), 1 );
    const Result result = run( demoCaptures );
    EXPECT_EQ( result.code, 1 );
