@@ -1,5 +1,6 @@
 #include "VantaTest.h"
 
+#include <ShmTest.h>
 #include <TestPeer.h>
 #include <thread>
 
@@ -221,6 +222,25 @@ TEST_F( Fdb, WatchEndsAsItIsAsked ) {
    ASSERT_TRUE( counting.says( "\"moves\":1" ) );
    writer.withdraw( 10, a );
    EXPECT_EQ( counting.end( 0 ), 0 );
+}
+
+/// The marker would say that all hosts have been told.
+TEST_F( Fdb, WatchOfACorruptedTableEndsWithoutTheMarker ) {
+   for( const bool isIndex : { true, false } ) {
+      Writer writer;
+      for( const char* address : { a, b } ) writer.learn( 10, address, "Ethernet1" );
+      writer.kill();
+      Bridging::TableBytes bytes( directory_ + "/fdb.plexo" );
+      isIndex ? bytes.spoilIndex() : bytes.spoilFirstSlot();
+      for( const char* end : { "--until-sync", "--count 1", "--timeout 0.1" } ) {
+         const Outcome result = run( std::string( "fdb watch " ) + end );
+         EXPECT_EQ( result.code, 3 ) << end;
+         EXPECT_EQ( result.out.find( "---" ), std::string::npos ) << result.out;
+         EXPECT_LE( std::count( result.err.begin(), result.err.end(), '\n' ), 2 ) << result.err; // a trace, and the reason
+         EXPECT_NE( result.err.find( "can't be used: table fdb is corrupted: slot " ), std::string::npos ) << result.err;
+      }
+      EXPECT_EQ( run( "fdb show" ).code, 3 );
+   }
 }
 
 TEST_F( Fdb, WatchEndsWhenNobodyReadsItAnyMore ) {
