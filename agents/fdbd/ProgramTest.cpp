@@ -246,6 +246,32 @@ TEST_F( Program, PrintsInsteadOfPublishing ) {
    const Result closed = run( demoCaptures + "--print --pace max > /dev/full" );
    EXPECT_EQ( closed.code, 1 );
    EXPECT_EQ( closed.text, "vanta-fdbd: standard output can't be written; keep its reader running\n" );
+   for( const char* const option : { "--help", "--version" } ) {
+      const Result full = run( std::string( option ) + " > /dev/full" );
+      EXPECT_EQ( full.text, "vanta-fdbd: cannot write the output: No space left on device\n" );
+      EXPECT_EQ( full.code, 3 );
+   }
+}
+
+TEST_F( Program, ReaderOfItsLinesThatGoesAwayDoesNotEndIt ) {
+   int ends[ 2 ];
+   ASSERT_TRUE( pipe( ends ) == 0 && dup2( ends[ 1 ], 9 ) == 9 );
+   for( const int end : ends ) close( end );
+   EXPECT_EQ( run( demoCaptures + "--pace max --exit-at-end --statistics 2>&9" ).code, 0 );
+   close( 9 );
+   EXPECT_EQ( table(), kernelView() );
+}
+
+/// One that comes back has a new reactor.
+TEST_F( Program, FilteringDatabaseGoesWithItsLastHost ) {
+   const auto at = []( Nanos seconds, int vlan ) {
+      return Sent{ seconds * nanosPerSecond, frameFrom( mac( 1 ), { { 0x8100, vlan } } ) };
+   };
+   const std::string hosts = file( "hosts.pcap", pcapOf( { at( 1000, 5 ), at( 1010, 6 ), at( 1020, 5 ) } ) );
+   const std::string text =
+      run( "--capture " + hosts + " --pace max --exit-at-end --aging-time 3 --trace FdbStatusSm/5" ).text;
+   const std::regex reactor( "KelFdbStatus::handleLearnedHosts" );
+   EXPECT_EQ( std::distance( std::sregex_iterator( text.begin(), text.end(), reactor ), {} ), 3 ) << text;
 }
 
 }
