@@ -215,13 +215,14 @@ TEST_F( Fdb, WatchEndsAsItIsAsked ) {
    EXPECT_EQ( run( "fdb watch --until-sync" ).code, 0 );
    EXPECT_EQ( run( "fdb watch --timeout 0.1" ).code, 0 );
    EXPECT_EQ( run( "fdb watch --timeout 0.1 --count 1" ).code, 1 );
-   Watcher counting( watched( "counting" ), "--count 2 --vlan 10" );
+   Watcher counting( watched( "counting" ), "--count 2 --port Ethernet1" );
    ASSERT_TRUE( counting.says( "sync" ) );
-   writer.learn( 10, a, "Ethernet2", 1 );
-   writer.learn( 11, a, "Ethernet2" ); // not one that is watched
-   ASSERT_TRUE( counting.says( "\"moves\":1" ) );
-   writer.withdraw( 10, a );
+   writer.learn( 11, a, "Ethernet2" );    // not one that is watched
+   writer.learn( 10, a, "Ethernet2" );    // no more
+   ASSERT_TRUE( counting.says( "\"gone\",\"vlan\":10,\"address\":\"02:00:00:00:00:0a\",\"port\":\"Ethernet1\"" ) );
+   writer.learn( 10, a, "Ethernet1", 1 );
    EXPECT_EQ( counting.end( 0 ), 0 );
+   EXPECT_TRUE( counting.output().ends_with( "}\n" + host( a, "Ethernet1", 1 ) ) ) << counting.output();
 }
 
 /// The marker would say that all hosts have been told.

@@ -48,7 +48,9 @@ class Printer : public HostListener {
 
    void hostIs( Bridging::Fid fid, const Bridging::LearnedHost& host, const Quor::IntfId* before ) override {
       const bool matched = before && settings_.filter.matches( fid, Bridging::LearnedHost( host.address(), *before, 0, 0, {} ) );
-      if( !matched && !settings_.filter.matches( fid, host ) ) return;
+      const bool matches = settings_.filter.matches( fid, host );
+      if( !matched && !matches ) return;
+      if( settings_.json && !matches ) return hostGone( fid, host.address(), *before ); // from what its reader asked for
       if( settings_.json ) {
          Json out;
          putHost( out.object().member( "event", "host" ), fid, host );
