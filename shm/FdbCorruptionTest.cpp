@@ -117,20 +117,24 @@ TEST_F( CorruptionTest, InTheWritersRemovals ) {
    EXPECT_EQ( 0u, writer->fdbStatusCount() );
 }
 
-/// Another writer takes over and makes a sound table; the reader follows it there.
+/// Another writer takes over, in place or with a new file, and makes a sound table; the reader follows it there, also to records
+/// that have not changed.
 TEST_F( CorruptionTest, EndsWithTheNextWriter ) {
-   const auto table = following();
-   const auto reader = readerFdbStatusSmFactory( target, table );
-   bytes().spoilMagic();
-   table->plexoFdbStatusNotify( { 1, mac( 1 ) } );
-   EXPECT_EQ( Plexo::TableState::degraded, table->plexoFdbStatusControl().state() );
-   written = nullptr;
-   learn( 2, 1, 3 );
-   written = tableOf( "t", TableMode::writer );
-   const auto writer = writerFdbStatusSmFactory( source, written );
-   EXPECT_TRUE( drainUntil( table, [ & ] { return hostsOf( *target ) == hostsOf( *source ); } ) )
-      << linesOf( hostsOf( *target ) );
-   EXPECT_EQ( Plexo::TableState::live, table->plexoFdbStatusControl().state() );
+   for( U32 n = 1; n <= 5; ++n ) learn( 1, n, 1 );
+   for( void ( TableBytes::*const spoil )() : { &TableBytes::spoilIndex, &TableBytes::spoilFirstSlot } ) {
+      const auto table = following();
+      ( bytes().*spoil )();
+      const auto reader = readerFdbStatusSmFactory( target, table );
+      EXPECT_EQ( 0u, target->fdbStatusCount() );
+      EXPECT_EQ( Plexo::TableState::degraded, table->plexoFdbStatusControl().state() );
+      written = nullptr;
+      written = tableOf( "t", TableMode::writer );
+      const auto writer = writerFdbStatusSmFactory( source, written );
+      EXPECT_TRUE( drainUntil( table, [ & ] { return hostsOf( *target ) == hostsOf( *source ); } ) )
+         << linesOf( hostsOf( *target ) );
+      EXPECT_EQ( Plexo::TableState::live, table->plexoFdbStatusControl().state() );
+      target = statusFactory( "target" );
+   }
 }
 
 }

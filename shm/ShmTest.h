@@ -67,8 +67,15 @@ struct TableBytes : Plexo::FileBytes {
    void spoilMagic() { put( Plexo::Format::At::magic, 0x21646162 ); }
    /// A walk fails at its first step, look-ups go on.
    void spoilHighWater() { put( Plexo::Format::At::highWater, 0xffffffff ); }
+   /// Every look-up fails, walks go on.
+   void spoilIndex() {
+      for( std::size_t at = get( Plexo::Format::At::indexOffset ); at < size; at += Plexo::Format::bucketBytes ) {
+         for( std::size_t lane = 0; lane < Plexo::Format::bucketLanes; ++lane ) put( at + lane * 4, 0x7fffffff );
+      }
+   }
    /// A walk fails when it comes to this slot, and so does the look-up of its record: it says that it is being changed, yet the
    /// undo cell belongs to another.
+   void spoilFirstSlot() { spoilSlot( 0 ); }
    void spoilSlot( U32 slot ) {
       namespace At = Plexo::Format::At;
       const std::size_t at = get( At::slabOffset ) + std::size_t( slot ) * get( At::slotBytes );

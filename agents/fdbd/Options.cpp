@@ -56,7 +56,7 @@ A VLAN is its own filtering database. SIGTERM or SIGINT stops the agent; the tab
 stays and keeps what was learned. Exit status: 0 stopped or ended as asked,
 1 nothing could be learned from, the table failed, or, with --exit-at-end, a
 capture was damaged or hosts were left out for want of --capacity, 2 wrong
-command line.
+command line, 3 this help or the version could not be written.
 )";
 
 namespace {

@@ -2,7 +2,6 @@
 #include <Vanta/PlexoBridging.h>
 #include <csignal>
 #include <cstdio>
-#include <fstream>
 #include <plexo/TestFiles.h>
 #include <regex>
 #include <sched.h>
@@ -17,6 +16,7 @@
 namespace Fdbd {
 
 using namespace Test;
+using Plexo::contentOf;
 
 namespace {
 
@@ -30,11 +30,6 @@ std::string captureFile( const std::string& name ) { return FDBD_CAPTURES "/" + 
 const std::string demoCaptures =
    " --capture " + captureFile( "port1.pcap" ) + " --capture " + captureFile( "port2.pcap" ) + " --capture " +
       captureFile( "port3.pcapng" ) + " ";
-
-std::string contentOf( const std::string& path ) {
-   std::ifstream in( path, std::ios::binary );
-   return { std::istreambuf_iterator< char >( in ), {} };
-}
 
 class Program : public ::testing::Test {
  protected:
@@ -165,7 +160,7 @@ TEST_F( Program, EachFatalErrorIsOneLineAndLeavesTheTable ) {
    EXPECT_EQ( run( demoCaptures + "--pace max --exit-at-end" ).code, 0 );
    start( "--capture " + captureFile( "port1.pcap" ) + " --table taken --pace max" );
    ASSERT_TRUE( until( [] { return !table( "taken" ).empty(); } ) );
-   const std::string notes = file( "notes", "no capture" );
+   const std::string notes = file( "notes", "no capture" ), foreign = file( "foreign.plexo", "no table" );
    struct {
       std::string arguments;
       int code;
@@ -175,6 +170,8 @@ TEST_F( Program, EachFatalErrorIsOneLineAndLeavesTheTable ) {
       { "--bridge b --trace 'X/a'", 2, "--trace 'X/a': " },
       { "--bridge nosuch", 1, "bridge 'nosuch': No such device; " },
       { "--capture " + notes, 1, "capture '" + notes + "': not a pcap or pcapng file that can be read" },
+      { demoCaptures + "--table foreign", 1,
+        "refusing to replace " + foreign + ": it is no table: its first 8 bytes are not PLEXOTBL; remove the file or " },
       { demoCaptures + "--table taken", 1, "has a writer already (process " + std::to_string( pid ) + ")" },
       { demoCaptures + "--capacity 6 --pace max --exit-at-end", 1, "6" },
    };
@@ -186,6 +183,7 @@ TEST_F( Program, EachFatalErrorIsOneLineAndLeavesTheTable ) {
       EXPECT_EQ( std::count( result.text.begin(), result.text.end(), '\n' ), 1 ) << result.text;
       EXPECT_EQ( table(), kernelView() ) << c.arguments;
    }
+   EXPECT_EQ( contentOf( foreign ), "no table" );
    setenv( "PLEXO_DIR", notes.c_str(), 1 );
    const Result result = run( demoCaptures );
    EXPECT_EQ( result.code, 1 );
@@ -248,6 +246,32 @@ TEST_F( Program, PrintsInsteadOfPublishing ) {
    const Result closed = run( demoCaptures + "--print --pace max > /dev/full" );
    EXPECT_EQ( closed.code, 1 );
    EXPECT_EQ( closed.text, "vanta-fdbd: standard output can't be written; keep its reader running\n" );
+   for( const char* const option : { "--help", "--version" } ) {
+      const Result full = run( std::string( option ) + " > /dev/full" );
+      EXPECT_EQ( full.text, "vanta-fdbd: cannot write the output: No space left on device\n" );
+      EXPECT_EQ( full.code, 3 );
+   }
+}
+
+TEST_F( Program, ReaderOfItsLinesThatGoesAwayDoesNotEndIt ) {
+   int ends[ 2 ];
+   ASSERT_TRUE( pipe( ends ) == 0 && dup2( ends[ 1 ], 9 ) == 9 );
+   for( const int end : ends ) close( end );
+   EXPECT_EQ( run( demoCaptures + "--pace max --exit-at-end --statistics 2>&9" ).code, 0 );
+   close( 9 );
+   EXPECT_EQ( table(), kernelView() );
+}
+
+/// One that comes back has a new reactor.
+TEST_F( Program, FilteringDatabaseGoesWithItsLastHost ) {
+   const auto at = []( Nanos seconds, int vlan ) {
+      return Sent{ seconds * nanosPerSecond, frameFrom( mac( 1 ), { { 0x8100, vlan } } ) };
+   };
+   const std::string hosts = file( "hosts.pcap", pcapOf( { at( 1000, 5 ), at( 1010, 6 ), at( 1020, 5 ) } ) );
+   const std::string text =
+      run( "--capture " + hosts + " --pace max --exit-at-end --aging-time 3 --trace FdbStatusSm/5" ).text;
+   const std::regex reactor( "KelFdbStatus::handleLearnedHosts" );
+   EXPECT_EQ( std::distance( std::sregex_iterator( text.begin(), text.end(), reactor ), {} ), 3 ) << text;
 }
 
 }

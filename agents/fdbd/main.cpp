@@ -1,8 +1,10 @@
 #include "Agent.h"
 #include "PrintSink.h"
 #include "Publisher.h"
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <kel/Exception.h>
 #include <kel/Trace.h>
@@ -22,6 +24,12 @@ void traceAs( const std::string& setting ) try {
    throw UsageError( "--trace '" + setting + "': " + e.what() );
 }
 
+int print( const char* text ) {
+   if( std::fputs( text, stdout ) >= 0 && std::fflush( stdout ) == 0 ) return 0;
+   line( std::string( "cannot write the output: " ) + std::strerror( errno ) );
+   return 3;
+}
+
 int learn( const Options& options, HostSink& sink, const std::function< void() >& open ) {
    Kel::Activity activity;
    const Kel::SignalWatch signals( activity, { SIGTERM, SIGINT }, [ & ]( int ) { activity.stop(); } );
@@ -37,8 +45,8 @@ int learn( const Options& options, HostSink& sink, const std::function< void() >
 
 int run( int argc, char** argv ) {
    const Options options = parseOptions( argc, argv );
-   if( options.action == Options::Action::help ) return std::fputs( helpText, stdout ) < 0;
-   if( options.action == Options::Action::version ) return std::puts( "vanta-fdbd " VANTA_VERSION ) < 0;
+   if( options.action == Options::Action::help ) return print( helpText );
+   if( options.action == Options::Action::version ) return print( "vanta-fdbd " VANTA_VERSION "\n" );
    traceAs( options.trace );
    // A reader of our lines that goes away is no reason to stop learning.
    std::signal( SIGPIPE, SIG_IGN );

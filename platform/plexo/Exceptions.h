@@ -42,6 +42,12 @@ class RoleException : public Exception {
    using Exception::Exception;
 };
 
+/// Where the table would stand is something else, which a writer must not destroy; the text names it and says what to do.
+class ForeignFileException : public Exception {
+ public:
+   using Exception::Exception;
+};
+
 /// The system refused something; the text names the file and the system's reason.
 class SystemException : public Exception {
  public:

@@ -49,6 +49,15 @@ U64 wide( const std::byte* page, U32 at ) noexcept {
 
 std::string number( U64 v ) { return std::to_string( v ); }
 
+constexpr char noTable[] = "it is no table: its first 8 bytes are not PLEXOTBL";
+
+std::string otherVersion( U32 version ) {
+   return "its format is " + number( version ) + ", this library knows " + number( Format::version );
+}
+
+/// The qualified name of the record's type, which its layout's text begins with.
+std::string typeName( std::string_view text ) { return std::string( text.substr( 0, text.find( '{' ) ) ); }
+
 }
 
 U64 Geometry::arenaOffset( U32 arena ) const noexcept {
@@ -117,9 +126,8 @@ Header Header::decode( const std::byte* page ) {
 }
 
 std::string Header::fault( U64 size ) const {
-   if( magic != Format::magic ) return "it is no table: its first 8 bytes are not PLEXOTBL";
-   if( version != Format::version )
-      return "its format is " + number( version ) + ", this library knows " + number( Format::version );
+   if( magic != Format::magic ) return noTable;
+   if( version != Format::version ) return otherVersion( version );
    const Geometry& g = geometry;
    const bool sane = g.recordBytes > 0 && g.recordBytes % 4 == 0 && g.recordBytes <= maxRecordBytes && g.keyBytes > 0 &&
                      g.keyOffset <= g.recordBytes && g.keyBytes <= g.recordBytes - g.keyOffset && g.initialRecords > 0 &&
@@ -132,6 +140,14 @@ std::string Header::fault( U64 size ) const {
       return "its " + number( g.fileBytes ) + " bytes are more than this process can map";
    }
    return {};
+}
+
+std::string Header::foreign( const RecordLayout& layout ) const {
+   if( magic != Format::magic ) return noTable;
+   if( version > Format::version ) return otherVersion( version );
+   if( fingerprint == layout.fingerprint() || typeName( text ) == typeName( layout.text ) ) return {};
+   return "its records are of the type \"" + typeName( text ) + "\" where this program's are of \"" + typeName( layout.text ) +
+          '"';
 }
 
 std::string Header::mismatch( const RecordLayout& layout ) const {

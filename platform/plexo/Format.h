@@ -105,6 +105,9 @@ struct Header {
    static Header decode( const std::byte* page );
    /// What is wrong with the static part for a file of `size` bytes, empty when nothing is.
    std::string fault( U64 size ) const;
+   /// Why the file is none that a writer of this layout's record type may put another in the place of, empty when it is one:
+   /// a table of that type in whatever layout and state. The rest of the header may be anything.
+   std::string foreign( const RecordLayout& layout ) const;
    /// Why a process with this layout cannot share the table, empty when it can.
    std::string mismatch( const RecordLayout& layout ) const;
 };

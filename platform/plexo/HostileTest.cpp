@@ -1,4 +1,3 @@
-#include <fstream>
 #include <plexo/Listing.h>
 #include <plexo/Shared.h>
 #include <plexo/TestTable.h>
@@ -88,6 +87,7 @@ TEST_F( HostileTest, TakeOverOfRandomBytes ) {
       std::string spoilt = sound;
       const std::size_t regions[] = { 512, 12000, spoilt.size() };
       for( U32 i = 0; i < 1 + random() % 4; ++i ) spoilt[ random() % regions[ random() % 3 ] ] ^= char( 1 << random() % 8 );
+      spoilt.replace( 0, 12, sound, 0, 12 );                            // a table, which it may replace
       std::filesystem::remove( file() );
       std::ofstream( file(), std::ios::binary ) << spoilt;
       Writer writer( hostLayout, "t", 1, 200 );
@@ -104,7 +104,7 @@ TEST_F( HostileTest, TakeOverOfRandomBytes ) {
 TEST_F( HostileTest, FilesOfEveryLength ) {
    const auto full = std::filesystem::file_size( file() );
    Quiet quiet;
-   for( const std::uintmax_t size : std::initializer_list< std::uintmax_t >{ 0, 1, 4095, 4096, full / 2, full - 1 } ) {
+   for( const std::uintmax_t size : std::initializer_list< std::uintmax_t >{ 0, 24, 4095, 4096, full / 2, full - 1 } ) {
       Reader reader( hostLayout, "t" );
       reader.observerIs( &quiet );
       useFully( reader );
@@ -117,6 +117,7 @@ TEST_F( HostileTest, FilesOfEveryLength ) {
       Reader late( hostLayout, "t" );
       EXPECT_EQ( TableState::degraded, late.state() );
       useFully( late );
+      if( size == 0 ) std::filesystem::remove( file() );
       { Writer( hostLayout, "t", 1, 200 ); }                            // puts a new file in its place
       Writer writer( hostLayout, "t", 1, 200 );
       for( U32 i = 0; i < 150; ++i ) learn( writer, i, 1 );
@@ -149,6 +150,7 @@ TEST_F( HostileTest, CorruptionIsNamed ) {
          text = e.what();
       }
       EXPECT_EQ( std::string( "table t is corrupted: " ) + spoiling.reason, text );
+      bytes.put( Format::At::magic, U32( Format::magic ) );
       Writer writer( hostLayout, "t", 1, 200 );
       for( U32 i = 0; i < 150; ++i ) learn( writer, i, 1 );
    }

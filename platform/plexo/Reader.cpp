@@ -84,6 +84,7 @@ class Reader::Impl : public ForkAware {
    void tableIs( Kel::UniqueFd file, Mapping memory, const FileIdentity& identity, const Format::Header& header );
    void shadowIs( const Format::Header& header );
    void detach( const std::string& reason );
+   void writerCheck();
    void bellCheck( const Directory& directory );
    void settle();
    void stateIs( TableState state, const std::string& reason );
@@ -178,7 +179,9 @@ void Reader::Impl::look() {
       return;
    }
    if( !view_.attached() || !now.sameFile( identity_ ) ) attach( directory );
-   if( view_.attached() ) bellCheck( directory );
+   if( !view_.attached() ) return;
+   writerCheck();
+   bellCheck( directory );
 }
 
 void Reader::Impl::attach( const Directory& directory ) {
@@ -251,6 +254,16 @@ void Reader::Impl::detach( const std::string& reason ) {
    file_.reset();
 }
 
+/// A corruption ends with the writer that has taken the table over; what could not be read before is then told again.
+void Reader::Impl::writerCheck() {
+   const U64 instance = view_.writerInstance();
+   if( instance == writerInstance_ ) return;
+   writerInstance_ = instance;
+   feedIsOld_ = feedIsOld_ || !corrupted_.empty();
+   feedFails_ = false;
+   corrupted_.clear();
+}
+
 void Reader::Impl::bellCheck( const Directory& directory ) {
    if( bell_ && bell_.intact( directory, names_ ) ) return;
    watch_->wordIs( nullptr );
@@ -264,11 +277,6 @@ void Reader::Impl::settle() {
    if( tick != tick_ ) watch_->tickIs( tick_ = tick );
    if( !refused_.empty() ) return stateIs( TableState::degraded, refused_ );
    if( !view_.attached() ) return stateIs( TableState::connecting, {} );
-   if( const U64 instance = view_.writerInstance(); instance != writerInstance_ ) {
-      writerInstance_ = instance;
-      corrupted_.clear();
-      feedFails_ = false;
-   }
    if( !corrupted_.empty() ) return stateIs( TableState::degraded, corrupted_ );
    stateIs( lockedByWriter( file_.get() ) ? TableState::live : TableState::stale, {} );
 }
@@ -293,6 +301,7 @@ void Reader::Impl::observerIs( TableObserver* observer ) {
    feedIsOld_ = true;
    feedCheck();
    signal();
+   settle();
 }
 
 /// A feed for whoever follows the table that is attached.
@@ -320,8 +329,8 @@ bool Reader::Impl::dispatch( std::chrono::nanoseconds budget ) {
    static_cast< void >( ::read( event_.get(), &count, sizeof count ) );
    const auto start = Clock::now();
    bool more = false;
-   // Changes first: whether the writer lives can wait until they are told.
-   const bool changes = !cut() && feed_ && !feedFails_ && feed_->pending();
+   // Changes first: whether the writer lives can wait until they are told. Of a corrupted table it can't: they may be another's.
+   const bool changes = !cut() && corrupted_.empty() && feed_ && !feedFails_ && feed_->pending();
    if( changes ) more = deliver( start + budget, here );
    if( here.destroyed ) return false;
    if( !changes || start - looked_ > lookPeriod ) {

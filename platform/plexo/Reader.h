@@ -56,7 +56,8 @@ class Reader {
    TableState state() const noexcept;
    /// Why the table is degraded, else empty.
    const std::string& reason() const noexcept;
-   /// Null for none; stays the caller's. Every record is announced to a new observer.
+   /// Null for none; stays the caller's. Every record is announced to a new observer. It is told at once when the table can't be
+   /// followed.
    void observerIs( TableObserver* observer );
 
    /// Copies the record with this key, which lies elsewhere than `record`; false when there is none (always, while there is no

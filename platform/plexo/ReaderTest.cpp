@@ -127,10 +127,10 @@ TEST_F( ReaderTest, FollowsAWriterThatRestartsWithOtherRecords ) {
 }
 
 TEST_F( ReaderTest, RefusesAnotherLayoutAndComesBack ) {
-   auto other = std::make_unique< Writer >( floodLayout, "t", 10, 10 );
+   auto other = std::make_unique< Writer >( oldHostLayout, "t", 10, 10 );
    Follower follower;
    EXPECT_EQ( TableState::degraded, follower.reader.state() );
-   EXPECT_EQ( file() + " is refused: its records are \"" + std::string( floodLayout.text ) + "\" where this program's are \"" +
+   EXPECT_EQ( file() + " is refused: its records are \"" + std::string( oldHostLayout.text ) + "\" where this program's are \"" +
                  std::string( hostLayout.text ) + "\"",
               follower.reader.reason() );
    EXPECT_EQ( -1, portOf( follower.reader, 1 ) );

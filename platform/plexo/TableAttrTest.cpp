@@ -123,13 +123,13 @@ TEST_F( TableAttrTest, CorruptionIsCountedTracedAndMakesItDegraded ) {
    reader->countControl().corruptionHandlerIs( [ & ]( const std::string& text ) { told = text; } );
    for( const auto& entity : { writer, reader } ) {
       TableControl& control = entity->countControl();
-      control.corruptionDetected( "slot 3 is odd" );
-      EXPECT_EQ( 1u, control.corruptionsDetected() );
+      for( const char* const text : { "slot 3 is odd", "slot 4 is odd" } ) control.corruptionDetected( text );
+      EXPECT_EQ( 2u, control.corruptionsDetected() );
       EXPECT_EQ( TableState::degraded, control.state() );
       EXPECT_EQ( "slot 3 is odd", control.reason() );
    }
    Kel::traceToStandardErrorIs( true );
-   EXPECT_EQ( "slot 3 is odd", told );
+   EXPECT_EQ( "slot 4 is odd", told );
    EXPECT_EQ( ( std::vector< std::string >( 2, " counts: slot 3 is odd" ) ), traced );
    EXPECT_THROW( writer->countIs( Count( 5, 1 ) ), AssertionException );
 }

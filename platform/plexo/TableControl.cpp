@@ -124,6 +124,7 @@ void TableControl::close() {
    writer_.reset();
    mode_ = TableMode::none;
    name_.clear();
+   corruptionTraced_ = false;
 }
 
 TableState TableControl::state() const noexcept {
@@ -142,17 +143,21 @@ U32 TableControl::records() const noexcept { return writer_ ? writer_->records()
 
 void TableControl::corruptionDetected( const std::string& text ) {
    ++corruptions_;
-   if( auto t = plexoTrace().at( 0, "Plexo" ) ) t << " " << owner_.fullName() << ": " << text;
+   if( !corruptionTraced_ ) {
+      if( auto t = plexoTrace().at( 0, "Plexo" ) ) t << " " << owner_.fullName() << ": " << text;
+   }
    if( reader_ ) reader_->corruptIs( text );
    if( writer_ ) {
       const bool first = writer_->corruptReason().empty();
       writer_->corruptIs( text );
       if( first && stateHandler_ ) stateHandler_( TableState::degraded, text );
    }
+   corruptionTraced_ = true;
    if( corruptionHandler_ ) corruptionHandler_( text );
 }
 
 void TableControl::onState( TableState state, const std::string& reason ) {
+   corruptionTraced_ = false;
    if( stateHandler_ ) stateHandler_( state, reason );
 }
 

@@ -52,8 +52,9 @@ class TableControl : private TableObserver {
       stateHandler_ = std::move( handler );
    }
 
-   /// The hook for a corruption that somebody met in a look-up or a walk: counts it, traces it at level 0 of "Plexo", records
-   /// the state as degraded and tells the corruption handler. Writes throw `AssertionException` from then on.
+   /// The hook for a corruption that somebody met in a look-up or a walk: counts it, traces it at level 0 of "Plexo" (the first
+   /// one in each state of the table), records the state as degraded and tells the corruption handler. Writes throw
+   /// `AssertionException` from then on.
    void corruptionDetected( const std::string& text );
    U32 corruptionsDetected() const noexcept { return corruptions_; }
    void corruptionHandlerIs( std::function< void( const std::string& ) > handler ) { corruptionHandler_ = std::move( handler ); }
@@ -115,6 +116,7 @@ class TableControl : private TableObserver {
    std::unique_ptr< Writer > writer_;
    std::unique_ptr< Reader > reader_;
    U32 corruptions_ = 0;
+   bool corruptionTraced_ = false;
    std::function< void( TableState, const std::string& ) > stateHandler_;
    std::function< void( const std::string& ) > corruptionHandler_;
 };

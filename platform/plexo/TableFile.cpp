@@ -8,8 +8,9 @@
 
 // A table's file comes into being complete: it is made under a hidden name, locked, filled, and only then given the table's
 // name. Whoever opens the name sees a whole table. A file in the table's place that this writer can continue is taken over;
-// any other is replaced by a new file, never rewritten, since readers may have it mapped. The role is the lock on the file that
-// the name leads to: a lock on a file that was replaced meanwhile is worth nothing, so it is checked after locking.
+// one with the same type of records in another layout, or corrupted, is replaced by a new file, never rewritten, since readers
+// may have it mapped; anything else is somebody's, and stays. The role is the lock on the file that the name leads to: a lock
+// on a file that was replaced meanwhile is worth nothing, so it is checked after locking.
 
 namespace Plexo {
 
@@ -102,7 +103,11 @@ Opening::Result Opening::openExisting( Kel::UniqueFd file, WrittenTable& out ) {
    if( !FileIdentity::of( directory_.fd(), names_.table, named ) || !self.sameFile( named ) ) return Result::tryAgain;
 
    Header header;
-   const bool sound = readHeader( file.get(), header ) && header.fault( self.bytes ).empty();
+   const bool whole = readHeader( file.get(), header );
+   if( const std::string reason = header.foreign( layout_ ); !reason.empty() ) {
+      throw ForeignFileException( "refusing to replace " + path_ + ": " + reason + "; remove the file or choose another name" );
+   }
+   const bool sound = whole && header.fault( self.bytes ).empty();
    const bool ours = sound && header.mismatch( layout_ ).empty();
    Mapping memory;
    if( sound ) {
@@ -224,10 +229,10 @@ Kel::UniqueFd openForReading( const Directory& directory, const std::string& fil
 }
 
 bool readHeader( int fd, Header& header ) {
-   alignas( 8 ) std::byte page[ pageBytes ];
-   if( ::pread( fd, page, sizeof page, 0 ) != ssize_t( sizeof page ) ) return false;
+   alignas( 8 ) std::byte page[ pageBytes ] = {};
+   const bool whole = ::pread( fd, page, sizeof page, 0 ) == ssize_t( sizeof page );
    header = Header::decode( page );
-   return true;
+   return whole;
 }
 
 }

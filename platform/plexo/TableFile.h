@@ -18,7 +18,8 @@ WrittenTable openForWriting( const Directory& directory, const FileNames& names,
 
 /// Opens a table's file for reading; unopened, with the reason in `errno`, when it cannot.
 Kel::UniqueFd openForReading( const Directory& directory, const std::string& file ) noexcept;
-/// Reads the header of a file by copying, so that a file that is cut meanwhile is no fault. False when it is shorter.
+/// Reads the header of a file by copying, so that a file that is cut meanwhile is no fault. False when it is shorter; what is
+/// missing reads as zero.
 bool readHeader( int fd, Format::Header& header );
 
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <initializer_list>
@@ -36,6 +37,11 @@ inline bool drainUntil( const std::function< int() >& fd, const std::function< v
       pollfd ready{ fd(), POLLIN, 0 };
       poll( &ready, 1, 1000 );
    }
+}
+
+inline std::string contentOf( const std::string& path ) {
+   std::ifstream in( path, std::ios::binary );
+   return { std::istreambuf_iterator< char >( in ), {} };
 }
 
 /// The text of the exception that `action` throws; "nothing" when it throws none.

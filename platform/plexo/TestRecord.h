@@ -29,6 +29,8 @@ inline U32 hostHash( const void* key ) {
 inline U32 oneHash( const void* ) { return 12345; }
 
 inline constexpr RecordLayout hostLayout{ 32, 0, 8, hostHash, "Host{number:U32@0,space:U32@4,port:U32@8,check:U32[5]@12}" };
+/// What an earlier version of the program had.
+inline constexpr RecordLayout oldHostLayout{ 32, 0, 8, hostHash, "Host{number:U32@0,space:U32@4,port:U32@8}" };
 inline constexpr RecordLayout floodLayout{ 32, 0, 8, oneHash, "Flood{number:U32@0,space:U32@4,port:U32@8,check:U32[5]@12}" };
 
 template< class Table >

@@ -18,11 +18,13 @@ enum class Outcome { unchanged, changed, inserted };
 
 /// The one process that writes a table. The table outlives it: a later writer of the same name, layout and maximum finds the
 /// records as this one left them, even if it died in mid-record; with another maximum they are carried over into a new file;
-/// with another layout the table begins empty. Used from one thread. Closed in a child of fork, where every write throws.
+/// with another layout of the same type of records the table begins empty. Used from one thread. Closed in a child of fork,
+/// where every write throws.
 class Writer {
  public:
    /// Takes the writer's role. `initial` records have their room at once, up to `max` are given room as they come.
    /// Throws `Kel::RangeException` for a bad name or size, `RoleException` while another process has the role,
+   /// `ForeignFileException` when the file of that name is no table, or one of another type of records or newer format,
    /// `TableFullException` when the file system lacks room, `SystemException` for anything else that the system refuses.
    Writer( const RecordLayout& layout, const std::string& name, U32 initial, U32 max,
            const std::string& directory = tableDirectory() );

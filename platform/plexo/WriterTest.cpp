@@ -1,4 +1,3 @@
-#include <fstream>
 #include <plexo/Index.h>
 #include <plexo/Listing.h>
 #include <plexo/TestTable.h>
@@ -189,7 +188,27 @@ TEST_F( WriterTest, OutlivesItsWriterAndChangesSize ) {
    for( const U32 max : { 1000u, 2000u, 600u, 600u } ) expectContents( Writer( hostLayout, "t", 10, max ), all );
    EXPECT_NE( "nothing", thrown< Kel::RangeException >( [ & ] { Writer( hostLayout, "t", 10, 499 ); } ) );
    expectContents( Writer( hostLayout, "t", 10, 500 ), all );
-   expectContents( Writer( floodLayout, "t", 10, 500 ), {} );           // another layout begins empty
+   expectContents( Writer( oldHostLayout, "t", 10, 500 ), {} );         // another layout begins empty
+}
+
+TEST_F( WriterTest, WhatIsNotItsOwnStays ) {
+   { Writer( hostLayout, "t", 10, 10 ); }
+   const std::string sound = FileBytes( file() ).copy(), newer = std::string( sound ).replace( Format::At::version, 1, "\2" );
+   const std::string noTable = "it is no table: its first 8 bytes are not PLEXOTBL";
+   const std::tuple< std::string, const RecordLayout*, std::string > cases[] = {
+      { "", &hostLayout, noTable },
+      { "notes\n", &hostLayout, noTable },
+      { std::string( sound.size(), 'x' ), &hostLayout, noTable },
+      { newer, &hostLayout, "its format is 2, this library knows 1" },
+      { sound, &floodLayout, "its records are of the type \"Host\" where this program's are of \"Flood\"" },
+   };
+   for( const auto& [ content, layout, reason ] : cases ) {
+      std::filesystem::remove( file() );
+      std::ofstream( file(), std::ios::binary ) << content;
+      EXPECT_EQ( "refusing to replace " + file() + ": " + reason + "; remove the file or choose another name",
+                 thrown< ForeignFileException >( [ & ] { Writer( *layout, "t", 10, 10 ); } ) );
+      EXPECT_TRUE( contentOf( file() ) == content ) << reason;
+   }
 }
 
 TEST_F( WriterTest, FilesAreForOwnerAndGroupAndNoLinks ) {

@@ -16,8 +16,8 @@ namespace Tool {
 enum ExitCode {
    exitOk = 0,
    exitFalse = 1,        ///< What was asked for is not there, though everything could be read.
-   exitUsage = 2,        ///< The command line, or something that it names, can't be used.
-   exitNotConnected = 3, ///< No table, writer or ring to read from, or the system refuses to read or write.
+   exitUsage = 2,        ///< The command line itself can't be used.
+   exitNotConnected = 3, ///< A file, table, ring or schema is not there, is none or can't be read; or the output can't be written.
 };
 
 /// Ends the command: one line on standard error, then the exit code.

@@ -79,7 +79,7 @@ std::vector< std::string > typeNamesIn( std::string_view section, const std::str
    while( !section.empty() ) {
       const auto end = section.find( '\0' );
       if( end == section.npos )
-         throw Failure( exitUsage, "cannot read '" + path + "': its section .kel.type ends inside a name" );
+         throw Failure( exitNotConnected, "cannot read '" + path + "': its section .kel.type ends inside a name" );
       if( end > 0 ) names.emplace_back( section.substr( 0, end ) );
       section.remove_prefix( end + 1 );
    }

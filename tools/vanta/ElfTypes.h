@@ -7,7 +7,7 @@
 namespace Tool {
 
 /// The names that a library lists in its section ".kel.type", in the order in which they stand there. The file is read, never
-/// loaded, and any byte of it may be wrong. Throws `Failure`: `exitFalse` when the library has no such section, `exitUsage`
+/// loaded, and any byte of it may be wrong. Throws `Failure`: `exitFalse` when the library has no such section, `exitNotConnected`
 /// when the file can't be read as a little-endian ELF file of either word size.
 std::vector< std::string > typeNamesOf( const std::string& path );
 

@@ -114,7 +114,7 @@ TEST_F( ElfTypes, SaysWhatIsWrongWithAFile ) {
       try {
          reading();
       } catch( const Failure& e ) {
-         EXPECT_EQ( e.code(), c.text == none ? exitFalse : exitUsage ) << c.text;
+         EXPECT_EQ( e.code(), c.text == none ? exitFalse : exitNotConnected ) << c.text;
       }
    }
    EXPECT_EQ( Plexo::thrown< Failure >( [ & ] { read( "" ); } ), cannot + "the ELF header lies beyond the end of the file" );

@@ -16,20 +16,24 @@ constexpr auto slice = std::chrono::milliseconds( 20 );
 /// poll(2) counts in an int of milliseconds; whoever waits longer comes back in between.
 constexpr double mostSeconds = 3600;
 
-bool holdsRecords( Plexo::TableState state ) { return state == Plexo::TableState::live || state == Plexo::TableState::stale; }
+bool holdsRecords( const Kel::Ptr< Plexo::Bridging::Status >& table ) {
+   const Plexo::TableState state = table->plexoFdbStatusControl().state();
+   return state == Plexo::TableState::live || state == Plexo::TableState::stale;
+}
 
 }
 
 /// Notes the key-less announcement that closes the first reading of a table. It is attached behind the machine, which has by
-/// then taken everything over.
+/// then taken everything over, unless it met a corruption; a table that becomes sound again is announced anew.
 class FdbConnection::SyncReactor : public Plexo::Bridging::Status::NotifieeConst {
  public:
    SyncReactor( const Kel::Ptr< Plexo::Bridging::Status >& table, bool& synced )
-      : NotifieeConst( Kel::Ptr< const Plexo::Bridging::Status >( table ) ), synced_( synced ) {}
+      : NotifieeConst( Kel::Ptr< const Plexo::Bridging::Status >( table ) ), table_( table ), synced_( synced ) {}
    using NotifieeConst::onPlexoFdbStatus;
-   void onPlexoFdbStatus() override { synced_ = true; }
+   void onPlexoFdbStatus() override { synced_ = synced_ || holdsRecords( table_ ); }
 
  private:
+   const Kel::Ptr< Plexo::Bridging::Status > table_;
    bool& synced_;
 };
 
@@ -45,7 +49,7 @@ FdbConnection::FdbConnection( const std::string& table )
    }
    reader_ = Bridging::readerFdbStatusSmFactory( hosts_, table_ );
    sync_ = Kel::Ptr< Plexo::Bridging::Status::NotifieeConst >( new SyncReactor( table_, synced_ ) );
-   synced_ = holdsRecords( state() ); // the machine has just walked through it
+   synced_ = holdsRecords( table_ ); // the machine has just walked through it
    table_->plexoFdbStatusControl().attach( activity_ );
 }
 

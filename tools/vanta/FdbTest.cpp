@@ -1,5 +1,6 @@
 #include "VantaTest.h"
 
+#include <ShmTest.h>
 #include <TestPeer.h>
 #include <thread>
 
@@ -214,13 +215,33 @@ TEST_F( Fdb, WatchEndsAsItIsAsked ) {
    EXPECT_EQ( run( "fdb watch --until-sync" ).code, 0 );
    EXPECT_EQ( run( "fdb watch --timeout 0.1" ).code, 0 );
    EXPECT_EQ( run( "fdb watch --timeout 0.1 --count 1" ).code, 1 );
-   Watcher counting( watched( "counting" ), "--count 2 --vlan 10" );
+   Watcher counting( watched( "counting" ), "--count 2 --port Ethernet1" );
    ASSERT_TRUE( counting.says( "sync" ) );
-   writer.learn( 10, a, "Ethernet2", 1 );
-   writer.learn( 11, a, "Ethernet2" ); // not one that is watched
-   ASSERT_TRUE( counting.says( "\"moves\":1" ) );
-   writer.withdraw( 10, a );
+   writer.learn( 11, a, "Ethernet2" );    // not one that is watched
+   writer.learn( 10, a, "Ethernet2" );    // no more
+   ASSERT_TRUE( counting.says( "\"gone\",\"vlan\":10,\"address\":\"02:00:00:00:00:0a\",\"port\":\"Ethernet1\"" ) );
+   writer.learn( 10, a, "Ethernet1", 1 );
    EXPECT_EQ( counting.end( 0 ), 0 );
+   EXPECT_TRUE( counting.output().ends_with( "}\n" + host( a, "Ethernet1", 1 ) ) ) << counting.output();
+}
+
+/// The marker would say that all hosts have been told.
+TEST_F( Fdb, WatchOfACorruptedTableEndsWithoutTheMarker ) {
+   for( const bool isIndex : { true, false } ) {
+      Writer writer;
+      for( const char* address : { a, b } ) writer.learn( 10, address, "Ethernet1" );
+      writer.kill();
+      Bridging::TableBytes bytes( directory_ + "/fdb.plexo" );
+      isIndex ? bytes.spoilIndex() : bytes.spoilFirstSlot();
+      for( const char* end : { "--until-sync", "--count 1", "--timeout 0.1" } ) {
+         const Outcome result = run( std::string( "fdb watch " ) + end );
+         EXPECT_EQ( result.code, 3 ) << end;
+         EXPECT_EQ( result.out.find( "---" ), std::string::npos ) << result.out;
+         EXPECT_LE( std::count( result.err.begin(), result.err.end(), '\n' ), 2 ) << result.err; // a trace, and the reason
+         EXPECT_NE( result.err.find( "can't be used: table fdb is corrupted: slot " ), std::string::npos ) << result.err;
+      }
+      EXPECT_EQ( run( "fdb show" ).code, 3 );
+   }
 }
 
 TEST_F( Fdb, WatchEndsWhenNobodyReadsItAnyMore ) {

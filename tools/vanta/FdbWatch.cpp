@@ -8,7 +8,8 @@
 
 // Order of the output: the hosts that the table holds, one marker once all of them have been told, then every change as it comes.
 // A state is told when it differs from the last one told. A watch that begins before its writer waits for it and then does the
-// same; one whose writer starts again goes on with the changes, without a second marker.
+// same; one whose writer starts again goes on with the changes, without a second marker. A table that can't be used may be
+// replaced by a sound one, so that only a watch that was to end by itself ends with it.
 
 namespace Tool {
 
@@ -47,7 +48,9 @@ class Printer : public HostListener {
 
    void hostIs( Bridging::Fid fid, const Bridging::LearnedHost& host, const Quor::IntfId* before ) override {
       const bool matched = before && settings_.filter.matches( fid, Bridging::LearnedHost( host.address(), *before, 0, 0, {} ) );
-      if( !matched && !settings_.filter.matches( fid, host ) ) return;
+      const bool matches = settings_.filter.matches( fid, host );
+      if( !matched && !matches ) return;
+      if( settings_.json && !matches ) return hostGone( fid, host.address(), *before ); // from what its reader asked for
       if( settings_.json ) {
          Json out;
          putHost( out.object().member( "event", "host" ), fid, host );
@@ -127,6 +130,7 @@ class Watch {
          report();
          if( settings_.untilSync && printer_.isSynced() ) return exitOk;
          if( settings_.count > 0 && printer_.changes() >= settings_.count ) return exitOk;
+         if( isUnusable() && ( settings_.untilSync || settings_.count > 0 ) ) return exitNotConnected; // its reason has been told
          double left = -1;
          if( settings_.timeout >= 0 ) {
             left = settings_.timeout - std::chrono::duration< double >( Clock::now() - began ).count();
@@ -142,7 +146,10 @@ class Watch {
       flushOutput();
    }
 
+   bool isUnusable() const { return connection_.state() == Plexo::TableState::degraded; }
+
    int outOfTime() const {
+      if( isUnusable() ) return exitNotConnected;
       if( !printer_.isSynced() ) {
          throw Failure( exitNotConnected, "the " + connection_.description() + " did not come in time" );
       }
@@ -163,7 +170,7 @@ int fdbWatch( int argc, char** argv ) {
                      .description = "Prints the MAC address table, a marker, then every change as it happens, until it\n"
                                     "is interrupted. It may start before the table's writer and outlives it.\n\n"
                                     "Exit codes: 0 ended as asked; 1 fewer changes than --count came in time; 3 the table\n"
-                                    "never came." };
+                                    "never came, or can't be used." };
    addTableOption( line.options, settings.table );
    settings.filter.addOptionsTo( line.options );
    line.options.push_back( { "until-sync", nullptr, "stop at the marker", [ & ]( const char* ) { settings.untilSync = true; } } );

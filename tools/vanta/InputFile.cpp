@@ -25,7 +25,7 @@ InputFile::InputFile( const std::string& path ) : path_( path ) {
 
 InputFile::~InputFile() { close( fd_ ); }
 
-void InputFile::fail( const std::string& reason ) const { throw Failure( exitUsage, "cannot read '" + path_ + "': " + reason ); }
+void InputFile::fail( const std::string& reason ) const { throw Failure( exitNotConnected, "cannot read '" + path_ + "': " + reason ); }
 
 std::string InputFile::bytesAt( std::uint64_t offset, std::uint64_t count, const char* what ) {
    if( offset > size_ || count > size_ - offset ) fail( std::string( what ) + " lies beyond the end of the file" );

@@ -13,7 +13,7 @@ class InputFile {
    /// The most bytes that one read may ask for.
    static constexpr std::uint64_t mostBytes = 64u << 20;
 
-   /// Opens the file. Throws `Failure` with `exitUsage` when it can't be read or is no regular file.
+   /// Opens the file. Throws `Failure` with `exitNotConnected` when it can't be read or is no regular file.
    explicit InputFile( const std::string& path );
    ~InputFile();
    InputFile( const InputFile& ) = delete;

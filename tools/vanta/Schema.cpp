@@ -34,7 +34,7 @@ struct DepthLimit : rapidjson::BaseReaderHandler< rapidjson::UTF8<>, DepthLimit 
 };
 
 [[noreturn]] void fail( const std::string& path, const std::string& reason ) {
-   throw Failure( exitUsage, "cannot read '" + path + "': " + reason );
+   throw Failure( exitNotConnected, "cannot read '" + path + "': " + reason );
 }
 
 std::string errorText( const rapidjson::ParseResult& result ) {
@@ -52,7 +52,7 @@ std::vector< std::string > schemaFiles( const std::string& directory ) {
    std::error_code error;
    auto each = [ & ]( const fs::path& in, auto visit ) {
       for( fs::directory_iterator at( in, error ), end; !error && at != end; at.increment( error ) ) visit( at->path() );
-      if( error ) throw Failure( exitUsage, "cannot read the schema directory '" + in.string() + "': " + error.message() );
+      if( error ) throw Failure( exitNotConnected, "cannot read the schema directory '" + in.string() + "': " + error.message() );
    };
    auto take = [ & ]( const fs::path& path ) {
       if( path.extension() == ".json" ) files.push_back( path.string() );
@@ -96,7 +96,7 @@ std::string_view shortName( std::string_view name ) {
 
 Schema::Schema( const std::string& directory ) {
    for( const std::string& path : schemaFiles( directory ) ) read( path );
-   if( types_.empty() ) throw Failure( exitUsage, "the schema directory '" + directory + "' describes no type" );
+   if( types_.empty() ) throw Failure( exitNotConnected, "the schema directory '" + directory + "' describes no type" );
 }
 
 void Schema::read( const std::string& path ) {

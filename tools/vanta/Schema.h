@@ -10,7 +10,7 @@
 namespace Tool {
 
 /// The types that the schema files of a directory describe, as kelc wrote them: DIR/MODULE.json and DIR/LIBRARY/MODULE.json.
-/// Nothing in a file is trusted; whatever can't be used throws `Failure` with `exitUsage`, one line that names the file.
+/// Nothing in a file is trusted; whatever can't be used throws `Failure` with `exitNotConnected`, one line that names the file.
 class Schema {
  public:
    struct Type {

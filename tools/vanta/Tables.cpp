@@ -41,18 +41,19 @@ void showAsJson( const std::vector< Plexo::TableInfo >& tables ) {
    for( const Plexo::TableInfo& table : tables ) {
       out.object().member( "name", table.name ).member( "path", table.path );
       out.member( "state", Plexo::stringValue( table.state ) ).member( "reason", table.reason );
-      out.member( "writerAlive", table.state == Plexo::TableState::live );
-      const auto number = [ &out ]( const char* name, bool known, std::uint64_t value ) {
-         known ? out.member( name, value ) : out.member( name, nullptr );
+      const auto member = [ &out ]( const char* name, bool isTold, const auto& value ) {
+         isTold ? out.member( name, value ) : out.member( name, nullptr );
       };
       const bool known = isKnown( table );
-      number( "writerPid", table.writerPid, table.writerPid );
-      number( "records", known, table.records );
-      number( "capacity", known, table.maxRecords );
-      number( "recordBytes", known, table.recordBytes );
-      number( "bytes", known || table.bytesUsed, table.bytesUsed );
-      number( "changes", known, table.changes );
-      out.member( "layout", table.layout ).endObject();
+      member( "writerAlive", known, table.state == Plexo::TableState::live );
+      member( "writerPid", table.writerPid, table.writerPid );
+      member( "records", known, table.records );
+      member( "capacity", known, table.maxRecords );
+      member( "recordBytes", known, table.recordBytes );
+      member( "bytes", known || table.bytesUsed, table.bytesUsed );
+      member( "changes", known, table.changes );
+      member( "layout", known, table.layout );
+      out.endObject();
    }
    out.endArray().printLine();
 }

@@ -2,11 +2,16 @@
 #include "Output.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
 #include <kel/Exception.h>
 #include <kel/RiloReader.h>
 #include <memory>
 #include <poll.h>
+#include <unistd.h>
 
 namespace Tool {
 
@@ -19,29 +24,56 @@ constexpr int pollMilliseconds = 100;
 
 volatile std::sig_atomic_t interrupted = 0;
 
-/// The rings of this machine, the newest first. Files that are no rings are passed over.
-std::vector< Ring > rings() {
-   std::vector< Ring > found;
-   for( const std::string& file : Kel::riloFiles() ) {
+/// The rings of this machine, the newest first, and the files that this user may not read. Files that are no rings are passed
+/// over.
+struct Rings {
+   std::vector< Ring > readable;
+   std::vector< std::string > hidden;
+};
+
+/// Throws `Failure` when their directory can't be read.
+Rings rings() {
+   const std::string directory = Kel::riloDirectory();
+   std::error_code error;
+   std::filesystem::directory_iterator( directory, error );
+   if( error && error != std::errc::no_such_file_or_directory )
+      throw Failure( exitNotConnected, "cannot read the ring directory " + directory + ": " + error.message() );
+   Rings found;
+   for( const std::string& file : Kel::riloFiles( directory ) ) {
       try {
-         found.push_back( std::make_unique< Kel::RiloReader >( file ) );
+         found.readable.push_back( std::make_unique< Kel::RiloReader >( file ) );
       } catch( const Kel::Exception& ) {
+         if( faccessat( AT_FDCWD, file.c_str(), R_OK, AT_EACCESS ) != 0 && errno == EACCES ) found.hidden.push_back( file );
       }
    }
-   std::stable_sort( found.begin(), found.end(), []( const Ring& a, const Ring& b ) { return a->openedAt() > b->openedAt(); } );
+   std::stable_sort( found.readable.begin(), found.readable.end(),
+                     []( const Ring& a, const Ring& b ) { return a->openedAt() > b->openedAt(); } );
    return found;
+}
+
+std::string hiddenText( const std::vector< std::string >& files ) {
+   const std::string more = files.size() > 1 ? " and " + std::to_string( files.size() - 1 ) + " more" : "";
+   return "cannot read " + printable( files.front() ) + more + ": " + std::strerror( EACCES ) + "; ask as the user of the process";
+}
+
+/// Whether a ring's file, whose name is PROGRAM.PID, is of that process or program.
+bool isNamed( const std::string& file, const std::string& name ) {
+   const std::size_t base = file.rfind( '/' ) + 1, dot = file.rfind( '.' );
+   return dot != file.npos && dot >= base && ( file.substr( base, dot - base ) == name || file.substr( dot + 1 ) == name );
 }
 
 /// The ring that a person names by its file, its process number or its program; the newest when several match.
 Ring ringNamed( const std::string& name ) {
    if( name.find( '/' ) != name.npos ) return std::make_unique< Kel::RiloReader >( name );
-   std::vector< Ring > all = rings();
-   const auto first = [ & ]( const auto& matches ) -> Ring {
+   auto [ all, hidden ] = rings();
+   const auto first = [ &all = all ]( const auto& matches ) -> Ring {
       const auto at = std::find_if( all.begin(), all.end(), matches );
       return at == all.end() ? nullptr : std::move( *at );
    };
    if( Ring byPid = first( [ & ]( const Ring& ring ) { return std::to_string( ring->pid() ) == name; } ) ) return byPid;
    if( Ring byProgram = first( [ & ]( const Ring& ring ) { return ring->program() == name; } ) ) return byProgram;
+   std::erase_if( hidden, [ & ]( const std::string& file ) { return !isNamed( file, name ); } );
+   if( !hidden.empty() ) throw Failure( exitNotConnected, hiddenText( hidden ) );
    throw Failure( exitNotConnected, "no process or program '" + name + "' has a trace ring in " + Kel::riloDirectory() +
                                        "; 'vanta trace' lists the rings" );
 }
@@ -57,7 +89,8 @@ void listAsJson( const std::vector< Ring >& all ) {
 }
 
 int list( bool json ) {
-   const std::vector< Ring > all = rings();
+   const auto [ all, hidden ] = rings();
+   if( all.empty() && !hidden.empty() ) throw Failure( exitNotConnected, hiddenText( hidden ) );
    if( json ) {
       listAsJson( all );
    } else if( all.empty() ) {
@@ -72,6 +105,7 @@ int list( bool json ) {
       table.print();
    }
    flushOutput();
+   if( !hidden.empty() ) std::fprintf( stderr, "vanta trace: %s\n", hiddenText( hidden ).c_str() );
    return all.empty() ? exitFalse : exitOk;
 }
 

@@ -9,6 +9,8 @@
 
 namespace Tool {
 
+using Plexo::contentOf;
+
 struct Outcome {
    int code;
    std::string out;
@@ -19,12 +21,6 @@ struct Outcome {
 inline std::string program() {
    const char* named = std::getenv( "VANTA_PROGRAM" );
    return named ? named : VANTA_PROGRAM;
-}
-
-inline std::string contentOf( const std::string& path ) {
-   std::ostringstream text;
-   text << std::ifstream( path, std::ios::binary ).rdbuf();
-   return text.str();
 }
 
 /// Runs the real command as a person or a script would, with a folder of its own for tables and traces.

@@ -19,9 +19,9 @@ int main( int argc, char** argv ) {
    }
    const int code = Tool::runCommand( "vanta",
                                       "Shows what a switch's agents share: tables, traces and types.\n\n"
-                                      "Exit codes: 0 done; 1 what was asked for is not there; 2 the command line, or something that\n"
-                                      "it names, can't be used; 3 there is nothing to connect to, or the system refuses to read\n"
-                                      "or write.",
+                                      "Exit codes: 0 done; 1 what was asked for is not there; 2 the command line can't be used; 3 a\n"
+                                      "file, table, ring or schema is not there, is none or can't be read, or the output can't be\n"
+                                      "written.",
                                       commands, argc, argv );
    Tool::flushOutput();
    return code;
