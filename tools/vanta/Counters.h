@@ -1,0 +1,8 @@
+#pragma once
+
+namespace Tool {
+
+/// `vanta counters`.
+int countersCommand( int argc, char** argv );
+
+}
