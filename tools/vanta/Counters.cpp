@@ -99,10 +99,6 @@ class CounterTables {
       Plexo::Bridging::vlanCounterSnapshotDirFactory( "snapshots" );
 };
 
-/// What has been counted between two readings. A count that has gone back by less than half of its range has not wrapped: it
-/// began again with its agent.
-std::uint64_t passed( std::uint64_t now, std::uint64_t before ) { return ( now - before ) >> 63 ? now : now - before; }
-
 void subtract( std::vector< Row >& rows, const std::vector< Row >& earlier ) {
    for( Row& row : rows ) {
       const auto at = std::lower_bound( earlier.begin(), earlier.end(), row );
@@ -186,10 +182,10 @@ struct Asked {
 CommandLine commandLine( Asked& asked ) {
    return {
       .name = "vanta counters show",
-      .description = "Shows what has passed through each VLAN since it was last cleared, or, where it never was, since the agent\n"
-                     "started. Octets are those of whole frames without their check sequence; packets are frames by their\n"
-                     "destination address. vanta-fdbd counts what arrives: out stays 0. UPDATED (in JSON statsUpdateTime, in\n"
-                     "seconds since 1970) is when the agent last counted a frame of the VLAN.\n\n"
+      .description = "Shows what has passed through each VLAN since it was last cleared, or, where it never was,\n"
+                     "since the agent started. Octets are those of whole frames without their check sequence; packets\n"
+                     "are frames by their destination address. vanta-fdbd counts what arrives: out stays 0. UPDATED\n"
+                     "(in JSON statsUpdateTime, in seconds since 1970) is when a frame was last counted.\n\n"
                      "Exit codes: 0 shown; 1 the VLAN that was asked for has no counters; 3 there is no table.",
       .options = {
          { "table", "NAME", "the table of counters (default: fdb-vlan-counters)", [ & ]( const char* t ) { asked.table = t; } },
@@ -223,6 +219,8 @@ int countersShow( int argc, char** argv ) {
 }
 
 }
+
+std::uint64_t passed( std::uint64_t now, std::uint64_t before ) { return ( now - before ) >> 63 ? now : now - before; }
 
 int countersCommand( int argc, char** argv ) {
    static constexpr Command commands[] = { { "show", "print the counters, or what passes per second", countersShow } };
