@@ -59,9 +59,10 @@ TEST_F( VlanCounters, AnotherProcessShowsExactlyWhatACaptureHolds ) {
       { 9, cut },
    };
    std::ofstream( home.path + "/a.pcap", std::ios::binary ) << pcapOf( frames );
-   const std::string fdbd = FDBD_PROGRAM " --capture " + home.path + "/a.pcap --native-vlan 9 --pace max --exit-at-end";
+   const std::string fdbd = FDBD_PROGRAM " --capture " + home.path + "/a.pcap --pace max --exit-at-end --native-vlan 9";
+   outputOf( fdbd + "99" ); // another run, whose counters go
    const double before = wallNow();
-   for( int run = 0; run < 2; ++run ) outputOf( fdbd ); // each run counts anew
+   outputOf( fdbd );
    std::string shown = outputOf( VANTA_PROGRAM " counters show --json 2>/dev/null" );
    for( const std::string& line : { json( 9, 1620, 2, 1, 0 ), json( 10, 1638, 1, 0, 2 ), json( 4094, 60, 0, 1, 0 ) } ) {
       const std::size_t at = shown.find( line );
