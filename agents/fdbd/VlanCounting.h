@@ -22,7 +22,8 @@ class VlanCounting {
    /// A frame of so many octets has arrived for `destination`.
    void arrived( Vlan vlan, const Quor::EthAddr& destination, std::size_t octets );
    /// Puts what has been counted since the last time into the table, as of `now`: seconds since 1970. The time of an update is
-   /// later than that of any before it, also where the clock is set back. Throws `Kel::Exception` when the table is full or corrupted.
+   /// later than that of any before it, also where the clock is set back. Throws `Kel::Exception` when the table is full or
+   /// corrupted.
    void publish( double now );
    /// Who enters a VLAN here, with either value, has its counters cleared: the present record is copied to the snapshots, and the
    /// entry removed. An entry that can't be served stays.

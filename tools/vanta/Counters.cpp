@@ -67,8 +67,8 @@ class CounterTables {
       join( counters_->vlanCounterControl(), table );
       if( state() == Plexo::TableState::connecting ) {
          throw Failure( exitNotConnected, "there is no " + described( table ) +
-                                             "; is its writer (vanta-fdbd with a capture or an interface) running? 'vanta tables' "
-                                             "lists the tables" );
+                                             "; is its writer (vanta-fdbd with a capture or an interface) running? "
+                                             "'vanta tables' lists the tables" );
       }
       join( snapshots_->vlanCounterSnapshotControl(), table + "-snapshot" ); // without one, nothing was ever cleared
    }
@@ -183,9 +183,9 @@ CommandLine commandLine( Asked& asked ) {
    return {
       .name = "vanta counters show",
       .description = "Shows what has passed through each VLAN since it was last cleared, or, where it never was,\n"
-                     "since the agent started. Octets are those of whole frames without their check sequence; packets\n"
-                     "are frames by their destination address. vanta-fdbd counts what arrives: out stays 0. UPDATED\n"
-                     "(in JSON statsUpdateTime, in seconds since 1970) is when a frame was last counted.\n\n"
+                     "since the agent started. Packets are frames by their destination address. vanta-fdbd counts what\n"
+                     "arrives, in octets of whole frames without their check sequence; out stays 0. UPDATED (in JSON\n"
+                     "statsUpdateTime, in seconds since 1970) is when a frame was last counted.\n\n"
                      "Exit codes: 0 shown; 1 the VLAN that was asked for has no counters; 3 there is no table.",
       .options = {
          { "table", "NAME", "the table of counters (default: fdb-vlan-counters)", [ & ]( const char* t ) { asked.table = t; } },
