@@ -81,7 +81,7 @@ std::optional< CapturedFrame > CaptureFile::next() {
    const std::int64_t seconds = std::clamp< std::int64_t >( header->ts.tv_sec, 0, lastSecond );
    // Nanoseconds, as asked for.
    const std::int64_t nanos = std::clamp< std::int64_t >( header->ts.tv_usec, 0, nanosPerSecond - 1 );
-   return CapturedFrame{ seconds * nanosPerSecond + nanos, { data, header->caplen } };
+   return CapturedFrame{ seconds * nanosPerSecond + nanos, { data, header->caplen }, std::max( header->len, header->caplen ) };
 }
 
 }

@@ -13,6 +13,8 @@ struct CapturedFrame {
    /// Since 1970.
    Nanos time = 0;
    std::span< const std::uint8_t > bytes;
+   /// Octets of the whole frame, of which `bytes` may be the start.
+   std::size_t length = 0;
 };
 
 /// A recorded capture of Ethernet frames, pcap or pcapng, read from start to end. A file that is damaged gives every frame before

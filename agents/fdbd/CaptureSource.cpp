@@ -81,7 +81,7 @@ void CaptureSource::play( std::size_t index ) {
       clock_.driveTo( time + shift_ );
       sink_.timeIs( clock_.now( 0 ) );
    }
-   sink_.frame( track.port, track.frame.bytes, secondsOf( time ) );
+   sink_.frame( track.port, track.frame.bytes, track.frame.length, secondsOf( time ) );
    if( !advance( track ) ) drop( index );
    else if( pace_ == Pace::real && track.frame.time - time > longWait )
       report_( "capture '" + track.file.path() + "': the next frame comes in " +

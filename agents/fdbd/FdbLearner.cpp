@@ -28,24 +28,29 @@ FdbLearner::FdbLearner( const Settings& settings, HostSink& sink, Reporter repor
     : settings_( settings ), sink_( sink ), report_( std::move( report ) ),
       hosts_( 16, IdHash{ std::uint64_t( std::random_device{}() ) << 32 | std::random_device{}() } ) {}
 
-void FdbLearner::frame( Quor::IntfId port, std::span< const std::uint8_t > bytes, double time ) {
+void FdbLearner::frame( Quor::IntfId port, std::span< const std::uint8_t > bytes, std::size_t length, double time ) {
    ++statistics_.frames;
-   if( const auto frame = decodeFrame( bytes ) ) decoded( port, HostId( frame->vid, frame->source ), time );
+   if( const auto frame = decodeFrame( bytes ) ) decoded( port, *frame, length, time );
    else ++statistics_.truncated;
 }
 
-void FdbLearner::untaggedFrame( Quor::IntfId port, std::span< const std::uint8_t > bytes, std::uint16_t tpid, std::uint16_t tci,
-                                double time ) {
+void FdbLearner::untaggedFrame( Quor::IntfId port, std::span< const std::uint8_t > bytes, std::size_t length, std::uint16_t tpid,
+                                std::uint16_t tci, double time ) {
    ++statistics_.frames;
-   if( const auto frame = decodeFrame( bytes, tpid, tci ) ) decoded( port, HostId( frame->vid, frame->source ), time );
+   if( const auto frame = decodeFrame( bytes, tpid, tci ) ) decoded( port, *frame, length, time );
    else ++statistics_.truncated;
 }
 
-void FdbLearner::decoded( Quor::IntfId port, HostId id, double time ) {
+void FdbLearner::decoded( Quor::IntfId port, const Frame& frame, std::size_t length, double time ) {
    // IEEE 802.1Q-2018, table 9-2: the VID 0xFFF is reserved and names no VLAN.
-   if( id.fid() > maxVlan ) ++statistics_.reservedVlan;
-   else if( !isStation( id.address() ) ) ++statistics_.notStation;
-   else seen( HostId( vlanOr( id.fid() ), id.address() ), port, time );
+   if( frame.vid > maxVlan ) {
+      ++statistics_.reservedVlan;
+      return;
+   }
+   const Vlan vlan = vlanOr( frame.vid );
+   sink_.arrived( vlan, frame.destination, length );
+   if( !isStation( frame.source ) ) ++statistics_.notStation;
+   else seen( HostId( vlan, frame.source ), port, time );
 }
 
 void FdbLearner::timeIs( Nanos now ) {

@@ -7,6 +7,8 @@
 
 namespace Fdbd {
 
+struct Frame;
+
 /// The forwarding database: turns what sources see into hosts that are learned, move, and go.
 class FdbLearner final : public EventSink {
  public:
@@ -21,9 +23,9 @@ class FdbLearner final : public EventSink {
 
    FdbLearner( const Settings& settings, HostSink& sink, Reporter report );
 
-   void frame( Quor::IntfId port, std::span< const std::uint8_t > bytes, double time ) override;
-   void untaggedFrame( Quor::IntfId port, std::span< const std::uint8_t > bytes, std::uint16_t tpid, std::uint16_t tci,
-                       double time ) override;
+   void frame( Quor::IntfId port, std::span< const std::uint8_t > bytes, std::size_t length, double time ) override;
+   void untaggedFrame( Quor::IntfId port, std::span< const std::uint8_t > bytes, std::size_t length, std::uint16_t tpid,
+                       std::uint16_t tci, double time ) override;
    void timeIs( Nanos now ) override;
    void bridgeHost( BridgeId bridge, Vlan vlan, const Quor::EthAddr& address, Quor::IntfId port, HostKind kind,
                     double time ) override;
@@ -61,7 +63,7 @@ class FdbLearner final : public EventSink {
    };
    using Records = std::unordered_map< HostId, Record, IdHash >;
 
-   void decoded( Quor::IntfId port, HostId id, double time );
+   void decoded( Quor::IntfId port, const Frame& frame, std::size_t length, double time );
    Record* added( HostId id, Quor::IntfId port, HostKind kind );
    void moved( Record& record, Quor::IntfId port, double time );
    void erase( Record& record, std::uint64_t& counter );

@@ -32,7 +32,7 @@ TEST( FdbLearner, OnlyStationsInRealVlansAreLearned ) {
    for( const auto& c : cases ) {
       SCOPED_TRACE( c.name );
       Bench bench( { .nativeVlan = 9 } );
-      bench.learner.frame( port( 3 ), c.frame, 1 );
+      bench.learner.frame( port( 3 ), c.frame, c.frame.size(), 1 );
       EXPECT_EQ( bench.sink.lines(), c.learned );
       EXPECT_EQ( bench.learner.statistics().*c.counter, 1u );
       EXPECT_EQ( bench.learner.statistics().frames, 1u );

@@ -55,6 +55,8 @@ class HostSink {
    virtual ~HostSink() = default;
    virtual void learned( HostId id, const Host& host ) = 0;
    virtual void gone( HostId id ) = 0;
+   /// A frame of so many octets, its tag included and its check sequence not, has arrived in a VLAN.
+   virtual void arrived( Vlan, const Quor::EthAddr& /*destination*/, std::size_t /*octets*/ ) {}
    /// Many changes may follow one another between these two, and need not be made visible before the second.
    virtual void batchBegins() {}
    virtual void batchEnds() {}

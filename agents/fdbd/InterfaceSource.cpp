@@ -26,6 +26,7 @@ namespace {
 constexpr int batchSize = 64;
 constexpr int batchesAtOnce = 16;
 constexpr std::size_t snapshot = 64;
+constexpr std::size_t tagSize = 4;
 constexpr Nanos retryInterval = nanosPerSecond;
 constexpr Nanos removalTime = nanosPerSecond / 10;
 /// ETH_P_ALL of linux/if_ether.h.
@@ -166,12 +167,13 @@ void InterfaceSource::deliver( int count, double time ) {
    for( int i = 0; i < count; ++i ) {
       const Batch::Slot& slot = batch_->slots[ i ];
       if( slot.from.sll_pkttype == PACKET_OUTGOING ) continue;
-      const std::span bytes( slot.bytes, std::min< std::size_t >( batch_->messages[ i ].msg_len, snapshot ) );
+      const std::size_t length = batch_->messages[ i ].msg_len; // of the whole frame: MSG_TRUNC
+      const std::span bytes( slot.bytes, std::min( length, snapshot ) );
       if( const auto* tag = strippedTag( batch_->messages[ i ].msg_hdr ) ) {
          const auto tpid = tag->tp_status & TP_STATUS_VLAN_TPID_VALID ? tag->tp_vlan_tpid : std::uint16_t( ETHERTYPE_VLAN );
-         sink_.untaggedFrame( port_, bytes, tpid, tag->tp_vlan_tci, time );
+         sink_.untaggedFrame( port_, bytes, length + tagSize, tpid, tag->tp_vlan_tci, time );
       } else {
-         sink_.frame( port_, bytes, time );
+         sink_.frame( port_, bytes, length, time );
       }
    }
 }

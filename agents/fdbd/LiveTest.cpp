@@ -156,6 +156,7 @@ TEST_F( Live, InterfaceLearnsWithTagsThatTheKernelTookOut ) {
                               "10 02:00:00:00:00:02 Ethernet3", "11 02:00:00:00:00:02 Ethernet3" } ) );
    EXPECT_EQ( bench.learner.statistics().frames, 6u );
    EXPECT_EQ( bench.learner.statistics().reservedVlan, 1u );
+   EXPECT_EQ( bench.sink.octets, ( std::map< Vlan, std::size_t >{ { 1, 180 }, { 10, 60 }, { 11, 60 } } ) );
 }
 
 TEST_F( Live, InterfaceThatGoesDownVanishesAndComesBack ) {

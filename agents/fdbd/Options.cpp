@@ -42,8 +42,11 @@ Learning:
 
 Output:
   --table NAME             the name of the table (default "fdb")
+  --vlan-counters NAME     the name of the table of frames and octets per VLAN
+                           (default: the table's name and "-vlan-counters");
+                           bridges show no frames to count
   --print                  write each change to standard output as a line of JSON
-                           instead of publishing it in a table
+                           instead of publishing it in a table; nothing is counted
   --statistics[=SECONDS]   print counters to standard error at the end, and every
                            so many seconds
   --json                   print them as JSON
@@ -63,14 +66,15 @@ namespace {
 
 constexpr double longestTime = 1e6;
 
-enum Code { capture = 256, interface, bridge, table, nativeVlan, agingTime, capacity, statistics, pace, trace, json, print,
-            exitAtEnd, help, version };
+enum Code { capture = 256, interface, bridge, table, vlanCounters, nativeVlan, agingTime, capacity, statistics, pace, trace, json,
+            print, exitAtEnd, help, version };
 
 constexpr option longOptions[] = {
    { "capture", required_argument, nullptr, capture },
    { "interface", required_argument, nullptr, interface },
    { "bridge", required_argument, nullptr, bridge },
    { "table", required_argument, nullptr, table },
+   { "vlan-counters", required_argument, nullptr, vlanCounters },
    { "native-vlan", required_argument, nullptr, nativeVlan },
    { "aging-time", required_argument, nullptr, agingTime },
    { "capacity", required_argument, nullptr, capacity },
@@ -151,11 +155,12 @@ void settleSources( std::vector< SourceOption >& sources ) {
    }
 }
 
-std::string tableName( const char* text ) try {
+std::string tableName( const char* option, const std::string& text, const char* suffix = "" ) try {
    Plexo::checkTableName( text );
+   Plexo::checkTableName( text + suffix );
    return text;
 } catch( const Kel::RangeException& e ) {
-   throw UsageError( std::string( "--table: " ) + e.what() );
+   throw UsageError( option + ( ": " + std::string( e.what() ) ) );
 }
 
 Pace paceNamed( std::string_view text ) {
@@ -175,7 +180,8 @@ void apply( int code, int argc, char* const* argv, Options& out ) {
    case capture: out.sources.push_back( source( SourceOption::Kind::capture, "--capture", optarg ) ); break;
    case interface: out.sources.push_back( source( SourceOption::Kind::interface, "--interface", optarg ) ); break;
    case bridge: out.sources.push_back( source( SourceOption::Kind::bridge, "--bridge", optarg ) ); break;
-   case table: out.table = tableName( optarg ); break;
+   case table: out.table = tableName( "--table", optarg ); break;
+   case vlanCounters: out.vlanCounters = tableName( "--vlan-counters", optarg, snapshotSuffix ); break;
    case nativeVlan:
       out.learning.nativeVlan = static_cast< Vlan >( wholeNumber( "--native-vlan", optarg, minVlan, maxVlan ) );
       break;
@@ -207,6 +213,11 @@ void apply( int code, int argc, char* const* argv, Options& out ) {
 
 }
 
+bool Options::countsVlans() const {
+   const auto showsFrames = []( const SourceOption& s ) { return s.kind != SourceOption::Kind::bridge; };
+   return !print && std::any_of( sources.begin(), sources.end(), showsFrames );
+}
+
 Options parseOptions( int argc, char* const* argv ) {
    Options out;
    optind = 0; // GNU: start over
@@ -222,6 +233,8 @@ Options parseOptions( int argc, char* const* argv ) {
       throw UsageError( quoted( argv[ optind ] ) + ": not an option; put --capture, --interface or --bridge before it" );
    if( out.sources.empty() ) throw UsageError( "nothing to learn from: give at least one --capture, --interface or --bridge" );
    settleSources( out.sources );
+   if( out.vlanCounters.empty() && out.countsVlans() )
+      out.vlanCounters = tableName( "--vlan-counters", out.table + "-vlan-counters", snapshotSuffix );
    const auto isCapture = []( const SourceOption& s ) { return s.kind == SourceOption::Kind::capture; };
    if( out.exitAtEnd && std::none_of( out.sources.begin(), out.sources.end(), isCapture ) )
       throw UsageError( "--exit-at-end: there is no --capture that could end" );

@@ -31,6 +31,8 @@ struct Options {
    Action action = Action::run;
    std::vector< SourceOption > sources;
    std::string table = "fdb";
+   /// The table of the counters per VLAN; with `snapshotSuffix` behind it, that of their snapshots.
+   std::string vlanCounters;
    FdbLearner::Settings learning;
    Pace pace = Pace::real;
    bool statistics = false;
@@ -40,7 +42,13 @@ struct Options {
    bool json = false;
    bool print = false;
    bool exitAtEnd = false;
+
+   /// Whether there are frames to count, and a table to publish them in: a bridge shows its hosts only.
+   bool countsVlans() const;
 };
+
+/// What the name of the snapshots' table has behind that of the counters' table.
+inline constexpr char snapshotSuffix[] = "-snapshot";
 
 /// Throws `UsageError`.
 Options parseOptions( int argc, char* const* argv );

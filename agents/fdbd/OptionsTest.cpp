@@ -42,6 +42,9 @@ TEST( Options, StatisticsMayHaveAnIntervalOfItsOwn ) {
 }
 
 TEST( Options, EachMistakeIsNamed ) {
+   const std::string longName( 180, 'a' ); // fits, but leaves no room for what the names of the counters' tables add to it
+   const std::string longNameRefused = "--vlan-counters: table name '" + longName +
+      "-vlan-counters-snapshot' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot";
    struct {
       std::vector< std::string > words;
       const char* text;
@@ -52,6 +55,9 @@ TEST( Options, EachMistakeIsNamed ) {
       { { "--p", "max" }, "'--p': no such option, or the beginning of more than one" },
       { { "--bridge" }, "--bridge: needs a value" },
       { { "--json=1" }, "'--json=1': the option takes no value" },
+      { { "--bridge", "b", "--vlan-counters", "a/b" },
+        "--vlan-counters: table name 'a/b' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot" },
+      { { "--capture", "a", "--table", longName }, longNameRefused.c_str() },
       { { "a.pcap" }, "'a.pcap': not an option; put --capture, --interface or --bridge before it" },
       { { "--native-vlan", "0" }, "--native-vlan '0': give a whole number from 1 to 4094" },
       { { "--native-vlan", "4095" }, "--native-vlan '4095': give a whole number from 1 to 4094" },

@@ -1,5 +1,7 @@
 #include "Publisher.h"
 
+#include "Source.h"
+#include "VlanCounting.h"
 #include <Vanta/Bridging.h>
 #include <Vanta/FdbStatusSm.h>
 #include <Vanta/PlexoBridging.h>
@@ -28,6 +30,7 @@ struct Publisher::State {
    Kel::Ptr< Bridging::Status > status = Bridging::statusFactory( "status" );
    Kel::Ptr< Plexo::Bridging::Status > tableStatus = Plexo::Bridging::statusFactory( "plexoStatus" );
    Kel::Ptr< Bridging::WriterFdbStatusSm > machine;
+   std::unique_ptr< VlanCounting > vlans;
 };
 
 Publisher::Publisher() : state_( std::make_unique< State >() ) {}
@@ -41,6 +44,14 @@ void Publisher::open( const std::string& table, std::size_t capacity ) {
                                                          .maxRecords = static_cast< Kel::U32 >( capacity ) } );
    const Plexo::WriterBatch batch( *state_->table() );
    state_->machine = Bridging::writerFdbStatusSmFactory( state_->status, state_->tableStatus );
+}
+
+void Publisher::countVlans( const std::string& table, const std::string& snapshots ) {
+   state_->vlans = std::make_unique< VlanCounting >( table, snapshots );
+}
+
+void Publisher::arrived( Vlan vlan, const Quor::EthAddr& destination, std::size_t octets ) {
+   if( state_->vlans ) state_->vlans->arrived( vlan, destination, octets );
 }
 
 void Publisher::learned( HostId id, const Host& host ) {
@@ -66,6 +77,7 @@ void Publisher::batchBegins() {
 
 void Publisher::batchEnds() {
    if( auto* table = state_->table() ) table->batchEnd();
+   if( state_->vlans ) state_->vlans->publish( wallNow() );
 }
 
 }

@@ -17,9 +17,13 @@ class Publisher final : public HostSink {
    /// is removed, what is still true is not touched. Throws `Kel::Exception`: the table has another writer, or can't be made.
    void open( const std::string& table, std::size_t capacity );
 
+   /// Counts the frames of each VLAN, see `VlanCounting`, from now on. Throws `Kel::Exception`.
+   void countVlans( const std::string& table, const std::string& snapshots );
+
    // These throw `Kel::Exception` once the table is open: it is full, or corrupted.
    void learned( HostId id, const Host& host ) override;
    void gone( HostId id ) override;
+   void arrived( Vlan vlan, const Quor::EthAddr& destination, std::size_t octets ) override;
    void batchBegins() override;
    void batchEnds() override;
 

@@ -16,11 +16,12 @@ using BridgeId = std::uint16_t;
 class EventSink {
  public:
    virtual ~EventSink() = default;
-   /// The start of a frame that arrived on `port`. `time`: seconds since 1970.
-   virtual void frame( Quor::IntfId port, std::span< const std::uint8_t > bytes, double time ) = 0;
+   /// The start of a frame that arrived on `port`. `length`: octets of the whole frame, its tag included and its check sequence
+   /// not. `time`: seconds since 1970.
+   virtual void frame( Quor::IntfId port, std::span< const std::uint8_t > bytes, std::size_t length, double time ) = 0;
    /// Likewise, for a frame whose tag the kernel has taken out of the bytes.
-   virtual void untaggedFrame( Quor::IntfId port, std::span< const std::uint8_t > bytes, std::uint16_t tpid, std::uint16_t tci,
-                               double time ) = 0;
+   virtual void untaggedFrame( Quor::IntfId port, std::span< const std::uint8_t > bytes, std::size_t length, std::uint16_t tpid,
+                               std::uint16_t tci, double time ) = 0;
    /// Time has come to `now` on the clock that hosts age by; it never goes back.
    virtual void timeIs( Nanos now ) = 0;
 

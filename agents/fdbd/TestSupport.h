@@ -36,6 +36,8 @@ inline void put16( std::string& to, std::uint16_t v ) { to.append( reinterpret_c
 struct Sent {
    Nanos time;
    Bytes frame;
+   /// Octets of the whole frame, where `frame` is only its start.
+   std::size_t length = 0;
 };
 
 /// The classic format (draft-ietf-opsawg-pcap), nanosecond flavour.
@@ -47,7 +49,8 @@ inline std::string pcapOf( const std::vector< Sent >& frames, std::uint32_t link
    for( const Sent& f : frames ) {
       put32( out, static_cast< std::uint32_t >( f.time / nanosPerSecond ) ),
          put32( out, static_cast< std::uint32_t >( f.time % nanosPerSecond ) );
-      put32( out, static_cast< std::uint32_t >( f.frame.size() ) ), put32( out, static_cast< std::uint32_t >( f.frame.size() ) );
+      put32( out, static_cast< std::uint32_t >( f.frame.size() ) );
+      put32( out, static_cast< std::uint32_t >( std::max( f.length, f.frame.size() ) ) );
       out.append( f.frame.begin(), f.frame.end() );
    }
    return out;
@@ -63,6 +66,7 @@ class MirrorSink final : public HostSink {
       at->second = host;
    }
    void gone( HostId id ) override { EXPECT_EQ( hosts.erase( id ), 1u ) << "gone without having been there"; }
+   void arrived( Vlan vlan, const Quor::EthAddr&, std::size_t length ) override { octets[ vlan ] += length; }
    /// "vlan address port" of each host, sorted.
    std::vector< std::string > lines() const {
       std::vector< std::string > out;
@@ -73,6 +77,7 @@ class MirrorSink final : public HostSink {
    }
 
    std::map< HostId, Host > hosts;
+   std::map< Vlan, std::size_t > octets;
 };
 
 /// A learner with its sink and the lines that it and its sources reported.

@@ -55,7 +55,10 @@ int run( int argc, char** argv ) {
       return learn( options, sink, [] {} );
    }
    Publisher sink;
-   return learn( options, sink, [ & ] { sink.open( options.table, options.learning.capacity ); } );
+   return learn( options, sink, [ & ] {
+      sink.open( options.table, options.learning.capacity );
+      if( options.countsVlans() ) sink.countVlans( options.vlanCounters, options.vlanCounters + snapshotSuffix );
+   } );
 }
 
 }

@@ -40,7 +40,7 @@ TEST_F( Vanta, RefusesACommandLineInOneLineThatPointsToTheHelp ) {
 }
 
 TEST_F( Vanta, EveryCommandHasItsHelp ) {
-   for( const char* command : { "", "fdb", "fdb show", "fdb watch", "tables", "types", "trace" } ) {
+   for( const char* command : { "", "fdb", "fdb show", "fdb watch", "counters", "counters show", "tables", "types", "trace" } ) {
       const Outcome result = run( std::string( command ) + " --help" );
       const std::string usage = std::string( "Usage: vanta" ) + ( *command ? " " : "" ) + command;
       EXPECT_EQ( result.code, 0 ) << command;
@@ -166,7 +166,7 @@ TEST_F( Vanta, CompletionOffersWhatTheHelpLists ) {
       EXPECT_EQ( status, 0 );
       return contentOf( directory_ + "/out" );
    };
-   EXPECT_EQ( offers( "vanta ''", 1 ), "fdb tables types trace\n" );
+   EXPECT_EQ( offers( "vanta ''", 1 ), "fdb counters tables types trace\n" );
    EXPECT_EQ( offers( "vanta fdb ''", 2 ), "show watch\n" );
    EXPECT_EQ( offers( "vanta fdb show --v", 3 ), "--vlan\n" );
    EXPECT_EQ( offers( "vanta types --", 2 ), "--json --schema --help\n" );

@@ -1,10 +1,12 @@
 #include "Cli.h"
+#include "Counters.h"
 #include "Output.h"
 
 namespace {
 
 constexpr Tool::Command commands[] = {
    { "fdb", "the MAC address table: show it, or watch it change", Tool::fdbCommand },
+   { "counters", "the traffic counters of each VLAN", Tool::countersCommand },
    { "tables", "the shared-memory tables of this machine and the state of their writers", Tool::tablesCommand },
    { "types", "the types that a library declares, and the reference of each", Tool::typesCommand },
    { "trace", "the last trace messages of a process, also of one that has ended", Tool::traceCommand },

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "Host.h"
+#include <Vanta/VlanCounters.h>
+#include <Vanta/VlanCountersCliReq.h>
+#include <string>
+#include <vector>
+
+namespace Fdbd {
+
+/// Counts what arrives in each VLAN, publishes the counts in a table in shared memory, and serves the requests to clear them.
+/// What leaves is not seen by any source: those counts stay 0.
+class VlanCounting {
+ public:
+   /// Becomes the writer of both tables and empties them: counts begin with the agent. Throws `Kel::Exception`: a table has
+   /// another writer, or can't be made.
+   VlanCounting( const std::string& table, const std::string& snapshots );
+   ~VlanCounting();
+   VlanCounting( const VlanCounting& ) = delete;
+   VlanCounting& operator=( const VlanCounting& ) = delete;
+
+   /// A frame of so many octets has arrived for `destination`.
+   void arrived( Vlan vlan, const Quor::EthAddr& destination, std::size_t octets );
+   /// Puts what has been counted since the last time into the table, as of `now`: seconds since 1970. The time of an update is
+   /// later than that of any before it, also where the clock is set back. Throws `Kel::Exception` when the table is full or
+   /// corrupted.
+   void publish( double now );
+   /// Who enters a VLAN here, with either value, has its counters cleared: the present record is copied to the snapshots, and the
+   /// entry removed. An entry that can't be served stays.
+   const Kel::Ptr< Bridging::VlanCountersCliReq >& requests() const { return requests_; }
+
+ private:
+   class Server;
+   struct Counts {
+      std::uint64_t octets = 0, unicast = 0, multicast = 0, broadcast = 0;
+      /// Counted since it was published.
+      bool isNew = false;
+   };
+
+   void serve( Bridging::VlanId vlan );
+
+   const Kel::Ptr< Plexo::Bridging::VlanCounterDir > counters_;
+   const Kel::Ptr< Plexo::Bridging::VlanCounterSnapshotDir > snapshots_;
+   const Kel::Ptr< Bridging::VlanCountersCliReq > requests_;
+   std::vector< Counts > counts_; ///< By VLAN.
+   std::vector< Vlan > new_;      ///< Those with `isNew`.
+   double time_ = 0;
+   Kel::Ptr< Server > server_;
+};
+
+}

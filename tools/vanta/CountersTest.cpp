@@ -1,0 +1,92 @@
+#include "Counters.h"
+
+#include "VantaTest.h"
+
+#include <Vanta/VlanCounters.h>
+#include <atomic>
+#include <thread>
+
+// This test writes the tables, another process shows them.
+
+namespace Tool {
+namespace {
+
+constexpr Kel::U64 highest = ~Kel::U64();
+
+struct Counters : VantaCommand {
+   Counters() {
+      live->vlanCounterControl().setUp( { .name = "fdb-vlan-counters", .mode = Plexo::TableMode::writer } );
+      snapshots->vlanCounterSnapshotControl().setUp( { .name = "fdb-vlan-counters-snapshot", .mode = Plexo::TableMode::writer } );
+   }
+   static Plexo::Bridging::VlanCounter counter( Kel::U16 vlan, Kel::U64 octets, Kel::U64 packets, double time ) {
+      return { Bridging::VlanId( vlan ), { octets, packets, 0, 0, 0, 0, 0, highest }, time };
+   }
+
+   const Kel::Ptr< Plexo::Bridging::VlanCounterDir > live = Plexo::Bridging::vlanCounterDirFactory( "live" );
+   const Kel::Ptr< Plexo::Bridging::VlanCounterSnapshotDir > snapshots = Plexo::Bridging::vlanCounterSnapshotDirFactory( "s" );
+};
+
+TEST_F( Counters, ShowsWhatPassedSinceTheSnapshot ) {
+   live->vlanCounterIs( counter( 4094, 7, 1, 1000000000 ) );
+   live->vlanCounterIs( counter( 1, 5, 300, 1000000000 ) );
+   live->vlanCounterIs( counter( 10, 5000, 300, 1000000000 ) );
+   snapshots->vlanCounterSnapshotIs( counter( 1, highest - 4, 100, 1000000000 ) ); // the count has wrapped since
+   snapshots->vlanCounterSnapshotIs( counter( 10, 4000, 200, 1000000000.5 ) );     // newer than the count
+   snapshots->vlanCounterSnapshotIs( counter( 11, 4000, 200, 1000000000 ) );
+   const std::string time = "  2001-09-09 01:46:40\n";
+   EXPECT_EQ( run( "counters show" ).out,
+      "VLAN  IN OCTETS  IN UCAST  IN MCAST  IN BCAST  OUT OCTETS  OUT UCAST  OUT MCAST             OUT BCAST  UPDATED\n"
+      "   1         10       200         0         0           0          0          0                     0" + time +
+      "  10          0         0         0         0           0          0          0                     0" + time +
+      "4094          7         1         0         0           0          0          0  18446744073709551615" + time );
+}
+
+TEST_F( Counters, RateIsOfWhatPassesBetweenTwoReadings ) {
+   std::atomic< bool > done = false;
+   live->vlanCounterIs( counter( 1, 1000, 1, 1 ) );
+   std::thread writer( [ & ] {
+      for( Kel::U64 n = 2; !done; ++n ) {
+         live->vlanCounterIs( counter( 1, n * 1000, n, double( n ) ) );
+         snapshots->vlanCounterSnapshotIs( counter( 1, n * 1000, n, double( n ) ) ); // clearing does not show in the rate
+         std::this_thread::sleep_for( std::chrono::milliseconds( 1 ) );
+      }
+   } );
+   const auto json = parsed( run( "counters show --json --rate --interval 0.3" ).out );
+   done = true;
+   writer.join();
+   const auto& vlan = json[ "vlans" ][ 0 ];
+   const double packets = vlan[ "inUcastPkts" ].GetDouble() * json[ "seconds" ].GetDouble();
+   EXPECT_NEAR( packets, double( std::int64_t( packets + 0.5 ) ), 1e-6 );
+   EXPECT_GE( packets, 0.9 );
+   EXPECT_NEAR( vlan[ "inOctets" ].GetDouble(), vlan[ "inUcastPkts" ].GetDouble() * 1000, 1e-3 );
+   EXPECT_EQ( vlan[ "outBcastPkts" ].GetDouble(), 0 );
+   EXPECT_EQ( passed( 2, highest - 2 ), 5u ) << "it has wrapped";
+   EXPECT_EQ( passed( 300, 1000 ), 300u ) << "it has begun again";
+}
+
+TEST_F( Counters, ExitCodesOfShow ) {
+   live->vlanCounterIs( counter( 1, 1000, 1, 1 ) );
+   std::ofstream( directory_ + "/foreign.plexo" ) << "something else";
+   struct {
+      const char* arguments;
+      int code;
+      std::string text;
+   } const cases[] = {
+      { "--vlan 1", 0, "" },
+      { "--vlan 2", 1, "VLAN 2 has no counters in table 'fdb-vlan-counters' in " },
+      { "--vlan 4095", 2, "--vlan is a number from 1 to 4094, not '4095'; " },
+      { "--interval 2", 2, "--interval is for --rate; " },
+      { "--rate --interval 0", 2, "--interval is more than 0 seconds; " },
+      { "--table a/b", 2, "--table: " },
+      { "--table other", 3, "there is no table 'other' in " },
+      { "--table foreign", 3, "table 'foreign' in " },
+   };
+   for( const auto& c : cases ) {
+      const Outcome result = run( std::string( "counters show " ) + c.arguments );
+      EXPECT_EQ( result.code, c.code ) << c.arguments;
+      EXPECT_EQ( result.err.rfind( c.text.empty() ? "" : "vanta counters show: " + c.text, 0 ), 0u ) << result.err;
+   }
+}
+
+}
+}
