@@ -24,6 +24,8 @@ cannot() {
 command -v bridge >/dev/null || cannot "needs ip and bridge; install the package iproute2"
 [ "$(id -u)" = 0 ] || cannot "needs root, to make network namespaces; 'make demo' needs none"
 ip netns add "$prefix-sw" 2>/dev/null || cannot "this machine does not allow network namespaces (ip netns add failed)"
+# Running something in one also needs a mount point at /, which a bare chroot lacks.
+ip netns exec "$prefix-sw" true 2>/dev/null || { ip netns del "$prefix-sw"; cannot "can't run programs in a network namespace here (ip netns exec failed)"; }
 ip netns del "$prefix-sw"
 
 say "six hosts on three ports of a Linux bridge"
