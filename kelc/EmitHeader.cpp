@@ -79,7 +79,7 @@ std::string emitHeader( const Module& module ) {
       w.blank();
       w.line( "namespace kelModule" + name + " {" );
       w.line( "/// The module's trace handle, \"" + module.trace + "\", made on first call." );
-      w.line( "::Kel::TraceHandle& _defaultTraceHandle();" );
+      w.line( "[[gnu::visibility(\"default\")]] ::Kel::TraceHandle& _defaultTraceHandle();" );
       w.line( "}" );
    }
    forward( w, order );

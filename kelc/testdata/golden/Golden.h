@@ -14,7 +14,7 @@
 
 namespace kelModuleGolden {
 /// The module's trace handle, "Golden", made on first call.
-::Kel::TraceHandle& _defaultTraceHandle();
+[[gnu::visibility("default")]] ::Kel::TraceHandle& _defaultTraceHandle();
 }
 
 namespace [[gnu::visibility("default")]] Bridging {
