@@ -150,6 +150,7 @@ TEST_F( WriterTest, AttachesInAscendingOrderThenInitialises ) {
    source->fdbStatusIs( 9 );
    learn( 9, 1, 1 );
    EXPECT_THAT( traces.lines, ElementsAre( hostsLine ) );
+   EXPECT_EQ( &Kel::traceHandle( "FdbStatusSm" ), &kelModuleFdbStatusSm::_defaultTraceHandle() );
 }
 
 TEST_F( WriterTest, ToldInTheRingToo ) {

@@ -239,13 +239,13 @@ void TableCore::undoInterrupted() {
    SharedStore::release32( at, ( sequence & ~Sequence::busy ) + Sequence::step );
 }
 
-/// Counts the live records and collects the free slots. Every reader will compare the whole slab, so none of them need rest.
+/// Counts the live records and collects the free slots. Every reader will compare the whole slab, so none of them need rest. A
+/// slot that is still busy is found when the index is built.
 void TableCore::slabScan() {
    live_ = 0;
    resting_.clear();
    for( U32 slot = 0; slot < used_; ++slot ) {
       const U32 sequence = SharedLoad::word32( slotAt( slot ) );
-      if( sequence & Sequence::busy ) undoOfAnother( slot );
       if( sequence & Sequence::live ) ++live_;
       else resting_.push_back( { 0, slot } );
    }

@@ -62,7 +62,6 @@ class TableView {
  protected:
    std::byte* slotAt( U32 slot ) const noexcept { return base_ + std::size_t( geometry_.slotOffset( slot ) ); }
    [[noreturn, gnu::cold]] void badSlot( U32 slot, U32 used ) const;
-   [[noreturn, gnu::cold]] void undoOfAnother( U32 slot ) const;
    bool lookUp( const KeyHash& hash, const void* key, void* out ) const;
    void magicCheck() const {
       if( SharedLoad::word32( base_ ) != U32( Format::magic ) ) [[unlikely]] corrupt( "its magic is gone" );
@@ -76,6 +75,7 @@ class TableView {
 
  private:
    [[noreturn, gnu::cold]] void badHighWater( U32 mark ) const;
+   [[noreturn, gnu::cold]] void undoOfAnother( U32 slot ) const;
    bool readUndo( U32 slot, U32 sequence, SlotState& state, void* out ) const;
 
    mutable U32 highWater_ = 0;
