@@ -8,7 +8,8 @@ struct Hosts : Bridging::FdbStatus::NotifieeConst { // follows the hosts of one 
    using NotifieeConst::NotifieeConst;
    void onLearnedHost( const Quor::EthAddr& address ) override {
       const Bridging::LearnedHost host = notifier()->learnedHost( address );
-      std::cout << notifier()->fid() << " " << address << ( !host ? " is gone" : " is on " + host.intf().stringValue().str() ) << std::endl;
+      const std::string news = !host ? " is gone" : " is on " + host.intf().stringValue().str();
+      std::cout << notifier()->fid() << " " << address << news << std::endl;
    }
 };
 
