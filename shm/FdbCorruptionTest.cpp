@@ -91,17 +91,6 @@ TEST_F( CorruptionTest, InTheWritersPurge ) {
    EXPECT_EQ( 1u, told.size() );
 }
 
-TEST_F( CorruptionTest, InTheWritersFirstWrites ) {
-   listen( written );
-   learn( 1, 1, 7 );
-   bytes().spoilMagic();
-   Ptr< WriterFdbStatusSm > writer;
-   const std::string text =
-      thrown< Plexo::AssertionException >( [ & ] { writer = writerFdbStatusSmFactory( source, written ); } );
-   EXPECT_THAT( text, HasSubstr( "write to a corrupted table" ) );
-   EXPECT_THAT( told, ElementsAre( HasSubstr( badMagic ) ) );
-}
-
 /// A removal looks its record up, and that look-up is part of a write.
 TEST_F( CorruptionTest, InTheWritersRemovals ) {
    for( U32 n = 1; n <= 5; ++n ) learn( 1, n, 1 );

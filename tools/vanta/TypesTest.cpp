@@ -64,13 +64,16 @@ TEST_F( Types, ShowsTheReferenceOfAType ) {
 TEST_F( Types, EveryTypeOfTheLibraryIsDescribedOnce ) {
    const Schema schema( builtSchema() );
    std::istringstream names( run( "types" ).out );
-   int count = 0;
+   const auto json = parsed( run( "types --json" ).out );
+   rapidjson::SizeType count = 0;
    for( std::string name; std::getline( names, name ); ++count ) {
+      EXPECT_EQ( json[ "types" ][ count ].GetString(), name );
       const auto found = schema.find( name );
       ASSERT_EQ( found.size(), 1u ) << name;
       EXPECT_EQ( found.front()->name, name );
    }
-   EXPECT_EQ( count, 127 );
+   EXPECT_EQ( count, 127u );
+   EXPECT_EQ( json[ "types" ].Size(), count );
 }
 
 TEST_F( Types, ANameThatIsNoneOrOfSeveralIsToldWithThoseThatMayBeMeant ) {
