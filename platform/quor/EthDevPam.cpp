@@ -119,6 +119,8 @@ void EthDevPam::close() {
    links_.reset();
 }
 
+EthAddr EthDevPam::address() const { return ring_ ? ring_->address() : EthAddr(); }
+
 bool EthDevPam::dispatch( U32 budget ) {
    const TxBatch batch( Kel::Ptr< EthDevPam >( this ) );
    const auto ring = ring_;

@@ -62,6 +62,8 @@ class EthDevPam : public Pam {
    /// the system's reason is, and is then closed.
    bool enabled() const { return ring_ != nullptr; }
    void enabledIs( bool on );
+   /// The device's own address, as it was when the device was opened; zero while it is closed.
+   EthAddr address() const;
 
    /// The same one as long as the endpoint lives.
    int fd() const { return events_.get(); }

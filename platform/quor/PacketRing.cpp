@@ -66,6 +66,7 @@ void PacketRing::findDevice() {
    index_ = request.ifr_ifindex;
    check( ioctl( fd(), SIOCGIFHWADDR, &request ) );
    if( request.ifr_hwaddr.sa_family != ARPHRD_ETHER && request.ifr_hwaddr.sa_family != ARPHRD_LOOPBACK ) fail( 0 );
+   address_ = ConstEthHdr( reinterpret_cast< const U8* >( request.ifr_hwaddr.sa_data ) ).destination();
    check( ioctl( fd(), SIOCGIFMTU, &request ) );
    map( static_cast< U32 >( std::max( request.ifr_mtu, 0 ) ) );
 }

@@ -22,6 +22,8 @@ class PacketRing {
    int fd() const { return fd_.get(); }
    /// The device's number, good until it goes.
    int index() const { return index_; }
+   /// The device's own address when it was opened.
+   const EthAddr& address() const { return address_; }
 
    /// Joins or leaves (packet(7), PACKET_MR_...). Throws `Kel::Exception`.
    void membershipIs( Kel::U16 type, const EthAddr& group, bool on );
@@ -46,6 +48,7 @@ class PacketRing {
    Kel::String8 device_;
    Kel::UniqueFd fd_;
    int index_ = 0;
+   EthAddr address_;
    U32 slotBytes_ = 0;
    U32 slots_ = 0;
    U32 at_ = 0;
