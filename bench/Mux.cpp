@@ -18,8 +18,8 @@
 #include <sys/socket.h>
 #include <time.h>
 
-// What a tag costs in memory, beside the least that it can cost: the frame's addresses moved by 4 bytes and back. And what a frame
-// costs on its way through a device of the system, beside a program that calls the system for each.
+// What a tag costs in memory, beside the least that it can cost: the frame's addresses moved by 4 bytes and back. And what a
+// frame costs on its way through a device of the system, beside a program that calls the system for each.
 
 namespace {
 
