@@ -18,8 +18,8 @@
 #include <sys/socket.h>
 #include <time.h>
 
-// What a tag costs in memory, beside the least that it can cost: its addresses moved by 4 bytes and back. And what a frame costs on its way
-// through a device of the system, beside a program that calls the system for each.
+// What a tag costs in memory, beside the least that it can cost: the frame's addresses moved by 4 bytes and back. And what a
+// frame costs on its way through a device of the system, beside a program that calls the system for each.
 
 namespace {
 
@@ -68,15 +68,16 @@ void bareShift( benchmark::State& state ) {
    }
 }
 
-/// Two devices, near and far, that are the ends of one cable in a network namespace of its own. The namespace lives as long as a socket
-/// in it, which `opened` opens. Throws `std::runtime_error`.
+/// Two devices, near and far, that are the ends of one cable in a network namespace of its own. The namespace lives as long as a
+/// socket in it, which `opened` opens. Throws `std::runtime_error`.
 struct Cable {
    template< class Opened >
    explicit Cable( Opened opened ) {
       const Kel::UniqueFd home( open( "/proc/self/ns/net", O_RDONLY | O_CLOEXEC ) );
       if( !home || unshare( CLONE_NEWNET ) != 0 ) throw std::runtime_error( "it needs root, to make a network namespace" );
-      const bool isPlugged = std::system( "exec 2> /dev/null; echo 1 > /proc/sys/net/ipv6/conf/default/disable_ipv6;"
-                                          " ip link add near type veth peer name far && ip link set near up && ip link set far up" ) == 0;
+      const char* plug = "exec 2> /dev/null; echo 1 > /proc/sys/net/ipv6/conf/default/disable_ipv6;"
+                         " ip link add near type veth peer name far && ip link set near up && ip link set far up";
+      const bool isPlugged = std::system( plug ) == 0;
       if( isPlugged ) opened();
       setns( home.get(), CLONE_NEWNET );
       if( !isPlugged ) throw std::runtime_error( "it needs 'ip' and veth devices" );
@@ -91,8 +92,8 @@ double processorTime() {
    return static_cast< double >( t.tv_sec ) * 1e9 + static_cast< double >( t.tv_nsec );
 }
 
-/// Sends and receives bursts of frames that carry a tag; a turn is a frame. Linux takes a frame to the other end of the cable in the
-/// sender's time.
+/// Sends and receives bursts of frames that carry a tag; a turn is a frame. Linux takes a frame to the other end of the cable in
+/// the sender's time.
 template< class Way >
 void throughCable( benchmark::State& state ) try {
    Way way( bytesOf( state ) );

@@ -16,8 +16,8 @@ inline std::vector< Kel::U8 > frameOf( Kel::U32 bytes, Kel::U32 number ) {
 /// The VLAN that the n-th turn tags with.
 inline Kel::U16 vlanOf( Kel::U32 turn ) { return static_cast< Kel::U16 >( 1 + turn % 4094 ); }
 
-/// Registers a measure for one frame that stays in the cache, and for 256 in turn; short ones and long ones. The benchmarks take the
-/// bytes of a frame and the number of frames, a power of two.
+/// Registers a measure for one frame that stays in the cache, and for 256 in turn; short ones and long ones. The benchmarks take
+/// the bytes of a frame and the number of frames, a power of two.
 template< class Run >
 void forEachLoad( Run registered ) {
    for( const int bytes : { 64, 1500 } )

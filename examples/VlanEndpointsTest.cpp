@@ -11,8 +11,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// The program on a real device, and the kernel's own stack as the station at the other end of the cable. A capture is taken there and
-// compared with what should have passed, byte for byte.
+// The program on a real device, and the kernel's own stack as the station at the other end of the cable. A capture is taken there
+// and compared with what should have passed, byte for byte.
 
 namespace {
 
@@ -55,7 +55,7 @@ class Program {
       waitpid( std::exchange( pid_, -1 ), &status, 0 );
       return WIFEXITED( status ) ? WEXITSTATUS( status ) : -WTERMSIG( status );
    }
-   int terminated() { return kill( pid_, SIGTERM ), ended(); }
+   void signal( int number ) { kill( pid_, number ); }
 
  private:
    static std::string line( FILE* from ) {
@@ -109,10 +109,10 @@ struct VlanEndpointsLive : Net {
    }
    /// The frames in the file when there are `count`, or after some seconds.
    std::vector< Bytes > captured( std::size_t count ) {
-      std::size_t seen = 0;
+      int seen = 0;
       until( [ & ] {
-         seen += static_cast< std::size_t >( std::max( 0, pcap_dispatch( capture, -1, pcap_dump, reinterpret_cast< u_char* >( dumper ) ) ) );
-         return seen >= count;
+         seen += std::max( 0, pcap_dispatch( capture, -1, pcap_dump, reinterpret_cast< u_char* >( dumper ) ) );
+         return seen >= static_cast< int >( count );
       } );
       pcap_dump_flush( dumper );
       std::vector< Bytes > out;
@@ -126,10 +126,12 @@ struct VlanEndpointsLive : Net {
    /// What another decoder of frames says of the file: a line of VLANs a frame.
    void expectDecoded( const std::string& vlans ) {
       if( !run( "tshark -v" ) ) return void( std::puts( "tshark is not installed: its view of the tags is left out" ) );
-      const std::unique_ptr< FILE, int ( * )( FILE* ) > pipe( popen( ( "tshark -T fields -e vlan.id -r " + file + " 2>/dev/null" ).c_str(), "r" ), pclose );
-      std::string out( 1000, '\0' );
-      out.resize( std::fread( out.data(), 1, out.size(), pipe.get() ) );
-      EXPECT_EQ( out, vlans );
+      const std::string decoded = file + ".vlans";
+      EXPECT_EQ( std::system( ( "tshark -T fields -e vlan.id -r " + file + " > " + decoded + " 2> /dev/null" ).c_str() ), 0 );
+      std::stringstream out;
+      out << std::ifstream( decoded ).rdbuf();
+      EXPECT_EQ( out.str(), vlans );
+      std::filesystem::remove( decoded );
    }
 
    const std::string file = testing::TempDir() + "vlan-endpoints-" + std::to_string( getpid() ) + ".pcap";
@@ -147,32 +149,35 @@ TEST_F( VlanEndpointsLive, SaysWhatComesAndSendsItBackOnItsVlan ) {
    Program program( { "near", "10", "4094", "7", "--native", "7", "--echo", "--send", "hello" } );
    std::vector< Bytes > all;
    for( const int vlan : { 7, 10, 4094 } ) {
-      Bytes hello{ 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 2, 0, 0, 0, 0, 0x99, 0x81, 0, U8( vlan >> 8 ), U8( vlan ), 0x88, 0xb5, 'h', 'e', 'l', 'l', 'o' };
-      hello.resize( 64 );
+      Bytes hello = frame( { { 0x8100, vlan } }, 0 );
+      std::fill_n( hello.begin(), 6, 0xff );
+      hello[ 11 ] = 0x99;
+      std::ranges::copy( std::string( "hello" ), hello.begin() + 18 );
       EXPECT_EQ( far->receive(), hello );
       all.push_back( hello );
    }
+   const Bytes twice = frame( { { 0x8100, 10 }, { 0x8100, 11 } }, 4 ), full = frame( { { 0x8100, 4094 } }, 2, 1500 );
    const struct {
       Bytes frame, back;
-      const char* line;
+      const char *vlan, *rest;
    } rows[] = {
-      { frame( { { 0x8100, 0xe00a } }, 1 ), frame( { { 0x8100, 10 } }, 1 ), "VLAN 10: %, type 0x88b5, 60 bytes" },
-      { frame( { { 0x8100, 4094 } }, 2, 1500 ), frame( { { 0x8100, 4094 } }, 2, 1500 ), "VLAN 4094: %, type 0x88b5, 1514 bytes" },
-      { frame( {}, 3 ), frame( { { 0x8100, 7 } }, 3 ), "VLAN 7: %, type 0x88b5, 60 bytes" },
-      { frame( { { 0x8100, 10 }, { 0x8100, 11 } }, 4 ), frame( { { 0x8100, 10 }, { 0x8100, 11 } }, 4 ), "VLAN 10: %, type 0x8100, 64 bytes" },
+      { frame( { { 0x8100, 0xe00a } }, 1 ), frame( { { 0x8100, 10 } }, 1 ), "VLAN 10", "type 0x88b5, 60 bytes" },
+      { full, full, "VLAN 4094", "type 0x88b5, 1514 bytes" },
+      { frame( {}, 3 ), frame( { { 0x8100, 7 } }, 3 ), "VLAN 7", "type 0x88b5, 60 bytes" },
+      { twice, twice, "VLAN 10", "type 0x8100, 64 bytes" },
    };
    far->send( frame( { { 0x8100, 11 } }, 9 ) );   // nobody's
    all.push_back( frame( { { 0x8100, 11 } }, 9 ) );
    for( const auto& row : rows ) {
       far->send( row.frame );
       EXPECT_EQ( far->receive(), swapped( row.back ) );
-      std::string line = row.line;
-      EXPECT_EQ( program.line(), line.replace( line.find( '%' ), 1, "02:00:00:00:00:02 > 02:00:00:00:00:01" ) );
+      EXPECT_EQ( program.line(), row.vlan + std::string( ": 02:00:00:00:00:02 > 02:00:00:00:00:01, " ) + row.rest );
       all.insert( all.end(), { row.frame, swapped( row.back ) } );
    }
    EXPECT_EQ( captured( all.size() ), all );
    expectDecoded( "7\n10\n4094\n11\n10\n10\n4094\n4094\n\n7\n10,11\n10,11\n" );
-   EXPECT_EQ( program.terminated(), 0 );
+   program.signal( SIGTERM );
+   EXPECT_EQ( program.ended(), 0 );
 }
 
 TEST_F( VlanEndpointsLive, LooksForADeviceThatHasVanishedAndEndsAfterSoManyFrames ) {
@@ -182,32 +187,35 @@ TEST_F( VlanEndpointsLive, LooksForADeviceThatHasVanishedAndEndsAfterSoManyFrame
    EXPECT_EQ( program.errorLine(), "vlan-endpoints: Ethernet device 'near' has gone; it is looked for until it is back" );
    plug();
    EXPECT_EQ( program.errorLine(), "vlan-endpoints: Ethernet device 'near' is back" );
+   program.signal( SIGSTOP );   // so that it finds all of them at once
    for( int i = 0; i < 3; ++i ) far->send( frame( { { 0x8100, 20 } }, 1 ) );
+   program.signal( SIGCONT );
    EXPECT_EQ( program.line(), "VLAN 20: 02:00:00:00:00:02 > 02:00:00:00:00:01, type 0x8100, 64 bytes" );
    EXPECT_EQ( program.line(), "nothing" );
    EXPECT_EQ( program.ended(), 0 );
    EXPECT_EQ( program.errorLine(), "nothing" );
 }
 
-/// An ARP packet (RFC 826) or an ICMP echo (RFC 792), as a request or as its answer, between 192.0.2.2 at 02:..:02, which is ours, and
-/// 192.0.2.1 at 02:..:01, which is the kernel's.
+/// An ARP packet (RFC 826), as a request or as its answer. 192.0.2.2 at 02:..:02 is ours, 192.0.2.1 at 02:..:01 the kernel's.
 Bytes arp( bool isReply ) {
-   Bytes out{ 2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 0, 2, 8, 6, 0, 1, 8, 0, 6, 4, 0, U8( 1 + isReply ), 2, 0, 0, 0, 0, 2, 192, 0, 2, 2,
-              U8( 2 * isReply ), 0, 0, 0, 0, U8( 1 * isReply ), 192, 0, 2, 1 };
-   if( !isReply ) std::fill_n( out.begin(), 6, 0xff );
-   if( isReply ) std::swap_ranges( out.begin(), out.begin() + 6, out.begin() + 6 ), std::swap_ranges( out.begin() + 22, out.begin() + 32, out.begin() + 32 );
-   return out;
+   if( isReply )
+      return { 2, 0, 0, 0, 0, 2, 2, 0, 0, 0, 0, 1, 8, 6, 0, 1, 8, 0, 6, 4, 0, 2, 2, 0, 0, 0, 0, 1, 192, 0, 2, 1,
+               2, 0, 0, 0, 0, 2, 192, 0, 2, 2 };
+   return { 255, 255, 255, 255, 255, 255, 2, 0, 0, 0, 0, 2, 8, 6, 0, 1, 8, 0, 6, 4, 0, 1, 2, 0, 0, 0, 0, 2,
+            192, 0, 2, 2, 0, 0, 0, 0, 0, 0, 192, 0, 2, 1 };
 }
 void checksumIs( Bytes& frame, std::size_t from, std::size_t to, std::size_t at ) {
    unsigned sum = 0;
    for( std::size_t i = from; i < to; i += 2 ) sum += Quor::netU16( &frame[ i ] );
    Quor::netU16Is( &frame[ at ], static_cast< U16 >( ~( sum % 0xffff ) ) );
 }
+/// An ICMP echo (RFC 792), type 8, or its answer, type 0.
 Bytes echo( U8 type, std::size_t bytes, U16 id ) {
-   Bytes out{ 2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 0, 2, 8, 0, 0x45, 0, 0, 0, U8( id >> 8 ), U8( id ), 0, 0, 64, 1, 0, 0, 192, 0, 2, 2, 192, 0, 2, 1, type, 0, 0, 0, 0, 9, 0, 1 };
+   const U8 us = type ? 2 : 1, them = U8( 3 - us );
+   Bytes out{ 2, 0, 0, 0, 0, them, 2, 0, 0, 0, 0, us, 8, 0, 0x45, 0, 0, 0, U8( id >> 8 ), U8( id ), 0, 0, 64, 1, 0, 0,
+              192, 0, 2, us, 192, 0, 2, them, type, 0, 0, 0, 0, 9, 0, 1 };
    out.resize( out.size() + bytes, 0x5a );
    Quor::netU16Is( &out[ 16 ], static_cast< U16 >( out.size() - 14 ) );
-   if( type == 0 ) out = swapped( out ), std::swap_ranges( out.begin() + 26, out.begin() + 30, out.begin() + 30 );
    checksumIs( out, 14, 34, 24 );
    checksumIs( out, 34, out.size(), 36 );
    return out;
@@ -229,7 +237,10 @@ TEST_P( KernelStation, AnswersWhatTheMultiplexerTags ) {
    Listener listener;
    mux->newPam( vlan )->notifieeIs( &listener );
    const auto watch = activity.watch( device->fd(), Kel::FdEvents::reading(), [ & ]( Kel::FdEvents ) { device->dispatch(); } );
-   const auto tagged = [ & ]( Bytes frame ) { return frame.insert( frame.begin() + 12, { 0x81, 0, U8( vlan >> 8 ), U8( vlan ) } ), frame; };
+   const auto tagged = [ & ]( Bytes frame ) {
+      frame.insert( frame.begin() + 12, { 0x81, 0, U8( vlan >> 8 ), U8( vlan ) } );
+      return frame;
+   };
 
    std::vector< Bytes > wire;
    for( const std::size_t bytes : { 0, 4, 1472 } ) {   // of an echo; none asks for the address first

@@ -186,7 +186,7 @@ void EthDevPam::flush() {
    bool again = true;   // the error of an earlier moment is reported once, in place of sending
    for( std::size_t done = 0; done < count; ) {
       const auto left = static_cast< unsigned >( count - done );
-      const int sent = ring_ ? sendmmsg( ring_->fd(), &messages[ done ], left, MSG_DONTWAIT ) : -1;
+      const int sent = ring_ ? sendmmsg( ring_->sendFd(), &messages[ done ], left, MSG_DONTWAIT ) : -1;
       if( sent > 0 ) {
          done += static_cast< unsigned >( sent );
          counters_.txFrames += static_cast< unsigned >( sent );

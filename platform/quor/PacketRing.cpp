@@ -21,6 +21,9 @@
 // long for the control protocols that agents speak. A slot takes a frame of the device's full size. A longer one, which the
 // system has merged from several, is also put into the socket's queue as a whole and taken from there.
 //
+// Frames are sent through a socket of their own, for which nobody waits: Linux wakes a socket's waiters for each frame of it that
+// has left, which took 25 to 30 ns of the 530 ns that a short frame took through a veth pair.
+//
 // The system hands over a received frame without its outer tag, which stands in the slot's head; it is put back.
 
 namespace Quor {
@@ -47,10 +50,13 @@ void PacketRing::check( int result ) const {
 void PacketRing::option( int name, int value ) { check( setsockopt( fd(), SOL_PACKET, name, &value, sizeof value ) ); }
 
 PacketRing::PacketRing( const Kel::String8& device ) : device_( device ) {
-   fd_.reset( ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
-   check( fd() );
+   for( Kel::UniqueFd* fd : { &fd_, &sendFd_ } ) {
+      fd->reset( ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
+      check( fd->get() );
+   }
    findDevice();
-   bind();
+   bind( fd_, ETH_P_ALL );
+   bind( sendFd_, 0 );
 }
 
 PacketRing::~PacketRing() {
@@ -89,12 +95,12 @@ void PacketRing::map( U32 mtu ) {
 }
 
 // Last, so that no frame of another device gets into the ring.
-void PacketRing::bind() {
+void PacketRing::bind( const Kel::UniqueFd& fd, Kel::U16 protocol ) {
    sockaddr_ll address{};
    address.sll_family = AF_PACKET;
-   address.sll_protocol = __builtin_bswap16( ETH_P_ALL );
+   address.sll_protocol = __builtin_bswap16( protocol );
    address.sll_ifindex = index_;
-   check( ::bind( fd(), reinterpret_cast< const sockaddr* >( &address ), sizeof address ) );
+   check( ::bind( fd.get(), reinterpret_cast< const sockaddr* >( &address ), sizeof address ) );
 }
 
 void PacketRing::membershipIs( Kel::U16 type, const EthAddr& group, bool on ) {

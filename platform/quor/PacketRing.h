@@ -20,6 +20,8 @@ class PacketRing {
    ~PacketRing();
 
    int fd() const { return fd_.get(); }
+   /// Sends, and receives nothing.
+   int sendFd() const { return sendFd_.get(); }
    /// The device's number, good until it goes.
    int index() const { return index_; }
    /// The device's own address when it was opened.
@@ -42,11 +44,12 @@ class PacketRing {
    void option( int name, int value );
    void findDevice();
    void map( U32 mtu );
-   void bind();
+   void bind( const Kel::UniqueFd& fd, Kel::U16 protocol );
    Kel::Ptr< Packet > longFrame( U32 bytes );
 
    Kel::String8 device_;
    Kel::UniqueFd fd_;
+   Kel::UniqueFd sendFd_;
    int index_ = 0;
    EthAddr address_;
    U32 slotBytes_ = 0;
