@@ -4,16 +4,21 @@ namespace Kel {
 
 namespace {
 
-// A name may hold slashes itself ("Ethernet3/2"), so where a short name is not there, longer ones are tried.
+// A name may hold slashes itself ("Ethernet3/2"), so where a short name is not there, longer ones are tried; not all of a path that
+// somebody has made long.
+constexpr int mostSlashes = 16;
+
 Ptr< Entity > step( const Ptr< Entity >& from, std::string_view& path ) {
-   for( std::size_t slash = path.find( '/' );; slash = path.find( '/', slash + 1 ) ) {
+   std::size_t slash = path.find( '/' );
+   for( int slashes = 0; slashes <= mostSlashes; ++slashes, slash = path.find( '/', slash + 1 ) ) {
       const std::string_view name = path.substr( 0, slash );
       if( const Ptr< Entity > found = from->child( Name( name ) ) ) {
          path = slash == std::string_view::npos ? std::string_view() : path.substr( slash + 1 );
          return found;
       }
-      if( slash == std::string_view::npos ) return nullptr;
+      if( slash == std::string_view::npos ) break;
    }
+   return nullptr;
 }
 
 }

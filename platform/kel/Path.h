@@ -5,8 +5,8 @@
 namespace [[gnu::visibility("default")]] Kel {
 
 /// The entity at a path of names below `from`, separated by slashes; empty names are passed over, so "" is `from` itself. A name
-/// is looked up with `Entity::child`; one that holds slashes itself is found where no shorter one is there. Null when some name
-/// of it is not there.
+/// is looked up with `Entity::child`; one that holds slashes itself, at most 16, is found where no shorter one is there. Null
+/// when some name of it is not there.
 Ptr< Entity > entityAtPath( const Ptr< Entity >& from, std::string_view path );
 
 /// The entity with a full name, looked up from the root of the tree that `inTree` stands in. Null when there is none.
