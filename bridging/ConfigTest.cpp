@@ -166,6 +166,15 @@ TEST( References, WaitForWhatIsNotThereYet ) {
    directory->switchIntfConfigDel( port );
    copyTo( proxy, *directory );
    EXPECT_EQ( proxy.waiting(), 0u );
+   // One whose place is taken by another type is refused once.
+   directory->switchIntfConfigIs( inputs->switchIntfConfig( port ) );
+   copyTo( proxy, *directory );
+   other->entryDel( Name( "inputs" ) );
+   const auto wrong = configFactory( Name( "inputs" ) );
+   other->entryIs( wrong );
+   wrong->switchIntfConfigIs( port, SwitchportModeAndNativeVlan() );
+   EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { proxy.resolve(); } ), "Entity is the wrong type" );
+   EXPECT_EQ( proxy.resolve(), 0u );
 }
 
 TEST( Views, AreThoseOfTheirValue ) {
@@ -277,7 +286,8 @@ TEST( ReservedGroup, QueueOfEightBitPositionsWrapsFillsAndIsCopiedAsItStands ) {
    for( int n = 0; n < 190; ++n ) EXPECT_EQ( group->groupAddrDeq(), address( n ) );
    for( int n = 200; n < 446; ++n ) group->groupAddrEnq( address( n ) );
    EXPECT_EQ( group->groupAddrMetadata(), Metadata( 190, 190 ) ); // all 256 positions from 190 on
-   EXPECT_NE( thrown< Kel::RangeException >( [ & ] { group->groupAddrEnq( address( 446 ) ); } ), "nothing" );
+   EXPECT_EQ( thrown< Kel::RangeException >( [ & ] { group->groupAddrEnq( address( 446 ) ); } ),
+              "queue full: all 256 positions from the head, 190, on are taken; remove the head first" );
    group->groupAddrIs( 190, address( 1000 ) ); // told last, though it stands first
    follow( *group, proxy, *copy );
    group->groupAddrDel( 195 );

@@ -215,6 +215,8 @@ void AttrLogProxy::apply( const Place& place, const Attr& row, LogIn& in ) {
 std::size_t AttrLogProxy::resolve() {
    const auto waiting = waiting_;
    for( const auto& [ place, bytes ] : waiting ) {
+      // One that is refused, for an entity of another type is there now, is told once and waits no longer.
+      waiting_.erase( place );
       LogIn in = bytesOf( bytes );
       apply( place, entity_.fwkType().attr( place.first ), in );
    }
