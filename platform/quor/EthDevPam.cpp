@@ -30,18 +30,19 @@ namespace {
 
 constexpr std::size_t txBatchFrames = 64;
 
-[[noreturn]] void fail( const char* what ) {
-   throw Kel::Exception( std::string( "EthDevPam: " ) + what + ": " + std::system_category().message( errno ) );
+[[noreturn]] void fail( const Kel::String8& device, const char* what ) {
+   const std::string why = std::system_category().message( errno );
+   throw Kel::Exception( "Ethernet device '" + device.str() + "': " + what + ": " + why );
 }
 
 /// A socket that tells of links that come, change and go.
-Kel::UniqueFd linkSocket() {
+Kel::UniqueFd linkSocket( const Kel::String8& device ) {
    Kel::UniqueFd fd( ::socket( AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE ) );
    sockaddr_nl address{};
    address.nl_family = AF_NETLINK;
    address.nl_groups = RTMGRP_LINK;
    const bool isBound = fd && ::bind( fd.get(), reinterpret_cast< const sockaddr* >( &address ), sizeof address ) == 0;
-   if( !isBound ) fail( "no route socket" );
+   if( !isBound ) fail( device, "no route socket" );
    return fd;
 }
 
@@ -71,7 +72,7 @@ bool exists( int index ) {
 constinit Kel::Type EthDevPam::_Type{ Kel::objectInfo< EthDevPam, Pam >( "Quor::EthDevPam", {} ) };
 
 EthDevPam::EthDevPam( const Kel::String8& deviceName ) : deviceName_( deviceName ), events_( epoll_create1( EPOLL_CLOEXEC ) ) {
-   if( !events_ ) fail( "no descriptor" );
+   if( !events_ ) fail( deviceName_, "no descriptor" );
    txQueue_.reserve( txBatchFrames );
 }
 
@@ -98,13 +99,13 @@ void EthDevPam::enabledIs( bool on ) {
 
 void EthDevPam::open() {
    // Before the device is looked up, so that its end can't be missed.
-   Kel::UniqueFd links = linkSocket();
+   Kel::UniqueFd links = linkSocket( deviceName_ );
    const auto ring = std::make_shared< PacketRing >( deviceName_ );
    if( promiscuous_ ) ring->membershipIs( PACKET_MR_PROMISC, EthAddr(), true );
    for( const EthAddr& group : multicastAddrs_ ) ring->membershipIs( PACKET_MR_MULTICAST, group, true );
    for( const int fd : { ring->fd(), links.get() } ) {
       epoll_event interest{ .events = EPOLLIN, .data = { .fd = fd } };
-      if( epoll_ctl( events_.get(), EPOLL_CTL_ADD, fd, &interest ) < 0 ) fail( "can't be watched" );
+      if( epoll_ctl( events_.get(), EPOLL_CTL_ADD, fd, &interest ) < 0 ) fail( deviceName_, "can't be watched" );
    }
    ring_ = ring;
    links_ = std::move( links );

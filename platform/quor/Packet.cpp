@@ -36,8 +36,9 @@ Kel::U64 number( const void* ptr ) { return reinterpret_cast< std::uintptr_t >( 
 }
 
 // Neither of the two returns: they say what is wrong.
-void Packet::trimmedBeyond( U32 bytes ) const {
-   Region{ number( data_ ) + bytes, Kel::U64( dataBytes_ ) - bytes, number( buffer_ ), size_ }.check();
+void Packet::trimmedBeyond( U32 head, U32 tail ) const {
+   const Kel::U64 bytes = Kel::U64( head ) + tail;
+   Region{ number( data_ ) + head, Kel::U64( dataBytes_ ) - bytes, number( buffer_ ), size_ }.check();
    KEL_ASSERT( "Quor/Packet", bytes <= dataBytes_ );
    std::abort();
 }

@@ -70,7 +70,7 @@ class Packet : public Kel::PtrInterface {
    /// Drops the first `bytes` of the data.
    void headTrim( U32 bytes ) {
       KEL_ASSERT( "Quor/Packet", sharedBuffer_ != 0 );
-      if( bytes > dataBytes_ ) [[unlikely]] trimmedBeyond( bytes );
+      if( bytes > dataBytes_ ) [[unlikely]] trimmedBeyond( bytes, 0 );
       data_ += bytes;
       dataBytes_ -= bytes;
    }
@@ -84,7 +84,7 @@ class Packet : public Kel::PtrInterface {
    /// Drops the last `bytes` of the data.
    void tailTrim( U32 bytes ) {
       KEL_ASSERT( "Quor/Packet", sharedBuffer_ != 0 );
-      KEL_ASSERT( "Quor/Packet", bytes <= dataBytes_ );
+      if( bytes > dataBytes_ ) [[unlikely]] trimmedBeyond( 0, bytes );
       dataBytes_ -= bytes;
    }
 
@@ -96,7 +96,7 @@ class Packet : public Kel::PtrInterface {
    };
 
    static SharedBuffer* newBuffer( U32 size );
-   [[noreturn, gnu::cold]] void trimmedBeyond( U32 bytes ) const;
+   [[noreturn, gnu::cold]] void trimmedBeyond( U32 head, U32 tail ) const;
    [[noreturn, gnu::cold]] void grownBeyond( U32 bytes ) const;
    void take( SharedBuffer* buffer, U32 size, U32 headRoom, U32 bytes ) noexcept;
    void drop() noexcept;

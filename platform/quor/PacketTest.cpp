@@ -83,6 +83,7 @@ TEST( PacketDeathTest, SaysWhatIsWrong ) {
    for( const U32 beyond : { 1u, 4u, 0x80000000u, 0xffffffffu - 30 } ) {
       Packet pkt( counting( 10 ), 8, 6 );
       EXPECT_DEATH( pkt.headTrim( 16 + beyond ), start );
+      EXPECT_DEATH( pkt.tailTrim( 18 + beyond ), end );
       EXPECT_DEATH( pkt.tailGrow( 6 + beyond ), end );
    }
    // In the buffer still, but behind the data.

@@ -78,7 +78,7 @@ void PamMuxDemux::handleRx( const Kel::Ptr< Packet >& pkt ) {
 }
 
 void PamMuxDemux::handleTx( const Kel::Ptr< Packet >& pkt, U32 from ) {
-   if( !initialized_ || !( mode_ & PamMode::tx ) || !onePam_ ) return;
+   if( !pkt || !initialized_ || !( mode_ & PamMode::tx ) || !onePam_ ) return;
    doEncapsulate( pkt, from );
    const Kel::Ptr< Pam > below = onePam_;
    below->tx( pkt );
