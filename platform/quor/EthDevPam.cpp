@@ -30,8 +30,8 @@ namespace {
 
 constexpr std::size_t txBatchFrames = 64;
 
-[[noreturn]] void fail( const Kel::String8& device, const char* what ) {
-   const std::string why = std::system_category().message( errno );
+[[noreturn]] void fail( const Kel::String8& device, const std::string& what, int error = errno ) {
+   const std::string why = std::system_category().message( error );
    throw Kel::Exception( "Ethernet device '" + device.str() + "': " + what + ": " + why );
 }
 
@@ -78,15 +78,23 @@ EthDevPam::EthDevPam( const Kel::String8& deviceName ) : deviceName_( deviceName
 
 EthDevPam::~EthDevPam() = default;
 
+void EthDevPam::membershipIs( PacketRing& ring, Kel::U16 type, const EthAddr& group, bool on ) const {
+   const int error = ring.membershipIs( type, group, on );
+   // A device that has gone takes its memberships along, and `dispatch` is about to tell of it.
+   if( !error || error == ENODEV || ( error == EADDRNOTAVAIL && !on ) ) return;
+   const std::string what = type == PACKET_MR_PROMISC ? "the promiscuous mode" : "the group " + group.stringValue().str();
+   fail( deviceName_, what + ( on ? " can't be entered" : " can't be left" ), error );
+}
+
 void EthDevPam::promiscuousIs( bool on ) {
    if( promiscuous_ == on ) return;
-   if( ring_ ) ring_->membershipIs( PACKET_MR_PROMISC, EthAddr(), on );
+   if( ring_ ) membershipIs( *ring_, PACKET_MR_PROMISC, EthAddr(), on );
    promiscuous_ = on;
 }
 
 void EthDevPam::multicastAddrIs( const EthAddr& group, bool on ) {
    if( multicastAddr( group ) == on ) return;
-   if( ring_ ) ring_->membershipIs( PACKET_MR_MULTICAST, group, on );
+   if( ring_ ) membershipIs( *ring_, PACKET_MR_MULTICAST, group, on );
    if( on ) multicastAddrs_.insert( group );
    else multicastAddrs_.erase( group );
 }
@@ -101,8 +109,8 @@ void EthDevPam::open() {
    // Before the device is looked up, so that its end can't be missed.
    Kel::UniqueFd links = linkSocket( deviceName_ );
    const auto ring = std::make_shared< PacketRing >( deviceName_ );
-   if( promiscuous_ ) ring->membershipIs( PACKET_MR_PROMISC, EthAddr(), true );
-   for( const EthAddr& group : multicastAddrs_ ) ring->membershipIs( PACKET_MR_MULTICAST, group, true );
+   if( promiscuous_ ) membershipIs( *ring, PACKET_MR_PROMISC, EthAddr(), true );
+   for( const EthAddr& group : multicastAddrs_ ) membershipIs( *ring, PACKET_MR_MULTICAST, group, true );
    for( const int fd : { ring->fd(), links.get() } ) {
       epoll_event interest{ .events = EPOLLIN, .data = { .fd = fd } };
       if( epoll_ctl( events_.get(), EPOLL_CTL_ADD, fd, &interest ) < 0 ) fail( deviceName_, "can't be watched" );

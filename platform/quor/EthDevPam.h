@@ -52,14 +52,16 @@ class EthDevPam : public Pam {
    /// Which way frames pass, of `PamMode`; none at start.
    U32 mode() const { return mode_; }
    void modeIs( U32 mode ) { mode_ = mode; }
-   /// Whether frames to any address are received, not only those to the device's own, to its groups and to all.
+   /// Whether frames to any address are received, not only those to the device's own, to its groups and to all. Kept for each
+   /// opening of the device. Throws `Kel::Exception` with the device and the system's reason when that refuses, and is then as
+   /// before; a device that has just gone is no such case.
    bool promiscuous() const { return promiscuous_; }
    void promiscuousIs( bool on );
-   /// Whether frames to this group address are received.
+   /// Whether frames to this group address are received; likewise.
    bool multicastAddr( const EthAddr& group ) const { return multicastAddrs_.contains( group ); }
    void multicastAddrIs( const EthAddr& group, bool on );
    /// Opens the device or closes it. Throws `Kel::Exception` "Ethernet device 'et9' can't be opened: No such device", or whatever
-   /// the system's reason is, and is then closed.
+   /// the system's reason is, and is then closed. One that has gone counts as open until `dispatch` has told of it.
    bool enabled() const { return ring_ != nullptr; }
    void enabledIs( bool on );
    /// The device's own address, as it was when the device was opened; zero while it is closed.
@@ -93,6 +95,7 @@ class EthDevPam : public Pam {
 
  private:
    void open();
+   void membershipIs( PacketRing& ring, Kel::U16 type, const EthAddr& group, bool on ) const;
    void close();
    bool deviceHasGone();
    void handleGone();

@@ -104,6 +104,13 @@ TEST_F( EthDevPamTest, CountsWhatIsLostAndWhatIsRefused ) {
    EXPECT_EQ( pam->counters().txDropped, 1u );
 }
 
+TEST_F( EthDevPamTest, FramesWaitForASlowDevice ) {
+   if( !run( "tc qdisc add dev near root tbf rate 8mbit burst 2000 limit 10000000" ) ) GTEST_SKIP() << "needs 'tc' and its tbf";
+   for( int i = 0; i < 1000; ++i ) pam->tx( packet( frame( {}, 1 ) ) );
+   EXPECT_EQ( pam->counters().txFrames, 1000u );
+   for( int i = 0; i < 10; ++i ) EXPECT_EQ( far->receive(), frame( {}, 1 ) );
+}
+
 TEST_F( EthDevPamTest, JoinsGroupsBeforeAndWhileItIsOpen ) {
    const char *first = "01:80:c2:00:00:02", *second = "01:80:c2:00:00:0e";
    pam->multicastAddrIs( EthAddr( first ), true );
@@ -120,9 +127,15 @@ TEST_F( EthDevPamTest, JoinsGroupsBeforeAndWhileItIsOpen ) {
 }
 
 TEST_F( EthDevPamTest, TellsOnceOfADeviceThatVanishesAndOpensItAgain ) {
+   const EthAddr first( "01:80:c2:00:00:02" ), second( "01:80:c2:00:00:0e" );
+   pam->multicastAddrIs( first, true );
    for( int round = 1; round <= 2; ++round ) {
       far->send( frame( {}, 1 ) );
       pull();
+      // Between the end of the device and the word of it, settings are kept for its return.
+      pam->promiscuousIs( true );
+      pam->multicastAddrIs( first, false );
+      pam->multicastAddrIs( second, true );
       ASSERT_TRUE( until( [ this ] { return !listener.gone.empty(); } ) );
       // What came before is delivered first.
       EXPECT_EQ( std::exchange( listener.frames, {} ).size(), 1u );
@@ -132,6 +145,10 @@ TEST_F( EthDevPamTest, TellsOnceOfADeviceThatVanishesAndOpensItAgain ) {
       EXPECT_THROW( pam->enabledIs( true ), Kel::Exception );
       plug();
       pam->enabledIs( true );
+      EXPECT_TRUE( isPromiscuous() && isMember( "01:80:c2:00:00:0e" ) && !isMember( "01:80:c2:00:00:02" ) );
+      pam->promiscuousIs( false );
+      pam->multicastAddrIs( first, true );
+      pam->multicastAddrIs( second, false );
       pam->tx( packet( frame( {}, 7 ) ) );
       EXPECT_EQ( far->receive(), frame( {}, 7 ) );
    }

@@ -32,6 +32,7 @@ namespace {
 
 constexpr Kel::U32 ringBytes = 2u << 20;
 constexpr Kel::U32 blockBytes = 64u << 10;
+constexpr int sendBytes = 4 << 20;   // what may wait for the device: thousands of frames, with what Linux keeps of each
 constexpr Kel::U32 slotOverhead = 128;   // the slot's head and alignment, and a tag
 
 }
@@ -57,6 +58,8 @@ PacketRing::PacketRing( const Kel::String8& device ) : device_( device ) {
    findDevice();
    bind( fd_, ETH_P_ALL );
    bind( sendFd_, 0 );
+   // Without the right to it (CAP_NET_ADMIN), what the system gives to all has to do.
+   setsockopt( sendFd(), SOL_SOCKET, SO_SNDBUFFORCE, &sendBytes, sizeof sendBytes );
 }
 
 PacketRing::~PacketRing() {
@@ -103,13 +106,14 @@ void PacketRing::bind( const Kel::UniqueFd& fd, Kel::U16 protocol ) {
    check( ::bind( fd.get(), reinterpret_cast< const sockaddr* >( &address ), sizeof address ) );
 }
 
-void PacketRing::membershipIs( Kel::U16 type, const EthAddr& group, bool on ) {
+int PacketRing::membershipIs( Kel::U16 type, const EthAddr& group, bool on ) {
    packet_mreq request{};
    request.mr_ifindex = index_;
    request.mr_type = type;
    request.mr_alen = EthAddr::size;
    std::memcpy( request.mr_address, group.bytes().data(), EthAddr::size );
-   check( setsockopt( fd(), SOL_PACKET, on ? PACKET_ADD_MEMBERSHIP : PACKET_DROP_MEMBERSHIP, &request, sizeof request ) );
+   const int option = on ? PACKET_ADD_MEMBERSHIP : PACKET_DROP_MEMBERSHIP;
+   return setsockopt( fd(), SOL_PACKET, option, &request, sizeof request ) < 0 ? errno : 0;
 }
 
 Kel::Ptr< Packet > PacketRing::longFrame( U32 bytes ) {

@@ -27,8 +27,8 @@ class PacketRing {
    /// The device's own address when it was opened.
    const EthAddr& address() const { return address_; }
 
-   /// Joins or leaves (packet(7), PACKET_MR_...). Throws `Kel::Exception`.
-   void membershipIs( Kel::U16 type, const EthAddr& group, bool on );
+   /// Joins or leaves (packet(7), PACKET_MR_...). Returns the system's error number, 0 for none.
+   int membershipIs( Kel::U16 type, const EthAddr& group, bool on );
    /// The next frame, with its tag in its place. `cut` when the system could hand over only the beginning of one.
    Taken next( Kel::Ptr< Packet >& frame );
    /// Takes note of the socket's error, which is raised until somebody does.

@@ -25,6 +25,7 @@ class PamMuxDemux::Endpoint : public Pam {
       if( owner_ ) owner_->handleTx( pkt, key_ );
    }
    void ownerGone() { owner_ = nullptr; }
+   const PamMuxDemux* owner() const { return owner_; }
    using Pam::deliver;
    using Pam::deliverGone;
 
@@ -41,9 +42,20 @@ PamMuxDemux::~PamMuxDemux() {
    for( auto i = endpoints_.iterator(); i; ++i ) i.value()->ownerGone();
 }
 
+/// Whether what is sent to `pam` comes to this machine.
+bool PamMuxDemux::isBelow( const Pam* pam ) const {
+   const PamMuxDemux* owner = nullptr;
+   for( ; owner != this && pam; pam = owner ? owner->onePam_.ptr() : nullptr ) {
+      const auto* const endpoint = dynamic_cast< const Endpoint* >( pam );
+      owner = endpoint ? endpoint->owner() : nullptr;
+   }
+   return owner == this;
+}
+
 void PamMuxDemux::onePamIs( const Kel::Ptr< Pam >& onePam ) {
    if( onePam == onePam_ ) return;
    if( onePam && onePam->notifiee() ) Pam::alreadyAttached();
+   if( isBelow( onePam.ptr() ) ) throw Kel::InternalException( "packet multiplexer can't stand on its own endpoint" );
    if( onePam_ ) onePam_->notifieeIs( nullptr );
    onePam_ = onePam;
    if( onePam_ ) onePam_->notifieeIs( &lower_ );

@@ -26,7 +26,8 @@ class PamMuxDemux : public Kel::Machine {
    explicit PamMuxDemux( const Kel::Ptr< Pam >& onePam );
    ~PamMuxDemux() override;
 
-   /// The lower endpoint. Null sends nowhere.
+   /// The lower endpoint. Null sends nowhere. Throws `Kel::InternalException` for one that has a notifiee already, and for one
+   /// that stands on this machine itself: a packet would go round without end.
    Kel::Ptr< Pam > onePam() const { return onePam_; }
    virtual void onePamIs( const Kel::Ptr< Pam >& onePam );
    /// Which way packets pass, of `PamMode`; none at start.
@@ -52,6 +53,7 @@ class PamMuxDemux : public Kel::Machine {
 
  private:
    class Endpoint;
+   bool isBelow( const Pam* pam ) const;
    struct Lower : PamNotifiee {
       explicit Lower( PamMuxDemux* owner ) : owner_( owner ) {}
       void onRx( const Kel::Ptr< Packet >& pkt ) override { owner_->handleRx( pkt ); }

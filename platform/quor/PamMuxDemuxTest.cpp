@@ -87,6 +87,19 @@ TEST_F( PamMuxDemuxTest, TakesAnotherLowerEndpoint ) {
    EXPECT_EQ( other->sent.size(), 1u );
 }
 
+TEST_F( PamMuxDemuxTest, DoesNotStandOnItself ) {
+   const Ptr< PamMuxDemux > upper( new ByteMux( mux->newPam( 9 ) ) );
+   EXPECT_THROW( mux->onePamIs( mux->newPam( 1 ) ), Kel::InternalException );
+   EXPECT_THROW( mux->onePamIs( upper->newPam( 1 ) ), Kel::InternalException );
+   EXPECT_EQ( mux->onePam(), wire );
+   upper->newPam( 1 )->tx( packet( { 5 } ) );
+   EXPECT_THAT( wire->sent, ElementsAre( Bytes{ 9, 1, 5 } ) );
+   upper->onePamIs( nullptr );
+   mux->onePamIs( upper->newPam( 1 ) );   // the other way round
+   mux->pam( 9 )->tx( packet( { 6 } ) );
+   EXPECT_EQ( wire->sent.size(), 1u );
+}
+
 TEST_F( PamMuxDemuxTest, CallbackMayLetEverythingGo ) {
    seven.action = [ this ] {
       mux->pamDel( 7 );
