@@ -2,12 +2,14 @@
 
 #include <Vanta/VlanMuxDemux.h>
 #include <algorithm>
+#include <atomic>
 #include <benchmark/benchmark.h>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <kel/UniqueFd.h>
+#include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <poll.h>
@@ -15,11 +17,13 @@
 #include <stdexcept>
 #include <string>
 #include <sys/epoll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <time.h>
 
 // What a tag costs in memory, beside the least that it can cost: the frame's addresses moved by 4 bytes and back. And what a
-// frame costs on its way through a device of the system, beside a program that calls the system for each.
+// frame costs on its way through a device of the system, beside a program that calls the system for each, and beside the least
+// that the system takes for it: the same calls and the same ring, for a receiver who looks into it by himself and at nothing else.
 
 namespace {
 
@@ -148,14 +152,72 @@ class VantaDevices : Quor::PamNotifiee {
    U32 received_ = 0;
 };
 
+Kel::UniqueFd packetSocket( const char* device, U16 protocol ) {
+   Kel::UniqueFd fd( socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0 ) );
+   const int on = 1;
+   setsockopt( fd.get(), SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on );
+   sockaddr_ll address{};
+   address.sll_family = AF_PACKET;
+   address.sll_protocol = __builtin_bswap16( protocol );
+   address.sll_ifindex = static_cast< int >( if_nametoindex( device ) );
+   if( bind( fd.get(), reinterpret_cast< sockaddr* >( &address ), sizeof address ) != 0 )
+      throw std::runtime_error( std::strerror( errno ) );
+   return fd;
+}
+
+/// A call for a burst, and a ring whose frames are counted and given back.
+class BareRing {
+ public:
+   explicit BareRing( U32 bytes ) : frame_( taggedFrame( bytes ) ) {
+      const Cable cable( [ this ] {
+         near_ = packetSocket( "near", 0 );
+         far_ = packetSocket( "far", ETH_P_ALL );
+      } );
+      const int version = TPACKET_V2;
+      const tpacket_req size{ blockBytes, slots / ( blockBytes / slotBytes ), slotBytes, slots };
+      setsockopt( far_.get(), SOL_PACKET, PACKET_VERSION, &version, sizeof version );
+      setsockopt( far_.get(), SOL_PACKET, PACKET_RX_RING, &size, sizeof size );
+      void* mapped = mmap( nullptr, std::size_t( slots ) * slotBytes, PROT_READ | PROT_WRITE, MAP_SHARED, far_.get(), 0 );
+      if( mapped == MAP_FAILED ) throw std::runtime_error( std::strerror( errno ) );
+      ring_ = static_cast< U8* >( mapped );
+   }
+   BareRing( const BareRing& ) = delete;
+   BareRing& operator=( const BareRing& ) = delete;
+   ~BareRing() { munmap( ring_, std::size_t( slots ) * slotBytes ); }
+   void send() {
+      iovec part{ frame_.data(), frame_.size() };
+      mmsghdr messages[ burst ]{};
+      for( mmsghdr& m : messages ) m.msg_hdr.msg_iov = &part, m.msg_hdr.msg_iovlen = 1;
+      sent_ = sendmmsg( near_.get(), messages, burst, 0 );
+   }
+   bool receive() {
+      for( ; sent_ > 0; --sent_, at_ = ( at_ + 1 ) % slots ) {
+         const std::atomic_ref owner( reinterpret_cast< tpacket2_hdr* >( ring_ + at_ * slotBytes )->tp_status );
+         if( !( owner.load( std::memory_order_acquire ) & TP_STATUS_USER ) ) return false;
+         owner.store( TP_STATUS_KERNEL, std::memory_order_release );
+      }
+      return sent_ == 0;
+   }
+
+ private:
+   static constexpr unsigned slotBytes = 2048, slots = 1024, blockBytes = 65536;
+   std::vector< U8 > frame_;
+   Kel::UniqueFd near_, far_;
+   U8* ring_ = nullptr;
+   std::size_t at_ = 0;
+   int sent_ = 0;
+};
+
 /// A packet socket and a call for each frame; who receives waits on the epoll set that an agent's loop would have.
 class PlainSockets {
  public:
    explicit PlainSockets( U32 bytes ) : frame_( taggedFrame( bytes ) ) {
       const Cable cable( [ this ] {
-         near_ = plainSocket( "near" );
-         far_ = plainSocket( "far" );
+         near_ = packetSocket( "near", ETH_P_ALL );
+         far_ = packetSocket( "far", ETH_P_ALL );
       } );
+      const int on = 1;
+      setsockopt( far_.get(), SOL_PACKET, PACKET_AUXDATA, &on, sizeof on );   // where the tag stands
       epoll_event interest{ .events = EPOLLIN, .data = {} };
       epoll_ctl( events_.get(), EPOLL_CTL_ADD, far_.get(), &interest );
    }
@@ -169,19 +231,6 @@ class PlainSockets {
    }
 
  private:
-   static Kel::UniqueFd plainSocket( const char* device ) {
-      Kel::UniqueFd fd( socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0 ) );
-      const int on = 1;
-      setsockopt( fd.get(), SOL_PACKET, PACKET_AUXDATA, &on, sizeof on );   // where the tag stands
-      setsockopt( fd.get(), SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on );
-      sockaddr_ll address{};
-      address.sll_family = AF_PACKET;
-      address.sll_protocol = 0x0300;   // all, in network byte order
-      address.sll_ifindex = static_cast< int >( if_nametoindex( device ) );
-      if( bind( fd.get(), reinterpret_cast< sockaddr* >( &address ), sizeof address ) != 0 )
-         throw std::runtime_error( std::strerror( errno ) );
-      return fd;
-   }
    bool receiveOne() {
       U8 buffer[ 2048 ];
       alignas( cmsghdr ) char control[ CMSG_SPACE( sizeof( tpacket_auxdata ) ) ];
@@ -204,6 +253,7 @@ class PlainSockets {
    benchmark::RegisterBenchmark( "mux-tag/memmove", bareShift )->Args( { bytes, frames } );
    if( frames > 1 ) return;
    benchmark::RegisterBenchmark( "mux-device/vanta", throughCable< VantaDevices > )->Arg( bytes );
+   benchmark::RegisterBenchmark( "mux-device/bare-ring", throughCable< BareRing > )->Arg( bytes );
    benchmark::RegisterBenchmark( "mux-device/call-per-frame", throughCable< PlainSockets > )->Arg( bytes );
 } ), true );
 
