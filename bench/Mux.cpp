@@ -80,7 +80,9 @@ struct Cable {
       const Kel::UniqueFd home( open( "/proc/self/ns/net", O_RDONLY | O_CLOEXEC ) );
       if( !home || unshare( CLONE_NEWNET ) != 0 ) throw std::runtime_error( "it needs root, to make a network namespace" );
       const char* plug = "exec 2> /dev/null; echo 1 > /proc/sys/net/ipv6/conf/default/disable_ipv6;"
-                         " ip link add near type veth peer name far && ip link set near up && ip link set far up";
+                         " ip link add near type veth peer name far && ip link set near up && ip link set far up &&"
+                         // What is sent before is dropped without a word.
+                         " for i in $(seq 500); do ip link show near | grep -q 'state UP' && exit; sleep 0.01; done; exit 1";
       const bool isPlugged = std::system( plug ) == 0;
       if( isPlugged ) opened();
       setns( home.get(), CLONE_NEWNET );

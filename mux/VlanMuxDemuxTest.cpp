@@ -99,15 +99,41 @@ TEST_F( VlanMuxDemuxTest, AnyFrameComesOutAsTheReferenceSays ) {
 
 TEST_F( VlanMuxDemuxTest, KeyAndTagControlHaveTwelveBitsOfVlan ) {
    const auto mux = newMux( false );
-   const Bytes frame( 20, 0x55 );
    for( U32 n = 0; n < 65536; ++n ) {
-      const auto pkt = packet( frame );
-      ASSERT_EQ( encapsulate( mux, pkt, n ), encapsulated( frame, n, false ) );
-      // As tag control of a received frame, with priority and drop-eligible in it.
-      Quor::Dot1qHdr( pkt->writableData() ).tagIs( 0x8100, U16( n ) );
-      ASSERT_EQ( decapsulate( mux, pkt ), ( Outcome{ frame, n & 0xfff, false } ) );
+      const Bytes frame( 14 + n % 51, 0x55 );
+      for( const U32 headRoom : { 0, 8 } ) {
+         for( const bool shared : { false, true } ) {
+            const Ptr< Packet > pkt( new Packet( frame, headRoom ) );
+            const Packet other = shared ? *pkt : Packet();
+            ASSERT_EQ( encapsulate( mux, pkt, n ), encapsulated( frame, n, false ) );
+            // As tag control of a received frame, with priority and drop-eligible in it.
+            Quor::Dot1qHdr( pkt->writableData() ).tagIs( 0x8100, U16( n ) );
+            ASSERT_EQ( decapsulate( mux, pkt ), ( Outcome{ frame, n & 0xfff, false } ) );
+            if( shared ) { ASSERT_EQ( content( other ), frame ); }
+         }
+      }
    }
+   const Bytes frame( 20, 0x55 );
    EXPECT_EQ( encapsulate( mux, packet( frame ), 0xffff1001 ), encapsulated( frame, 1, false ) );
+}
+
+TEST_F( VlanMuxDemuxTest, TracesEachFramesVlan ) {
+   std::vector< std::string > lines;
+   const auto destination = Kel::traceToCallback( [ & ]( const Kel::TraceLine& line ) {
+      lines.push_back( std::to_string( line.level ) + " " + std::string( line.source ) + " " + std::string( line.function ) +
+                       std::string( line.text ) );
+   } );
+   Kel::traceSettingIs( "VlanMuxDemux/*" );
+   const auto mux = newMux( false ), leaving = newMux( true );
+   const auto pkt = packet( Bytes( 20, 0x55 ) ), cut = packet( Bytes( 13 ) );
+   mux->doEncapsulate( pkt, 4097 ), mux->decapsulate( pkt ), leaving->doEncapsulate( pkt, 9 ), leaving->decapsulate( pkt );
+   mux->doEncapsulate( cut, 1 ), mux->decapsulate( cut );
+   Kel::traceSettingReset();
+   const std::string in = " VlanMuxDemux virtual U32 Vanta::VlanMuxDemux::decapsulate() ",
+                     out = " VlanMuxDemux virtual void Vanta::VlanMuxDemux::doEncapsulate() ",
+                     tooShort = "frame too short for its header, bytes 13";
+   EXPECT_THAT( lines, ElementsAre( "8" + out + "from 4097", "8" + in + "VLAN 1", "8" + out + "from 9", "8" + out + "from 1",
+                                    "0" + out + tooShort, "0" + in + tooShort ) );
 }
 
 TEST_F( VlanMuxDemuxTest, DescribesItsAttributesInOrder ) {

@@ -162,6 +162,7 @@ TEST_F( EthDevPamTest, GoesOnWhenADeviceIsTakenDownAndUpOrLeavesABridge ) {
    pam->tx( packet( frame( {}, 1 ) ) );
    EXPECT_EQ( pam->counters().txDropped, 1u );
    ASSERT_TRUE( run( "ip link set near up" ) );
+   awaitLink();
    ASSERT_TRUE( run( "ip link add br0 type bridge && ip link set near master br0 && ip link set near nomaster" ) );
    far->send( frame( {}, 2 ) );
    EXPECT_THAT( received(), ElementsAre( frame( {}, 2 ) ) );

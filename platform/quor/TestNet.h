@@ -98,7 +98,13 @@ class Net : public ::testing::Test {
    /// The cable, with both of its ends.
    void plug() {
       ASSERT_TRUE( run( "ip link add near type veth peer name far && ip link set near up && ip link set far up" ) );
+      awaitLink();
       far.emplace( "far" );
+   }
+   /// Waits until both ends are in use: what is sent before that is dropped without a word.
+   void awaitLink() {
+      const std::string isUp = "[ $(ip link show type veth | grep -c 'state UP') = 2 ]";
+      ASSERT_TRUE( run( "for i in $(seq 500); do " + isUp + " && exit; sleep 0.01; done; exit 1" ) );
    }
    void pull() { ASSERT_TRUE( run( "ip link del near" ) ); }
 
