@@ -2,6 +2,7 @@
 #include <Vanta/PlexoIntfCounter.h>
 #include <gtest/gtest.h>
 #include <kel/Dir.h>
+#include <plexo/Shared.h>
 #include <plexo/TestTable.h>
 #include <sstream>
 
@@ -186,10 +187,20 @@ std::string show( const VlanIntfCounter& view ) {
    return out.str();
 }
 
+/// Calls `react` with the attributes of a view as they change.
+struct Watch : VlanIntfCounter::NotifieeConst {
+   Watch( const Ptr< VlanIntfCounter >& view, std::function< void( const std::string& ) > r )
+         : NotifieeConst( view ), react( std::move( r ) ) {}
+   void onStatistics() override { react( "statistics " ); }
+   void onVlanStatistics() override { react( "vlanStatistics " ); }
+   void onValid() override { react( show( *notifier() ) + " " ); }
+   const std::function< void( const std::string& ) > react;
+};
+
 struct PlexoIntfCounterTest : testing::Test {
-   static Ptr< AllIntfCounterDir > table( Plexo::TableMode mode ) {
+   static Ptr< AllIntfCounterDir > table( Plexo::TableMode mode, Kel::U32 maxRecords = 100 ) {
       const auto made = Plexo::Interface::allIntfCounterDirFactory( Name( "counters" ) );
-      made->intfCounterControl().setUp( { .name = "counters", .mode = mode, .initialRecords = 16 } );
+      made->intfCounterControl().setUp( { .name = "counters", .mode = mode, .initialRecords = 16, .maxRecords = maxRecords } );
       return made;
    }
    static void count( AllIntfCounterDir& table, Kel::U32 n, const IntfCounterKey& key = current ) {
@@ -200,6 +211,11 @@ struct PlexoIntfCounterTest : testing::Test {
    }
    static Ptr< VlanIntfCounter > viewOf( const Ptr< AllIntfCounterDir >& table ) {
       return Kel::makePtr< PlexoIntfCounter >( Name( "current" ), table, vlan10 );
+   }
+   static bool comesTo( AllIntfCounterDir& table, const VlanIntfCounter& view, const std::string& expected ) {
+      auto& control = table.intfCounterControl();
+      const auto drain = [ & ] { while( control.dispatch() ) {} };
+      return Plexo::drainUntil( [ & ] { return control.fd(); }, drain, [ & ] { return show( view ) == expected; } );
    }
    const Plexo::TestDirectory home{ { "PLEXO_DIR" } };
 };
@@ -220,35 +236,54 @@ TEST_F( PlexoIntfCounterTest, FollowsWhatAnotherProcessWrites ) {
       return 0;
    } );
    const auto reading = table( Plexo::TableMode::reader );
-   auto& control = reading->intfCounterControl();
    const auto view = viewOf( reading );
-   const auto comesTo = [ & ]( const std::string& expected ) {
-      const auto drain = [ & ] { while( control.dispatch() ) {} };
-      return Plexo::drainUntil( [ & ] { return control.fd(); }, drain, [ & ] { return show( *view ) == expected; } );
-   };
    EXPECT_EQ( show( *view ), "invalid 0 0 0" );
    next.give(), written.take();
-   EXPECT_TRUE( comesTo( "valid 1 10 100" ) );
+   EXPECT_TRUE( comesTo( *reading, *view, "valid 1 10 100" ) );
    next.give(), written.take();
    // A view that is made now need not wait for the announcement.
    EXPECT_EQ( show( *view ), "valid 1 10 100" );
    EXPECT_EQ( show( *viewOf( reading ) ), "valid 2 20 200" );
-   EXPECT_TRUE( comesTo( "valid 2 20 200" ) );
+   EXPECT_TRUE( comesTo( *reading, *view, "valid 2 20 200" ) );
    next.give(), written.take();
-   EXPECT_TRUE( comesTo( "invalid 0 0 0" ) );
+   EXPECT_TRUE( comesTo( *reading, *view, "invalid 0 0 0" ) );
    next.give();
    EXPECT_EQ( writer.wait(), 0 );
 }
 
-/// Calls `react` with the attributes of a view as they change.
-struct Watch : VlanIntfCounter::NotifieeConst {
-   Watch( const Ptr< VlanIntfCounter >& view, std::function< void( const std::string& ) > r )
-         : NotifieeConst( view ), react( std::move( r ) ) {}
-   void onStatistics() override { react( "statistics " ); }
-   void onVlanStatistics() override { react( "vlanStatistics " ); }
-   void onValid() override { react( show( *notifier() ) + " " ); }
-   const std::function< void( const std::string& ) > react;
-};
+TEST_F( PlexoIntfCounterTest, OutlivesItsWriterAndFollowsTheNext ) {
+   const auto reading = table( Plexo::TableMode::reader );   // of a table that is yet to come
+   const auto view = viewOf( reading );
+   std::string seen;
+   const auto watch = Kel::makePtr< Watch >( view, [ & ]( const std::string& what ) { seen += what; } );
+   Plexo::Child crashing( [] {
+      const auto own = table( Plexo::TableMode::writer );
+      count( *own, 1 );
+      int stores = 40;   // of those that one change takes
+      Plexo::SharedStore::hookIs( []( void* left ) { if( --*static_cast< int* >( left ) == 0 ) raise( SIGKILL ); }, &stores );
+      count( *own, 2 );
+      return 0;
+   } );
+   EXPECT_EQ( crashing.wait(), -SIGKILL );
+   EXPECT_TRUE( comesTo( *reading, *view, "valid 1 10 100" ) );
+   EXPECT_EQ( reading->intfCounterControl().state(), Plexo::TableState::stale );
+   std::string left = show( *view );
+   for( const Kel::U32 maxRecords : { 100, 200 } ) {   // the same file, then one in its place
+      Plexo::Child next( [ & ] {
+         const auto own = table( Plexo::TableMode::writer, maxRecords );
+         const bool asLeft = show( *viewOf( own ) ) == left;
+         count( *own, maxRecords );
+         return asLeft ? 0 : 1;
+      } );
+      EXPECT_EQ( next.wait(), 0 );
+      const std::string n = std::to_string( maxRecords );
+      EXPECT_TRUE( comesTo( *reading, *view, left = "valid " + n + " " + n + "0 " + n + "00" ) );
+   }
+   EXPECT_EQ( seen, "statistics vlanStatistics valid 1 10 100 statistics vlanStatistics statistics vlanStatistics " );
+   std::filesystem::remove( home.path + "/counters.plexo" );
+   const auto anew = table( Plexo::TableMode::writer );
+   EXPECT_TRUE( comesTo( *reading, *view, "invalid 0 0 0" ) );
+}
 
 TEST_F( PlexoIntfCounterTest, IsValidWhileItsAttributesAreThoseOfARow ) {
    const auto root = Kel::dirFactory( Name( "sys" ) );
