@@ -128,6 +128,7 @@ const struct {
    { "S i/s/e/subintf P sys/c/t C c/t", "0 SubIntf Plexo counterDir is null\nnothing" },
    { "S i/s/e/subintf P sys/c/t T c/t", "a view" },
    { "S i/s/e/subintf P /c/t T c/t", "a view" },
+   { "S i/s/e/subintf P c/t T c/t", "a view" },
    { "S i/s/e/subintf T c/t K x", "a view" },
    { "S i/s/e/subintf P sys/c/t T c/t D d K x", "0 SubIntf Plexo counterDir is null\nnothing" },
    // VLANs in shared memory.

@@ -70,7 +70,7 @@ TEST( SubIntfDetailsDeathTest, IndicesComeFromTheIdentifier ) {
          EXPECT_DEATH( ifIndex( intfId ), std::string( "SubIntf: ifIndex: assertion \"" ) + assertion + "\" failed" ) << intfId;
          continue;
       }
-      for( const S32 base : { 1 << 30, ( 1 << 30 ) - 1, 0 } ) {
+      for( const S32 base : { 1 << 30, 0x3fffe000, 0 } ) {
          subIntfIfIndexBaseIs( base );
          EXPECT_EQ( ifIndex( intfId ), index + base ) << intfId;
          EXPECT_EQ( ifIndex< OtherSubIntfStatus >( intfId ), index + base ) << intfId;
