@@ -27,9 +27,7 @@ struct OtherSubIntfStatus : SubIntfStatus {
    Kel::Type& fwkType() const override { return _Type; }
 };
 constinit Kel::Type OtherSubIntfStatus::_Type{
-   { .qualifiedName = "OtherSubIntfStatus", .code = Kel::TypeCode::entity, .base = &SubIntfStatus::_Type,
-     .firstAttr = Attr_::count_ }
-};
+   { .qualifiedName = "Other", .code = Kel::TypeCode::entity, .base = &SubIntfStatus::_Type, .firstAttr = Attr_::count_ } };
 
 template< class Status = SubIntfStatus >
 S32 ifIndex( const IntfId& intfId ) {

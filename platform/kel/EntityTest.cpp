@@ -225,27 +225,23 @@ TEST_F( EntityTest, PathsLeadThroughTheTree ) {
       Kel::Ptr< Kel::Entity > from;
       const char *path, *fullName;
    } paths[] = {
-      { tree, "12", "tree/12" },
       { tree, "Ethernet3/2", "tree/Ethernet3/2" },
       { tree, "Ethernet3", "" },
-      { tree, "12//./", "tree/12" },
       { keyed, "", "tree/12" },
-      { keyed, "12", "" },
-      { keyed, "/12", "tree/12" },
+      { keyed, "/12//./", "tree/12" },
       { keyed, "/", "tree" },
-      { keyed, "..", "tree" },
       { keyed, "..12", "" },
       { keyed, ".././Ethernet3/2/..//12", "tree/12" },
-      { keyed, "../..", "" },
       { keyed, "../../12", "" },
-      { keyed, "/../tree", "" },
       { nullptr, "/..", "" },
    };
    for( const auto& [ from, path, fullName ] : paths ) {
       const auto found = Kel::entityAtPath( from, path );
       EXPECT_EQ( found ? found->fullName().str() : "", fullName ) << path;
    }
-   for( const char* absent : { "", "tre", "tree.12", "tree/12/..", "tree/13" } ) EXPECT_FALSE( Kel::entityAtFullName( *keyed, absent ) );
+   for( const char* absent : { "", "tre", "tree.12", "tree/12/..", "tree/13" } ) {
+      EXPECT_FALSE( Kel::entityAtFullName( *keyed, absent ) ) << absent;
+   }
    EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { Kel::entityAtPath< Leaf >( tree, "12" ); } ),
               "Entity is the wrong type" );
 }
