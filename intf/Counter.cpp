@@ -49,13 +49,11 @@ Ptr< Entity > rootOf( const IntfStatusDirBase& dir ) {
    return const_cast< Entity* >( at );
 }
 
-/// What is at the `counterDirPath`, by its full name or from the root of the tree.
-Ptr< Entity > atCounterDirPath( const IntfStatusDirBase& dir ) {
+/// What is at the `counterDirPath` of a directory in shared memory, by its full name or from the root of the tree.
+Ptr< Entity > fromTheRoot( const IntfStatusDirBase& dir ) {
    const Kel::String8 path = dir.counterDirPath();
-   if( const Ptr< Entity > named = entityAtFullName( dir, path ) ) return named;
-   Entity* root = dir.parent();
-   while( root && root->parent() ) root = root->parent();
-   return entityAtPath( Ptr< Entity >( root ), path );
+   const Ptr< Entity > named = entityAtFullName( dir, path );
+   return named ? named : entityAtPath( dir.parent(), "/" + path.str() );
 }
 
 Ptr< IntfCounterDirBase > counterDirIn( IntfCounterDirDirBase& all, const Quor::IntfId& intfId ) {
@@ -94,7 +92,7 @@ Ptr< VlanIntfCounter > view( const Ptr< Entity >& counterDir, const IntfStatus& 
 Ptr< VlanIntfCounter > subIntfView( const IntfStatus& status, const IntfStatusDirBase& dir ) {
    if( const Ptr< Entity > cached = dir.counterDir() ) return view( cached, status, "SubIntf" );
    if( dir.counterDirPath().empty() ) return missing( "SubIntf Plexo counterDir path not found" );
-   return view( atCounterDirPath( dir ), status, "SubIntf" );
+   return view( fromTheRoot( dir ), status, "SubIntf" );
 }
 
 Ptr< VlanIntfCounter > vlanView( const IntfStatus& status, const IntfStatusDirBase& dir ) {
@@ -102,7 +100,7 @@ Ptr< VlanIntfCounter > vlanView( const IntfStatus& status, const IntfStatusDirBa
       if( cached->fullName() == dir.counterDirPath() ) return view( cached, status, "Vlan" );
       if( auto t = trace( 0 ) ) t << "Vlan counterDirPath " << dir.counterDirPath() << " does not match counterDir";
    }
-   return view( atCounterDirPath( dir ), status, "Vlan" );
+   return view( fromTheRoot( dir ), status, "Vlan" );
 }
 
 /// What holds the counters of all interfaces of the directory; null when nothing is there.
@@ -110,8 +108,7 @@ Ptr< Entity > allCountersOf( const IntfStatus& status, const Ptr< IntfStatusDirB
    if( const Ptr< Entity > cached = dir->counterDir() ) return cached;
    if( const Kel::String8 path = dir->counterDirPath(); !path.empty() ) {
       if( auto t = trace( 2 ) ) t << dir->fullName() << " has counterDirPath " << path;
-      const Ptr< Entity > below = entityAtPath( dir, path );
-      return below ? below : atCounterDirPath( *dir );
+      return entityAtPath( dir, path );
    }
    const std::string path = "counter/" + dir->parent()->name().str() + "/" + dir->name().str();
    if( auto t = trace( 2 ) ) t << "Constructed counterDir path " << path << " for " << status.intfId();

@@ -13,10 +13,11 @@ namespace [[gnu::visibility("default")]] Interface {
 /// - "subintf": in shared memory, in the directory's `counterDir` or at its `counterDirPath`;
 /// - "vlan" with a `counterDirPath` that has "Plexo" in it: in shared memory at that path. `counterDir` spares the search while
 ///   its full name is that path;
-/// - all others: in `counterDir`; without one, at the `counterDirPath`, which may begin at the directory itself; without that, at
-///   `counter/PARENT/NAME`, by the names of the directory's parent and the directory, below the entity three parents above it.
+/// - all others: in `counterDir`; without one, at the `counterDirPath`; without that, at `counter/PARENT/NAME`, by the names of
+///   the directory's parent and the directory, below the entity three parents above it.
 ///
-/// A `counterDirPath` is a full name or a path below the root of the tree. Counters in shared memory come as a new
+/// In shared memory `counterDirPath` is a full name or a path below the root of the tree; in the last case it is a path from the
+/// directory itself (`Kel::entityAtPath`), so "/counter/eth/vlan" begins at the root. Counters in shared memory come as a new
 /// `PlexoIntfCounter`, which belongs to the caller; all others are those of the tree. Nothing in the tree is changed or created.
 ///
 /// Whatever is missing or of the wrong type is traced at level 0 of "Counter" and gives null; nothing is thrown. A status in an

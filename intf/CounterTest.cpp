@@ -2,7 +2,7 @@
 #include <Vanta/PlexoIntfCounter.h>
 #include <gtest/gtest.h>
 #include <kel/Dir.h>
-#include <kel/Path.h>
+#include <plexo/Shared.h>
 #include <plexo/TestTable.h>
 #include <sstream>
 
@@ -41,7 +41,7 @@ struct Odd : IntfCounterDirDirBase {
 ///
 ///    S PATH    the status of Vlan10 in a status directory          T PATH    a table
 ///    P TEXT    whose counterDirPath this is                        O PATH    an `Odd`
-///    K PATH    and which keeps this as its counterDir              D PATH    a directory
+///    K x       and which keeps what was made last as counterDir    D PATH    a directory
 ///    L x       the status in no directory
 ///    C PATH    current counters of Vlan10; C2 those of Vlan20, C3 a snapshot of those of Vlan10
 struct Tree {
@@ -50,8 +50,8 @@ struct Tree {
       for( std::string word, path; in >> word >> path; ) {
          if( word == "L" ) status = vlanIntfStatusFactory( vlan10, nullptr, 1, "Vlan10" );
          else if( word == "P" ) statuses->counterDirPathIs( path );
-         else if( word == "K" ) statuses->counterDirIs( entityAtPath( root, path ) );
-         else put( path, make( word, Name( path.substr( path.rfind( '/' ) + 1 ) ) ) );
+         else if( word == "K" ) statuses->counterDirIs( last );
+         else put( path, last = make( word, Name( path.substr( path.rfind( '/' ) + 1 ) ) ) );
       }
    }
    void put( const std::string& path, const Ptr< Kel::Entity >& entity ) {
@@ -80,6 +80,7 @@ struct Tree {
    const Ptr< Kel::Dir > root = Kel::dirFactory( Name( "sys" ) );
    Ptr< VlanIntfStatusDir > statuses;
    Ptr< IntfStatus > status;
+   Ptr< Kel::Entity > last;
 };
 
 /// A full name, "a view" or "nothing".
@@ -90,6 +91,11 @@ std::string found( const Ptr< VlanIntfCounter >& counter ) {
 }
 
 #define ODD "dynamic_cast to Interface::IntfCounterDirDirBase failed; typeid is "
+#define SLICES "i/counter/eth/slice/phy"
+#define SEARCHING( slice ) "2 Searching counter slice " slice "\n"
+#define FOUND( slice ) "2 Found 'Vlan10' in slice " slice "\n"
+#define NO_CURRENT "0 Vlan10: ->doGetIntfCounter(current) returned null\nnothing"
+#define NO_VLAN_COUNTER "0 Vlan10: dynamic_cast to Interface::VlanIntfCounter failed; typeid is Interface::IntfCounter\nnothing"
 #define CONSTRUCTED "2 Constructed counterDir path counter/e/vlan for 'Vlan10'\n"
 #define CONFIGURED( path ) "2 sys/i/s/e/vlan has counterDirPath " path "\n"
 #define MISMATCH "0 Vlan counterDirPath sys/Plexo/t does not match counterDir\n"
@@ -106,38 +112,46 @@ const struct {
    { "S a/subintf", "0 sys: ->parent() at level 3 is null\nnothing" },
    { "S s/e/vlan C counter/e/vlan", CONSTRUCTED "sys/counter/e/vlan/Vlan10/current" },
    // Slices.
-   { "S i/s/e/phy P sys/Plexo T /Plexo", "0 counter slice dir is null: counter/eth/slice/phy\nnothing" },
-   { "S i/s/e/phy C i/counter/eth/slice/phy/a",
-     "2 Searching counter slice a\n2 Found 'Vlan10' in slice a\nsys/i/counter/eth/slice/phy/a/Vlan10/current" },
-   { "S i/s/e/phy C2 i/counter/eth/slice/phy/a C2 i/counter/eth/slice/phy/b",
-     "2 Searching counter slice a\n2 Searching counter slice b\n0 Vlan10: in no slice of counter/eth/slice/phy\nnothing" },
-   { "S i/s/e/phy D i/counter/eth/slice/phy/a C i/counter/eth/slice/phy/b",
-     "2 Searching counter slice a\n0 " ODD "Kel::Dir\nnothing" },
+   { "S i/s/e/phy P sys/Plexo T /Plexo K x", "0 counter slice dir is null: counter/eth/slice/phy\nnothing" },
+   { "S i/s/e/phy C " SLICES, "0 dynamic_cast to Kel::Dir failed; typeid is Interface::AllVlanIntfCounterDir\nnothing" },
+   { "S i/s/e/phy C " SLICES "/a C " SLICES "/b", SEARCHING( "a" ) FOUND( "a" ) "sys/" SLICES "/a/Vlan10/current" },
+   { "S i/s/e/phy C2 " SLICES "/a C " SLICES "/b",
+     SEARCHING( "a" ) SEARCHING( "b" ) FOUND( "b" ) "sys/" SLICES "/b/Vlan10/current" },
+   { "S i/s/e/phy C2 " SLICES "/a C2 " SLICES "/b",
+     SEARCHING( "a" ) SEARCHING( "b" ) "0 Vlan10: in no slice of counter/eth/slice/phy\nnothing" },
+   { "S i/s/e/phy D " SLICES "/a C " SLICES "/b", SEARCHING( "a" ) "0 " ODD "Kel::Dir\nnothing" },
+   { "S i/s/e/phy C3 " SLICES "/a", SEARCHING( "a" ) FOUND( "a" ) NO_CURRENT },
+   { "S i/s/e/phy O " SLICES "/a", SEARCHING( "a" ) FOUND( "a" ) NO_VLAN_COUNTER },
    // Sub-interfaces, in shared memory.
    { "S i/s/e/subintf", "0 SubIntf Plexo counterDir path not found\nnothing" },
    { "S i/s/e/subintf P sys/c/t C c/t", "0 SubIntf Plexo counterDir is null\nnothing" },
    { "S i/s/e/subintf P sys/c/t T c/t", "a view" },
    { "S i/s/e/subintf P /c/t T c/t", "a view" },
-   { "S i/s/e/subintf T c/t K c/t", "a view" },
-   { "S i/s/e/subintf P sys/c/t T c/t K c", "0 SubIntf Plexo counterDir is null\nnothing" },
+   { "S i/s/e/subintf P c/t T c/t", "a view" },
+   { "S i/s/e/subintf T c/t K x", "a view" },
+   { "S i/s/e/subintf P sys/c/t T c/t D d K x", "0 SubIntf Plexo counterDir is null\nnothing" },
    // VLANs in shared memory.
    { "S i/s/e/vlan P sys/Plexo/t T Plexo/t", "a view" },
    { "S i/s/e/vlan P sys/xPlexo C i/counter/e/vlan", "0 Vlan Plexo counterDir is null\nnothing" },
-   { "S i/s/e/vlan P sys/Plexo/t T Plexo/t K Plexo/t", "a view" },
-   { "S i/s/e/vlan P sys/Plexo/t T Plexo/t T c/t K c/t", MISMATCH "a view" },
+   { "S i/s/e/vlan P Plexo T Plexo K x", "a view" },   // kept, and nowhere else
+   { "S i/s/e/vlan P Plexo T /Plexo D Plexo K x", "0 Vlan Plexo counterDir is null\nnothing" },
+   { "S i/s/e/vlan P sys/Plexo/t T Plexo/t T c/t K x", MISMATCH "a view" },
+   { "S i/s/e/vlan P sys/Plexo/t T c/t K x", MISMATCH "0 Vlan Plexo counterDir is null\nnothing" },
    // All others.
    { "S i/s/e/vlan C i/counter/e/vlan", CONSTRUCTED "sys/i/counter/e/vlan/Vlan10/current" },
-   { "S i/s/e/lag P sys/Plexo T /Plexo",
-     "2 sys/i/s/e/lag has counterDirPath sys/Plexo\n0 Vlan10: " ODD "Plexo::Interface::AllIntfCounterDir\nnothing" },
-   { "S i/s/e/vlan P nowhere C c/v K c/v", "sys/c/v/Vlan10/current" },
-   { "S i/s/e/vlan P sys/c/v C c/v", CONFIGURED( "sys/c/v" ) "sys/c/v/Vlan10/current" },
+   { "S i/s/e/lag P /Plexo T /Plexo",
+     "2 sys/i/s/e/lag has counterDirPath /Plexo\n0 Vlan10: " ODD "Plexo::Interface::AllIntfCounterDir\nnothing" },
+   { "S i/s/e/vlan P nowhere C c/v K x", "sys/c/v/Vlan10/current" },
+   { "S i/s/e/vlan C i/counter/e/vlan D c/v K x", "0 Vlan10: " ODD "Kel::Dir\nnothing" },
+   { "S i/s/e/vlan P /c/v C c/v", CONFIGURED( "/c/v" ) "sys/c/v/Vlan10/current" },
+   { "S i/s/e/vlan P ../../../c/v C i/c/v", CONFIGURED( "../../../c/v" ) "sys/i/c/v/Vlan10/current" },
+   { "S i/s/e/vlan P sys/c/v C c/v C sys/c/v", CONFIGURED( "sys/c/v" ) "0 Vlan10: ->counterDir() is null\nnothing" },
    { "S i/s/e/vlan P Vlan10 C /Vlan10", CONFIGURED( "Vlan10" ) "0 Vlan10: " ODD "Interface::VlanIntfStatus\nnothing" },
    { "S i/s/e/vlan P nowhere C i/counter/e/vlan", CONFIGURED( "nowhere" ) "0 Vlan10: ->counterDir() is null\nnothing" },
    { "S i/s/e/vlan", CONSTRUCTED "0 Vlan10: ->counterDir() is null\nnothing" },
    { "S i/s/e/vlan C2 i/counter/e/vlan", CONSTRUCTED "0 Vlan10: ->doGetIntfCounterDir('Vlan10') returned null\nnothing" },
-   { "S i/s/e/vlan C3 i/counter/e/vlan", CONSTRUCTED "0 Vlan10: ->doGetIntfCounter(current) returned null\nnothing" },
-   { "S i/s/e/vlan O i/counter/e/vlan",
-     CONSTRUCTED "0 Vlan10: dynamic_cast to Interface::VlanIntfCounter failed; typeid is Interface::IntfCounter\nnothing" },
+   { "S i/s/e/vlan C3 i/counter/e/vlan", CONSTRUCTED NO_CURRENT },
+   { "S i/s/e/vlan O i/counter/e/vlan", CONSTRUCTED NO_VLAN_COUNTER },
 };
 
 TEST( Counter, IsFoundOrSaidToBeMissing ) {
@@ -173,10 +187,20 @@ std::string show( const VlanIntfCounter& view ) {
    return out.str();
 }
 
+/// Calls `react` with the attributes of a view as they change.
+struct Watch : VlanIntfCounter::NotifieeConst {
+   Watch( const Ptr< VlanIntfCounter >& view, std::function< void( const std::string& ) > r )
+         : NotifieeConst( view ), react( std::move( r ) ) {}
+   void onStatistics() override { react( "statistics " ); }
+   void onVlanStatistics() override { react( "vlanStatistics " ); }
+   void onValid() override { react( show( *notifier() ) + " " ); }
+   const std::function< void( const std::string& ) > react;
+};
+
 struct PlexoIntfCounterTest : testing::Test {
-   static Ptr< AllIntfCounterDir > table( Plexo::TableMode mode ) {
+   static Ptr< AllIntfCounterDir > table( Plexo::TableMode mode, Kel::U32 maxRecords = 100 ) {
       const auto made = Plexo::Interface::allIntfCounterDirFactory( Name( "counters" ) );
-      made->intfCounterControl().setUp( { .name = "counters", .mode = mode, .initialRecords = 16 } );
+      made->intfCounterControl().setUp( { .name = "counters", .mode = mode, .initialRecords = 16, .maxRecords = maxRecords } );
       return made;
    }
    static void count( AllIntfCounterDir& table, Kel::U32 n, const IntfCounterKey& key = current ) {
@@ -187,6 +211,11 @@ struct PlexoIntfCounterTest : testing::Test {
    }
    static Ptr< VlanIntfCounter > viewOf( const Ptr< AllIntfCounterDir >& table ) {
       return Kel::makePtr< PlexoIntfCounter >( Name( "current" ), table, vlan10 );
+   }
+   static bool comesTo( AllIntfCounterDir& table, const VlanIntfCounter& view, const std::string& expected ) {
+      auto& control = table.intfCounterControl();
+      const auto drain = [ & ] { while( control.dispatch() ) {} };
+      return Plexo::drainUntil( [ & ] { return control.fd(); }, drain, [ & ] { return show( view ) == expected; } );
    }
    const Plexo::TestDirectory home{ { "PLEXO_DIR" } };
 };
@@ -207,35 +236,48 @@ TEST_F( PlexoIntfCounterTest, FollowsWhatAnotherProcessWrites ) {
       return 0;
    } );
    const auto reading = table( Plexo::TableMode::reader );
-   auto& control = reading->intfCounterControl();
    const auto view = viewOf( reading );
-   const auto comesTo = [ & ]( const std::string& expected ) {
-      const auto drain = [ & ] { while( control.dispatch() ) {} };
-      return Plexo::drainUntil( [ & ] { return control.fd(); }, drain, [ & ] { return show( *view ) == expected; } );
-   };
    EXPECT_EQ( show( *view ), "invalid 0 0 0" );
    next.give(), written.take();
-   EXPECT_TRUE( comesTo( "valid 1 10 100" ) );
+   EXPECT_TRUE( comesTo( *reading, *view, "valid 1 10 100" ) );
    next.give(), written.take();
    // A view that is made now need not wait for the announcement.
    EXPECT_EQ( show( *view ), "valid 1 10 100" );
    EXPECT_EQ( show( *viewOf( reading ) ), "valid 2 20 200" );
-   EXPECT_TRUE( comesTo( "valid 2 20 200" ) );
+   EXPECT_TRUE( comesTo( *reading, *view, "valid 2 20 200" ) );
    next.give(), written.take();
-   EXPECT_TRUE( comesTo( "invalid 0 0 0" ) );
+   EXPECT_TRUE( comesTo( *reading, *view, "invalid 0 0 0" ) );
    next.give();
    EXPECT_EQ( writer.wait(), 0 );
 }
 
-/// Calls `react` with the attributes of a view as they change.
-struct Watch : VlanIntfCounter::NotifieeConst {
-   Watch( const Ptr< VlanIntfCounter >& view, std::function< void( const std::string& ) > r )
-         : NotifieeConst( view ), react( std::move( r ) ) {}
-   void onStatistics() override { react( "statistics " ); }
-   void onVlanStatistics() override { react( "vlanStatistics " ); }
-   void onValid() override { react( show( *notifier() ) + " " ); }
-   const std::function< void( const std::string& ) > react;
-};
+TEST_F( PlexoIntfCounterTest, OutlivesItsWriterAndFollowsTheNext ) {
+   const auto reading = table( Plexo::TableMode::reader );   // of a table that is yet to come
+   const auto view = viewOf( reading );
+   std::string seen;
+   const auto watch = Kel::makePtr< Watch >( view, [ & ]( const std::string& what ) { seen += what; } );
+   Plexo::Child crashing( [] {
+      const auto own = table( Plexo::TableMode::writer );
+      count( *own, 1 );
+      int stores = 40;   // of those that one change takes
+      Plexo::SharedStore::hookIs( []( void* left ) { if( --*static_cast< int* >( left ) == 0 ) raise( SIGKILL ); }, &stores );
+      count( *own, 2 );
+      return 0;
+   } );
+   EXPECT_EQ( crashing.wait(), -SIGKILL );
+   EXPECT_TRUE( comesTo( *reading, *view, "valid 1 10 100" ) );
+   EXPECT_EQ( reading->intfCounterControl().state(), Plexo::TableState::stale );
+   for( const Kel::U32 maxRecords : { 100, 200 } ) {   // the same file, then one in its place
+      const auto next = table( Plexo::TableMode::writer, maxRecords );
+      count( *next, maxRecords );
+      const std::string n = std::to_string( maxRecords );
+      EXPECT_TRUE( comesTo( *reading, *view, "valid " + n + " " + n + "0 " + n + "00" ) );
+   }
+   EXPECT_EQ( seen, "statistics vlanStatistics valid 1 10 100 statistics vlanStatistics statistics vlanStatistics " );
+   std::filesystem::remove( home.path + "/counters.plexo" );
+   const auto anew = table( Plexo::TableMode::writer );
+   EXPECT_TRUE( comesTo( *reading, *view, "invalid 0 0 0" ) );
+}
 
 TEST_F( PlexoIntfCounterTest, IsValidWhileItsAttributesAreThoseOfARow ) {
    const auto root = Kel::dirFactory( Name( "sys" ) );

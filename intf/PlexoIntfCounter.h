@@ -13,6 +13,9 @@ namespace [[gnu::visibility("default")]] Interface {
 /// whether there is a row: it becomes true after the other attributes have been set, and false before they go back to zero. A row
 /// that a corruption hides counts as none; the table's control handle is told of the corruption.
 ///
+/// The table may come later than the view. A writer that dies leaves the row as it was, still valid; `state()` of the control
+/// handle says that nobody counts any more. The next writer's rows take its place once they are announced.
+///
 /// The view does not keep the table's directory, and is no longer valid once that is gone. Reflection shows it as a
 /// `VlanIntfCounter`.
 class PlexoIntfCounter : public VlanIntfCounter {

@@ -20,8 +20,18 @@ using Quor::IntfId;
 IntfId eth( U32 module, U32 port, U32 lane, U32 subIntf ) { return Quor::EthIntfId::make( module, port, lane, subIntf ); }
 IntfId channel( U32 number, U32 subIntf ) { return { Quor::IntfTypeId::portChannel << 25 | number, subIntf }; }
 
+/// A further kind of sub-interface.
+struct OtherSubIntfStatus : SubIntfStatus {
+   using SubIntfStatus::SubIntfStatus;
+   static Kel::Type _Type;
+   Kel::Type& fwkType() const override { return _Type; }
+};
+constinit Kel::Type OtherSubIntfStatus::_Type{
+   { .qualifiedName = "Other", .code = Kel::TypeCode::entity, .base = &SubIntfStatus::_Type, .firstAttr = Attr_::count_ } };
+
+template< class Status = SubIntfStatus >
 S32 ifIndex( const IntfId& intfId ) {
-   const auto status = subIntfStatusFactory( intfId, nullptr, 1 );
+   const auto status = Kel::makePtr< Status >( intfId, nullptr, 1u );
    return intfDetailsProvider( *status )->ifIndex( *status );
 }
 
@@ -52,15 +62,17 @@ const Row rows[] = {
 };
 
 TEST( SubIntfDetailsDeathTest, IndicesComeFromTheIdentifier ) {
+   EXPECT_EQ( subIntfIfIndexBase(), 0 );
    for( const auto& [ intfId, index, assertion ] : rows ) {
       if( assertion ) {
          EXPECT_DEATH( ifIndex( intfId ), std::string( "SubIntf: ifIndex: assertion \"" ) + assertion + "\" failed" ) << intfId;
          continue;
       }
-      EXPECT_EQ( ifIndex( intfId ), index ) << intfId;
-      subIntfIfIndexBaseIs( 1 << 30 );
-      EXPECT_EQ( ifIndex( intfId ), ( 1 << 30 ) + index );
-      subIntfIfIndexBaseIs( 0 );
+      for( const S32 base : { 1 << 30, 0x3fffe000, 0 } ) {
+         subIntfIfIndexBaseIs( base );
+         EXPECT_EQ( ifIndex( intfId ), index + base ) << intfId;
+         EXPECT_EQ( ifIndex< OtherSubIntfStatus >( intfId ), index + base ) << intfId;
+      }
    }
    for( const S32 refused : { -1, ( 1 << 30 ) + 1 } ) {
       EXPECT_EQ( thrown( [ & ] { subIntfIfIndexBaseIs( refused ); } ), "subIntfIfIndexBase < 0 or > 1073741824 not allowed" );
@@ -94,7 +106,12 @@ TEST( SubIntfDetails, TheSpeedIsTheParentsAllElseAVlans ) {
    const IntfDetailsProvider* const details = intfDetailsProvider( *sub );
    EXPECT_EQ( static_cast< int >( details->ianaType( *sub ) ), 135 );
    EXPECT_FALSE( details->connectorPresent( *sub ) );
+   subIntfIfIndexBaseIs( 5 );
    EXPECT_EQ( details->ifIndex( *phy->intfStatus( IntfId( "Ethernet3/2" ) ) ), -1 );
+   subIntfIfIndexBaseIs( 0 );
+   const auto ofPorts = intfDetailsProviderIs( EthIntfStatus::_Type, nullptr );
+   EXPECT_EQ( speedOf( "Ethernet3/2.5" ), 0u );
+   intfDetailsProviderIs( EthIntfStatus::_Type, ofPorts );
    other->entryDelAll();
 }
 

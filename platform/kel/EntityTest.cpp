@@ -204,13 +204,6 @@ TEST_F( EntityTest, ChildrenAreNamedByTheirKeyAndKeptByTheirParameters ) {
    const auto keyed = tree->keyedIs( 12 );
    EXPECT_EQ( keyed->name(), "12" );
    EXPECT_EQ( keyed->parent(), tree.ptr() );
-   EXPECT_EQ( Kel::entityAtPath( tree, "/12" ), keyed );
-   const auto slashed = tree->leafIs( "Ethernet3/2", 1, 2 );
-   EXPECT_EQ( Kel::entityAtPath( tree, "Ethernet3/2" ), slashed );
-   EXPECT_EQ( Kel::entityAtFullName( *keyed, slashed->fullName() ), slashed );
-   EXPECT_FALSE( Kel::entityAtPath( tree, "Ethernet3" ) );
-   EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { Kel::entityAtPath< Leaf >( tree, "12" ); } ),
-              "Entity is the wrong type" );
    const auto a = listen( "a" );
    EXPECT_EQ( tree->keyedDel( 12 ), keyed );
    EXPECT_TRUE( keyed->isZombie() );
@@ -220,6 +213,37 @@ TEST_F( EntityTest, ChildrenAreNamedByTheirKeyAndKeptByTheirParameters ) {
    EXPECT_EQ( tree->spareIs( "other" ), spare );
    EXPECT_EQ( tree->spareDel(), spare );
    EXPECT_FALSE( tree->spare() );
+}
+
+TEST_F( EntityTest, PathsLeadThroughTheTree ) {
+   const Kel::Ptr< Kel::Entity > keyed = tree->keyedIs( 12 );
+   for( const char* name : { "Ethernet3/2", "", ".", ".." } ) {
+      const auto leaf = tree->leafIs( name, 1, 2 );
+      EXPECT_EQ( Kel::entityAtFullName( *keyed, leaf->fullName() ), leaf );
+   }
+   const struct {
+      Kel::Ptr< Kel::Entity > from;
+      const char *path, *fullName;
+   } paths[] = {
+      { tree, "Ethernet3/2", "tree/Ethernet3/2" },
+      { tree, "Ethernet3", "" },
+      { keyed, "", "tree/12" },
+      { keyed, "/12//./", "tree/12" },
+      { keyed, "/", "tree" },
+      { keyed, "..12", "" },
+      { keyed, ".././Ethernet3/2/..//12", "tree/12" },
+      { keyed, "../../12", "" },
+      { nullptr, "/..", "" },
+   };
+   for( const auto& [ from, path, fullName ] : paths ) {
+      const auto found = Kel::entityAtPath( from, path );
+      EXPECT_EQ( found ? found->fullName().str() : "", fullName ) << path;
+   }
+   for( const char* absent : { "", "tre", "tree.12", "tree/12/..", "tree/13" } ) {
+      EXPECT_FALSE( Kel::entityAtFullName( *keyed, absent ) ) << absent;
+   }
+   EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { Kel::entityAtPath< Leaf >( tree, "12" ); } ),
+              "Entity is the wrong type" );
 }
 
 TEST_F( EntityTest, NullReferencesAreRefusedWhereTheyMustBe ) {

@@ -1,5 +1,7 @@
 #include <kel/Path.h>
 
+#include <algorithm>
+
 namespace Kel {
 
 namespace {
@@ -8,12 +10,13 @@ namespace {
 // somebody has made long.
 constexpr int mostSlashes = 16;
 
+/// Follows the first name of the path, and takes it from there.
 Ptr< Entity > step( const Ptr< Entity >& from, std::string_view& path ) {
    std::size_t slash = path.find( '/' );
    for( int slashes = 0; slashes <= mostSlashes; ++slashes, slash = path.find( '/', slash + 1 ) ) {
       const std::string_view name = path.substr( 0, slash );
       if( const Ptr< Entity > found = from->child( Name( name ) ) ) {
-         path = slash == std::string_view::npos ? std::string_view() : path.substr( slash + 1 );
+         path.remove_prefix( name.size() );
          return found;
       }
       if( slash == std::string_view::npos ) break;
@@ -21,24 +24,41 @@ Ptr< Entity > step( const Ptr< Entity >& from, std::string_view& path ) {
    return nullptr;
 }
 
+/// Takes `name` from the beginning of the path where it is the first name there.
+bool take( std::string_view& path, std::string_view name ) {
+   if( path.substr( 0, path.find( '/' ) ) != name ) return false;
+   path.remove_prefix( std::min( name.size() + 1, path.size() ) );
+   return true;
+}
+
+Ptr< Entity > rootOf( const Entity& inTree ) {
+   const Entity* root = &inTree;
+   while( root->parent() ) root = root->parent();
+   return const_cast< Entity* >( root );
+}
+
 }
 
 Ptr< Entity > entityAtPath( const Ptr< Entity >& from, std::string_view path ) {
-   Ptr< Entity > at = from;
+   Ptr< Entity > at = from && path.starts_with( '/' ) ? rootOf( *from ) : from;
    while( at && !path.empty() ) {
-      if( path.front() == '/' ) path.remove_prefix( 1 );
-      else at = step( at, path );
+      if( take( path, "" ) || take( path, "." ) ) continue;
+      at = take( path, ".." ) ? Ptr< Entity >( at->parent() ) : step( at, path );
    }
    return at;
 }
 
 Ptr< Entity > entityAtFullName( const Entity& inTree, std::string_view fullName ) {
-   const Entity* root = &inTree;
-   while( root->parent() ) root = root->parent();
-   const std::string_view rootName = root->name().view();
-   if( fullName == rootName ) return const_cast< Entity* >( root );
-   if( !fullName.starts_with( rootName ) || fullName[ rootName.size() ] != '/' ) return nullptr;
-   return entityAtPath( Ptr< Entity >( const_cast< Entity* >( root ) ), fullName.substr( rootName.size() + 1 ) );
+   Ptr< Entity > at = rootOf( inTree );
+   const std::string_view rootName = at->name().view();
+   if( !fullName.starts_with( rootName ) ) return nullptr;
+   fullName.remove_prefix( rootName.size() );
+   if( !fullName.empty() && fullName.front() != '/' ) return nullptr;
+   while( at && !fullName.empty() ) {
+      fullName.remove_prefix( 1 );
+      at = step( at, fullName );
+   }
+   return at;
 }
 
 }

@@ -57,6 +57,13 @@ TEST_F( TableAttrTest, ReadsAsEmptyAndRefusesWritesUntilSetUp ) {
    EXPECT_THROW( writer->countControl().setUp( { .name = "d" } ), Kel::InternalException );
    const auto reader = make( TableMode::reader );
    EXPECT_THROW( reader->countDel( 5 ), AssertionException );
+   const auto notes = Kel::makePtr< Notes >( writer );
+   for( const U32 records : { 0u, 1u } ) {   // what the writer finds when it is set up again
+      if( records ) writer->countIs( Count( 5, 1 ) );
+      writer->countControl().close();
+      writer->countControl().setUp( { .name = "c", .mode = TableMode::writer, .initialRecords = 10, .maxRecords = 50 } );
+      EXPECT_EQ( records, notes->collections );
+   }
 }
 
 /// Bytes between attributes hold what was on the stack; they are no difference.

@@ -117,6 +117,7 @@ void TableControl::setUp( const TableSetup& setup ) {
       throw;
    }
    mode_ = setup.mode;
+   if( writer_ && writer_->records() ) owner_.attrNotify( attr_ );
 }
 
 void TableControl::close() {

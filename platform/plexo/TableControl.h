@@ -34,7 +34,7 @@ class TableControl : private TableObserver {
 
    /// Joins the table as writer or reader. Throws `Kel::InternalException` when it is set up already, `Kel::RangeException` for a
    /// size of 0, a bad name or mode; for a writer whatever the constructor of `Writer` throws. A reader may come before the
-   /// writer.
+   /// writer. A writer that finds records announces the attribute as a whole at once, a reader all of them when it is dispatched.
    void setUp( const TableSetup& setup );
    /// Leaves the table, which stays as it is.
    void close();
