@@ -1,15 +1,24 @@
 #include "BridgeSource.h"
 #include "InterfaceSource.h"
+#include "Run.h"
 #include "TestSupport.h"
+#include <Vanta/Bridging.h>
+#include <Vanta/PlexoBridging.h>
+#include <Vanta/VlanCounters.h>
+#include <Vanta/VlanCountersCliReq.h>
 #include <cstdio>
 #include <fstream>
+#include <future>
+#include <kel/Path.h>
 #include <memory>
 #include <net/if.h>
 #include <netpacket/packet.h>
+#include <plexo/TestFiles.h>
 #include <poll.h>
 #include <sched.h>
 #include <sstream>
 #include <sys/socket.h>
+#include <thread>
 
 // Against the kernel itself, each test in a network namespace of its own, which goes with all its devices when the test leaves
 // it. Frames are sent into h1, h2, ... and arrive on the ports p1, p2, ... Needs root; without it every test says that it was
@@ -31,6 +40,30 @@ std::string output( const std::string& command ) {
 }
 
 bool succeeds( const std::string& command ) { return std::system( ( command + " > /dev/null 2>&1" ).c_str() ) == 0; }
+
+/// The agent as its program runs it, in a thread that owns its tree.
+class RunningAgent {
+ public:
+   explicit RunningAgent( const std::vector< std::string >& words )
+       : options_( parsed( words ) ), thread_( [ this ] { run( options_, activity_, root_, []( const std::string& ) {} ); } ) {}
+   ~RunningAgent() {
+      activity_.stop();
+      thread_.join();
+   }
+   /// Calls `f( root )` in that thread, once the agent runs.
+   template< class F >
+   auto inTree( F f ) {
+      std::packaged_task< decltype( f( root_ ) )() > task( [ & ] { return f( root_ ); } );
+      activity_.postFromAnyThread( [ & ] { task(); } );
+      return task.get_future().get();
+   }
+
+ private:
+   const Options options_;
+   Kel::Activity activity_;
+   const Kel::Ptr< Kel::Dir > root_ = Kel::dirFactory( "vanta-fdbd" );
+   std::thread thread_;
+};
 
 class Live : public ::testing::Test {
  protected:
@@ -313,6 +346,43 @@ TEST_F( Live, HostsStayThoughTheBridgeRemovesThemOneByOneBeforeItGoes ) {
    output( "ip link del br0 > /dev/null &" );
    EXPECT_TRUE( until( [ & ] { return source->descriptor() < 0; } ) );
    EXPECT_EQ( bench.sink.hosts.size(), 20000u );
+}
+
+/// As a neighbour in the agent's process asks, and as a person sees it in another.
+TEST_F( Live, CountersAreClearedByPathWhileTheAgentRuns ) {
+   using namespace Plexo::Bridging;
+   using Kel::entityAtPath;
+   using Root = Kel::Ptr< Kel::Dir >;
+   const Plexo::TestDirectory home{ { "PLEXO_DIR", "RILO_DIR" } };
+   addPort( 1 );
+   RunningAgent agent( { "--interface", "p1", "--vlan-counters", "c" } );
+   auto* const requests = agent.inTree( []( const Root& root ) {
+      return entityAtPath< ::Bridging::VlanCountersCliReq >( root, "bridging/vlanCountersCliReq" ).ptr();
+   } );
+   const auto shows = [ & ]( const std::string& rows ) {
+      const auto shown = [] { return withShortRows( output( VANTA_PROGRAM " counters show --table c --json" ) ); };
+      const std::string expected = R"({"table":"c","state":"live","vlans":[)" + rows + "]}\n";
+      return until( [ & ] { return shown() == expected; } ) ? "" : shown();
+   };
+   send( "h1", 1, { { 0x8100, 10 } }, 3 ), send( "h1", 1, { { 0x8100, 20 } }, 2 );
+   EXPECT_EQ( shows( "(10: 180 0 0 3)(20: 120 0 0 2)" ), "" );
+   agent.inTree( [ & ]( const Root& ) { // 30 has counted nothing
+      for( const Vlan vlan : { Vlan( 10 ), Vlan( 20 ), Vlan( 30 ) } )
+         requests->clearCountersRequestIs( ::Bridging::VlanId( vlan ), vlan == 10 );
+   } );
+   const auto allServed = [ & ]( const Root& ) { return requests->clearCountersRequestCount() == 0; };
+   EXPECT_TRUE( until( [ & ] { return agent.inTree( allServed ); } ) ) << "though nothing arrives";
+   EXPECT_EQ( shows( "(10: 0 0 0 0)(20: 0 0 0 0)" ), "" );
+   send( "h1", 1, { { 0x8100, 10 } } );
+   EXPECT_EQ( shows( "(10: 60 0 0 1)(20: 0 0 0 0)" ), "" );
+   agent.inTree( []( const Root& root ) {
+      const auto live = entityAtPath< VlanCounterDir >( root, "bridging/vlanCounters" );
+      const auto snapshots = entityAtPath< VlanCounterSnapshotDir >( root, "bridging/vlanCounterSnapshots" );
+      EXPECT_EQ( live->vlanCounter( ::Bridging::VlanId( 10 ) ).vlanStats().inOctets(), 240u );
+      EXPECT_EQ( snapshots->vlanCounterSnapshotCount(), 2u );
+      EXPECT_EQ( entityAtPath< ::Bridging::Status >( root, "bridging/status" )->fdbStatusCount(), 2u );
+      EXPECT_EQ( entityAtPath< Status >( root, "bridging/plexoStatus" )->plexoFdbStatusCount(), 5u );
+   } );
 }
 
 }

@@ -1,11 +1,14 @@
 #pragma once
 
-#include "FdbLearner.h"
+#include "Options.h"
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <map>
+#include <regex>
+#include <sched.h>
 #include <string>
+#include <sys/mount.h>
 #include <vector>
 
 namespace Fdbd::Test {
@@ -96,5 +99,28 @@ struct Bench {
    std::vector< std::string > reports;
    FdbLearner learner;
 };
+
+/// The options that the words of a command line give.
+inline Options parsed( std::vector< std::string > words ) {
+   words.insert( words.begin(), "vanta-fdbd" );
+   std::vector< char* > argv;
+   for( std::string& w : words ) argv.push_back( w.data() );
+   argv.push_back( nullptr );
+   return parseOptions( static_cast< int >( words.size() ), argv.data() );
+}
+
+/// A VLAN in what `vanta counters show --json` writes, the last group being its time.
+inline const std::regex counterRow(
+   R"(\{"vlan":(\d+),"inOctets":(\d+),"inUcastPkts":(\d+),"inMcastPkts":(\d+),"inBcastPkts":(\d+),)"
+   R"("outOctets":0,"outUcastPkts":0,"outMcastPkts":0,"outBcastPkts":0,"statsUpdateTime":([0-9.]+)\},?)" );
+/// That text, with "(vlan: octets unicast multicast broadcast)" for each VLAN.
+inline std::string withShortRows( const std::string& json ) {
+   return std::regex_replace( json, counterRow, "($1: $2 $3 $4 $5)" );
+}
+
+/// From now on what is mounted is seen by this process and its children only. False where the system does not allow it.
+inline bool mountsArePrivate() {
+   return unshare( CLONE_NEWNS ) == 0 && mount( nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr ) == 0;
+}
 
 }
