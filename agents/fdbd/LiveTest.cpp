@@ -49,6 +49,7 @@ class RunningAgent {
    ~RunningAgent() {
       activity_.stop();
       thread_.join();
+      EXPECT_EQ( root_->entries(), 0u ) << "it has taken away what it published";
    }
    /// Calls `f( root )` in that thread, once the agent runs.
    template< class F >

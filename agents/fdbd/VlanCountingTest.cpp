@@ -129,6 +129,7 @@ TEST_F( VlanCounters, RequestWaitsForRoomInTheFileSystem ) {
       EXPECT_TRUE( c.activity.runFor( std::chrono::seconds( 20 ) ) );
       EXPECT_EQ( c.snapshots(), std::size_t( maxVlan ) );
    }
+   EXPECT_EQ( Counting().snapshots(), 0u ) << "another run";
    EXPECT_EQ( umount( home.path.c_str() ), 0 );
 }
 
