@@ -2,9 +2,6 @@
 #include "InterfaceSource.h"
 #include "Run.h"
 #include "TestSupport.h"
-#include <Vanta/Bridging.h>
-#include <Vanta/PlexoBridging.h>
-#include <Vanta/VlanCounters.h>
 #include <Vanta/VlanCountersCliReq.h>
 #include <cstdio>
 #include <fstream>
@@ -351,39 +348,31 @@ TEST_F( Live, HostsStayThoughTheBridgeRemovesThemOneByOneBeforeItGoes ) {
 
 /// As a neighbour in the agent's process asks, and as a person sees it in another.
 TEST_F( Live, CountersAreClearedByPathWhileTheAgentRuns ) {
-   using namespace Plexo::Bridging;
-   using Kel::entityAtPath;
    using Root = Kel::Ptr< Kel::Dir >;
    const Plexo::TestDirectory home{ { "PLEXO_DIR", "RILO_DIR" } };
    addPort( 1 );
    RunningAgent agent( { "--interface", "p1", "--vlan-counters", "c" } );
    auto* const requests = agent.inTree( []( const Root& root ) {
-      return entityAtPath< ::Bridging::VlanCountersCliReq >( root, "bridging/vlanCountersCliReq" ).ptr();
+      for( const char* const path : { "status", "plexoStatus", "vlanCounters", "vlanCounterSnapshots" } )
+         EXPECT_TRUE( Kel::entityAtPath( root, std::string( "bridging/" ) + path ) ) << path;
+      return Kel::entityAtPath< Bridging::VlanCountersCliReq >( root, "bridging/vlanCountersCliReq" ).ptr();
    } );
-   const auto shows = [ & ]( const std::string& rows ) {
-      const auto shown = [] { return withShortRows( output( VANTA_PROGRAM " counters show --table c --json" ) ); };
-      const std::string expected = R"({"table":"c","state":"live","vlans":[)" + rows + "]}\n";
-      return until( [ & ] { return shown() == expected; } ) ? "" : shown();
+   const auto shows = [ & ]( int vlan, int broadcasts ) { // of 60 octets each
+      const std::string row = "{\"vlan\":" + std::to_string( vlan ) + ",\"inOctets\":" + std::to_string( broadcasts * 60 ) +
+                              ",\"inUcastPkts\":0,\"inMcastPkts\":0,\"inBcastPkts\":" + std::to_string( broadcasts ) + ",";
+      return until( [ & ] { return output( VANTA_PROGRAM " counters show --table c --json" ).find( row ) != row.npos; } );
    };
    send( "h1", 1, { { 0x8100, 10 } }, 3 ), send( "h1", 1, { { 0x8100, 20 } }, 2 );
-   EXPECT_EQ( shows( "(10: 180 0 0 3)(20: 120 0 0 2)" ), "" );
+   EXPECT_TRUE( shows( 10, 3 ) && shows( 20, 2 ) );
    agent.inTree( [ & ]( const Root& ) { // 30 has counted nothing
       for( const Vlan vlan : { Vlan( 10 ), Vlan( 20 ), Vlan( 30 ) } )
-         requests->clearCountersRequestIs( ::Bridging::VlanId( vlan ), vlan == 10 );
+         requests->clearCountersRequestIs( Bridging::VlanId( vlan ), vlan == 10 );
    } );
    const auto allServed = [ & ]( const Root& ) { return requests->clearCountersRequestCount() == 0; };
    EXPECT_TRUE( until( [ & ] { return agent.inTree( allServed ); } ) ) << "though nothing arrives";
-   EXPECT_EQ( shows( "(10: 0 0 0 0)(20: 0 0 0 0)" ), "" );
+   EXPECT_TRUE( shows( 10, 0 ) && shows( 20, 0 ) );
    send( "h1", 1, { { 0x8100, 10 } } );
-   EXPECT_EQ( shows( "(10: 60 0 0 1)(20: 0 0 0 0)" ), "" );
-   agent.inTree( []( const Root& root ) {
-      const auto live = entityAtPath< VlanCounterDir >( root, "bridging/vlanCounters" );
-      const auto snapshots = entityAtPath< VlanCounterSnapshotDir >( root, "bridging/vlanCounterSnapshots" );
-      EXPECT_EQ( live->vlanCounter( ::Bridging::VlanId( 10 ) ).vlanStats().inOctets(), 240u );
-      EXPECT_EQ( snapshots->vlanCounterSnapshotCount(), 2u );
-      EXPECT_EQ( entityAtPath< ::Bridging::Status >( root, "bridging/status" )->fdbStatusCount(), 2u );
-      EXPECT_EQ( entityAtPath< Status >( root, "bridging/plexoStatus" )->plexoFdbStatusCount(), 5u );
-   } );
+   EXPECT_TRUE( shows( 10, 1 ) && shows( 20, 0 ) );
 }
 
 }

@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <plexo/TestFiles.h>
+#include <regex>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <map>
-#include <regex>
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
@@ -107,15 +106,6 @@ inline Options parsed( std::vector< std::string > words ) {
    for( std::string& w : words ) argv.push_back( w.data() );
    argv.push_back( nullptr );
    return parseOptions( static_cast< int >( words.size() ), argv.data() );
-}
-
-/// A VLAN in what `vanta counters show --json` writes, the last group being its time.
-inline const std::regex counterRow(
-   R"(\{"vlan":(\d+),"inOctets":(\d+),"inUcastPkts":(\d+),"inMcastPkts":(\d+),"inBcastPkts":(\d+),)"
-   R"("outOctets":0,"outUcastPkts":0,"outMcastPkts":0,"outBcastPkts":0,"statsUpdateTime":([0-9.]+)\},?)" );
-/// That text, with "(vlan: octets unicast multicast broadcast)" for each VLAN.
-inline std::string withShortRows( const std::string& json ) {
-   return std::regex_replace( json, counterRow, "($1: $2 $3 $4 $5)" );
 }
 
 /// From now on what is mounted is seen by this process and its children only. False where the system does not allow it.

@@ -3,6 +3,7 @@
 #include "TestSupport.h"
 #include <kel/Path.h>
 #include <plexo/TestFiles.h>
+#include <regex>
 
 // The agent's counters as `vanta` shows them in another process, and the requests to clear them.
 
@@ -78,9 +79,11 @@ TEST_F( VlanCounters, AnotherProcessShowsExactlyWhatACaptureHolds ) {
    const double before = wallNow();
    outputOf( fdbd );
    const std::string shown = outputOf( VANTA_PROGRAM " counters show --table c --json 2>/dev/null" );
-   EXPECT_EQ( withShortRows( shown ),
+   const std::regex row( R"(\{"vlan":(\d+),"inOctets":(\d+),"inUcastPkts":(\d+),"inMcastPkts":(\d+),"inBcastPkts":(\d+),)"
+                         R"("outOctets":0,"outUcastPkts":0,"outMcastPkts":0,"outBcastPkts":0,"statsUpdateTime":([0-9.]+)\},?)" );
+   EXPECT_EQ( std::regex_replace( shown, row, "($1: $2 $3 $4 $5)" ),
               "{\"table\":\"c\",\"state\":\"stale\",\"vlans\":[(9: 1620 2 1 0)(10: 1638 1 0 2)(4094: 60 0 1 0)]}\n" );
-   for( std::sregex_iterator i( shown.begin(), shown.end(), counterRow ), end; i != end; ++i )
+   for( std::sregex_iterator i( shown.begin(), shown.end(), row ), end; i != end; ++i )
       EXPECT_TRUE( std::stod( ( *i )[ 6 ] ) >= before && std::stod( ( *i )[ 6 ] ) <= wallNow() ) << ( *i )[ 6 ];
 }
 
@@ -103,7 +106,8 @@ TEST_F( VlanCounters, RequestLeavesASnapshotAndGoes ) {
    Plexo::FileBytes( home.path + "/s.plexo" ).put( 0, 0 ); // no snapshot can be written any more
    c.request( 20 );
    EXPECT_THROW( c.waiting(), Plexo::AssertionException );
-   EXPECT_EQ( c.requests->clearCountersRequestCount(), 1u );
+   c.requests->clearCountersRequestNotifyCollection();
+   EXPECT_THROW( c.waiting(), Plexo::AssertionException ) << "it has stayed";
 }
 
 TEST_F( VlanCounters, RequestWaitsForRoomInTheFileSystem ) {
@@ -117,17 +121,18 @@ TEST_F( VlanCounters, RequestWaitsForRoomInTheFileSystem ) {
       for( Vlan vlan = minVlan; vlan <= maxVlan; ++vlan ) c.request( vlan );
       const std::size_t waiting = c.waiting();
       EXPECT_TRUE( waiting > 0 && c.snapshots() == maxVlan - waiting ) << waiting;
-      c.requests->clearCountersRequestNotifyCollection();
-      EXPECT_EQ( c.waiting(), waiting ) << "tried again at once";
       const std::regex once( "clearing the counters of VLANs waits, and is tried again every second: table .*/s.plexo cannot "
                              "grow: .*; make room there, or name another directory in PLEXO_DIR\n" );
       EXPECT_TRUE( std::regex_match( c.reports, once ) ) << c.reports;
+      c.requests->clearCountersRequestNotifyCollection();
+      EXPECT_EQ( c.waiting(), waiting );
       std::filesystem::remove( home.path + "/filler" );
       const Kel::Timer done = c.activity.every( std::chrono::milliseconds( 10 ), [ & ] {
          if( c.requests->clearCountersRequestCount() == 0 ) c.activity.stop();
       } );
       EXPECT_TRUE( c.activity.runFor( std::chrono::seconds( 20 ) ) );
       EXPECT_EQ( c.snapshots(), std::size_t( maxVlan ) );
+      EXPECT_TRUE( std::regex_match( c.reports, once ) ) << c.reports;
    }
    EXPECT_EQ( Counting().snapshots(), 0u ) << "another run";
    EXPECT_EQ( umount( home.path.c_str() ), 0 );
