@@ -81,8 +81,8 @@ class CounterTables {
       std::sort( rows.begin(), rows.end() );
       return rows;
    }
-   /// What each VLAN has counted since it was cleared.
-   std::vector< Row > sinceCleared() const {
+   /// What each VLAN has counted since it was cleared. REQUIRES: not called before.
+   std::vector< Row > sinceCleared() {
       std::vector< Row > rows = totals();
       join( snapshots_->vlanCounterSnapshotControl(), table_ + "-snapshot" ); // without one, nothing was ever cleared
       for( Row& row : rows ) {
@@ -117,7 +117,7 @@ struct Reading {
 };
 
 Reading readOnce( const std::string& table ) {
-   const CounterTables tables( table );
+   CounterTables tables( table );
    return { tables.sinceCleared(), 0, tables.state() };
 }
 
