@@ -1,15 +1,21 @@
 #include "BridgeSource.h"
 #include "InterfaceSource.h"
+#include "Run.h"
 #include "TestSupport.h"
+#include <Vanta/VlanCountersCliReq.h>
 #include <cstdio>
 #include <fstream>
+#include <future>
+#include <kel/Path.h>
 #include <memory>
 #include <net/if.h>
 #include <netpacket/packet.h>
+#include <plexo/TestFiles.h>
 #include <poll.h>
 #include <sched.h>
 #include <sstream>
 #include <sys/socket.h>
+#include <thread>
 
 // Against the kernel itself, each test in a network namespace of its own, which goes with all its devices when the test leaves
 // it. Frames are sent into h1, h2, ... and arrive on the ports p1, p2, ... Needs root; without it every test says that it was
@@ -31,6 +37,31 @@ std::string output( const std::string& command ) {
 }
 
 bool succeeds( const std::string& command ) { return std::system( ( command + " > /dev/null 2>&1" ).c_str() ) == 0; }
+
+/// The agent as its program runs it, in a thread that owns its tree.
+class RunningAgent {
+ public:
+   explicit RunningAgent( const std::vector< std::string >& words )
+       : options_( parsed( words ) ), thread_( [ this ] { run( options_, activity_, root_, []( const std::string& ) {} ); } ) {}
+   ~RunningAgent() {
+      activity_.stop();
+      thread_.join();
+      EXPECT_EQ( root_->entries(), 0u ) << "it has taken away what it published";
+   }
+   /// Calls `f( root )` in that thread, once the agent runs.
+   template< class F >
+   auto inTree( F f ) {
+      std::packaged_task< decltype( f( root_ ) )() > task( [ & ] { return f( root_ ); } );
+      activity_.postFromAnyThread( [ & ] { task(); } );
+      return task.get_future().get();
+   }
+
+ private:
+   const Options options_;
+   Kel::Activity activity_;
+   const Kel::Ptr< Kel::Dir > root_ = Kel::dirFactory( "vanta-fdbd" );
+   std::thread thread_;
+};
 
 class Live : public ::testing::Test {
  protected:
@@ -313,6 +344,35 @@ TEST_F( Live, HostsStayThoughTheBridgeRemovesThemOneByOneBeforeItGoes ) {
    output( "ip link del br0 > /dev/null &" );
    EXPECT_TRUE( until( [ & ] { return source->descriptor() < 0; } ) );
    EXPECT_EQ( bench.sink.hosts.size(), 20000u );
+}
+
+/// As a neighbour in the agent's process asks, and as a person sees it in another.
+TEST_F( Live, CountersAreClearedByPathWhileTheAgentRuns ) {
+   using Root = Kel::Ptr< Kel::Dir >;
+   const Plexo::TestDirectory home{ { "PLEXO_DIR", "RILO_DIR" } };
+   addPort( 1 );
+   RunningAgent agent( { "--interface", "p1", "--vlan-counters", "c" } );
+   auto* const requests = agent.inTree( []( const Root& root ) {
+      for( const char* const path : { "status", "plexoStatus", "vlanCounters", "vlanCounterSnapshots" } )
+         EXPECT_TRUE( Kel::entityAtPath( root, std::string( "bridging/" ) + path ) ) << path;
+      return Kel::entityAtPath< Bridging::VlanCountersCliReq >( root, "bridging/vlanCountersCliReq" ).ptr();
+   } );
+   const auto shows = [ & ]( int vlan, int broadcasts ) { // of 60 octets each
+      const std::string row = "{\"vlan\":" + std::to_string( vlan ) + ",\"inOctets\":" + std::to_string( broadcasts * 60 ) +
+                              ",\"inUcastPkts\":0,\"inMcastPkts\":0,\"inBcastPkts\":" + std::to_string( broadcasts ) + ",";
+      return until( [ & ] { return output( VANTA_PROGRAM " counters show --table c --json" ).find( row ) != row.npos; } );
+   };
+   send( "h1", 1, { { 0x8100, 10 } }, 3 ), send( "h1", 1, { { 0x8100, 20 } }, 2 );
+   EXPECT_TRUE( shows( 10, 3 ) && shows( 20, 2 ) );
+   agent.inTree( [ & ]( const Root& ) { // 30 has counted nothing
+      for( const Vlan vlan : { Vlan( 10 ), Vlan( 20 ), Vlan( 30 ) } )
+         requests->clearCountersRequestIs( Bridging::VlanId( vlan ), vlan == 10 );
+   } );
+   const auto allServed = [ & ]( const Root& ) { return requests->clearCountersRequestCount() == 0; };
+   EXPECT_TRUE( until( [ & ] { return agent.inTree( allServed ); } ) ) << "though nothing arrives";
+   EXPECT_TRUE( shows( 10, 0 ) && shows( 20, 0 ) );
+   send( "h1", 1, { { 0x8100, 10 } } );
+   EXPECT_TRUE( shows( 10, 1 ) && shows( 20, 0 ) );
 }
 
 }

@@ -55,6 +55,18 @@ Output:
 
   --help, --version        print this, or the version, and stop
 
+Entities, below the root 'vanta-fdbd', for whatever runs in the agent's process;
+other processes reach the tables only, so far:
+  bridging/status                the forwarding databases and their hosts
+  bridging/plexoStatus           the owner of the table
+  bridging/vlanCounters          the owner of the table of counters
+  bridging/vlanCounterSnapshots  the owner of that table's snapshots: what each VLAN
+                                 had counted when it was cleared, in a table of the
+                                 same name and "-snapshot"
+  bridging/vlanCountersCliReq    a VLAN that is entered here has its counters cleared
+                                 at once, and the entry is removed
+The last three are there when VLANs are counted.
+
 A VLAN is its own filtering database. SIGTERM or SIGINT stops the agent; the table
 stays and keeps what was learned. Exit status: 0 stopped or ended as asked,
 1 nothing could be learned from, the table failed, or, with --exit-at-end, a

@@ -1,22 +1,8 @@
-#include "Options.h"
-
 #include "TestSupport.h"
 
 namespace Fdbd {
 
 using namespace Test;
-
-namespace {
-
-Options parsed( std::vector< std::string > words ) {
-   words.insert( words.begin(), "vanta-fdbd" );
-   std::vector< char* > argv;
-   for( std::string& w : words ) argv.push_back( w.data() );
-   argv.push_back( nullptr );
-   return parseOptions( static_cast< int >( words.size() ), argv.data() );
-}
-
-}
 
 TEST( Options, SourcesAndTheirPorts ) {
    const Options o = parsed( { "--capture", "a.pcap", "--interface", "eth0", "--capture=b=c.pcap=Port-Channel7", "--bridge", "br=0",

@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <plexo/TestFiles.h>
 #include <regex>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -197,9 +195,7 @@ TEST_F( Program, CapacityThatIsReachedIsOneLineAndAnExitCode ) {
 
 TEST_F( Program, FileSystemThatIsFullIsOneLineAndTheHostsBeforeItStay ) {
    const std::string hosts = hostsCapture( 100000 ), small = directory + "/small";
-   // A mount that only this process and its children see.
-   const bool isPrivate = unshare( CLONE_NEWNS ) == 0 && mount( nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr ) == 0;
-   if( !isPrivate ) GTEST_SKIP() << "needs root, to mount a small file system";
+   if( !mountsArePrivate() ) GTEST_SKIP() << "needs root, to mount a small file system";
    mkdir( small.c_str(), 0755 );
    setenv( "PLEXO_DIR", small.c_str(), 1 );
    for( const bool isTooSmallAtOnce : { false, true } ) {

@@ -1,6 +1,5 @@
 #include "Publisher.h"
 
-#include "Source.h"
 #include "VlanCounting.h"
 #include <Vanta/Bridging.h>
 #include <Vanta/FdbStatusSm.h>
@@ -25,15 +24,23 @@ Bridging::EntryType entryType( HostKind kind ) {
 }
 
 struct Publisher::State {
+   explicit State( Kel::Ptr< Kel::Dir > under ) : root( std::move( under ) ) {
+      tree->entryIs( status );
+      tree->entryIs( tableStatus );
+      root->entryIs( tree );
+   }
+   ~State() { root->entryDel( tree->name() ); }
    Plexo::Writer* table() const { return tableStatus->plexoFdbStatusControl().writer(); }
 
-   Kel::Ptr< Bridging::Status > status = Bridging::statusFactory( "status" );
-   Kel::Ptr< Plexo::Bridging::Status > tableStatus = Plexo::Bridging::statusFactory( "plexoStatus" );
+   const Kel::Ptr< Kel::Dir > root;
+   const Kel::Ptr< Kel::Dir > tree = Kel::dirFactory( "bridging" );
+   const Kel::Ptr< Bridging::Status > status = Bridging::statusFactory( "status" );
+   const Kel::Ptr< Plexo::Bridging::Status > tableStatus = Plexo::Bridging::statusFactory( "plexoStatus" );
    Kel::Ptr< Bridging::WriterFdbStatusSm > machine;
    std::unique_ptr< VlanCounting > vlans;
 };
 
-Publisher::Publisher() : state_( std::make_unique< State >() ) {}
+Publisher::Publisher( const Kel::Ptr< Kel::Dir >& root ) : state_( std::make_unique< State >( root ) ) {}
 
 Publisher::~Publisher() = default;
 
@@ -46,8 +53,8 @@ void Publisher::open( const std::string& table, std::size_t capacity ) {
    state_->machine = Bridging::writerFdbStatusSmFactory( state_->status, state_->tableStatus );
 }
 
-void Publisher::countVlans( const std::string& table, const std::string& snapshots ) {
-   state_->vlans = std::make_unique< VlanCounting >( table, snapshots );
+void Publisher::countVlans( Kel::Activity& activity, const std::string& table, const std::string& snapshots, Reporter report ) {
+   state_->vlans = std::make_unique< VlanCounting >( activity, *state_->tree, table, snapshots, std::move( report ) );
 }
 
 void Publisher::arrived( Vlan vlan, const Quor::EthAddr& destination, std::size_t octets ) {

@@ -1,11 +1,13 @@
 #pragma once
 
-#include "FdbLearner.h"
+#include "Options.h"
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <map>
+#include <sched.h>
 #include <string>
+#include <sys/mount.h>
 #include <vector>
 
 namespace Fdbd::Test {
@@ -96,5 +98,19 @@ struct Bench {
    std::vector< std::string > reports;
    FdbLearner learner;
 };
+
+/// The options that the words of a command line give.
+inline Options parsed( std::vector< std::string > words ) {
+   words.insert( words.begin(), "vanta-fdbd" );
+   std::vector< char* > argv;
+   for( std::string& w : words ) argv.push_back( w.data() );
+   argv.push_back( nullptr );
+   return parseOptions( static_cast< int >( words.size() ), argv.data() );
+}
+
+/// From now on what is mounted is seen by this process and its children only. False where the system does not allow it.
+inline bool mountsArePrivate() {
+   return unshare( CLONE_NEWNS ) == 0 && mount( nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr ) == 0;
+}
 
 }

@@ -1,16 +1,21 @@
 #include "VlanCounting.h"
 
-#include "Source.h"
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <plexo/Exceptions.h>
 
 // Counting a frame touches only memory of the agent's own. The table is written once for each VLAN that a dispatch has brought
 // frames of, so readers see what has arrived as soon as the agent has gone through it, and an idle VLAN costs nothing.
+//
+// Requests are served from a timer, not where they are announced: whoever enters some may be in the midst of walking over them,
+// and a failure that the agent can't go on after leaves the activity, and ends it, instead of a reactor, where it would be lost.
 
 namespace Fdbd {
 
 namespace {
+
+constexpr std::chrono::seconds retryInterval( 1 );
 
 Plexo::TableSetup writing( const std::string& table ) {
    return { .name = table, .mode = Plexo::TableMode::writer, .initialRecords = 64, .maxRecords = maxVlan };
@@ -18,23 +23,23 @@ Plexo::TableSetup writing( const std::string& table ) {
 
 }
 
-/// Serves each request when it is entered.
+/// Has requests served when one is entered; their removal is announced as well.
 class VlanCounting::Server final : public Bridging::VlanCountersCliReq::NotifieeConst {
  public:
    explicit Server( VlanCounting& owner ) : NotifieeConst( owner.requests_ ), owner_( owner ) {}
-   void onClearCountersRequest() override {
-      std::vector< Bridging::VlanId > all;
-      for( auto i = notifier()->clearCountersRequestIterConst(); i; ++i ) all.push_back( i.key() );
-      for( const Bridging::VlanId vlan : all ) owner_.serve( vlan );
+   void onClearCountersRequest() override { owner_.serveIn( {} ); }
+   void onClearCountersRequest( Bridging::VlanId vlan ) override {
+      if( notifier()->clearCountersRequestMap_().contains( vlan ) ) owner_.serveIn( {} );
    }
-   void onClearCountersRequest( Bridging::VlanId vlan ) override { owner_.serve( vlan ); }
 
  private:
    VlanCounting& owner_;
 };
 
-VlanCounting::VlanCounting( const std::string& table, const std::string& snapshots )
-    : counters_( Plexo::Bridging::vlanCounterDirFactory( "vlanCounters" ) ),
+VlanCounting::VlanCounting( Kel::Activity& activity, Kel::Dir& tree, const std::string& table, const std::string& snapshots,
+                            Reporter report )
+    : activity_( activity ), report_( std::move( report ) ),
+      counters_( Plexo::Bridging::vlanCounterDirFactory( "vlanCounters" ) ),
       snapshots_( Plexo::Bridging::vlanCounterSnapshotDirFactory( "vlanCounterSnapshots" ) ),
       requests_( Bridging::vlanCountersCliReqFactory( "vlanCountersCliReq" ) ), counts_( maxVlan + 1 ) {
    counters_->vlanCounterControl().setUp( writing( table ) );
@@ -43,6 +48,9 @@ VlanCounting::VlanCounting( const std::string& table, const std::string& snapsho
    snapshots_->vlanCounterSnapshotDelAll();
    counters_->vlanCounterDelAll();
    server_ = Kel::makePtr< Server >( *this );
+   tree.entryIs( counters_ );
+   tree.entryIs( snapshots_ );
+   tree.entryIs( requests_ );
 }
 
 VlanCounting::~VlanCounting() = default;
@@ -68,10 +76,27 @@ void VlanCounting::publish( double now ) {
    }
 }
 
-void VlanCounting::serve( Bridging::VlanId vlan ) {
-   // The removal of a request is announced as well.
-   if( !requests_->clearCountersRequestMap_().contains( vlan ) ) return;
+void VlanCounting::serveIn( Kel::Activity::Duration delay ) {
+   serveTimer_ = activity_.after( delay, [ this ] { serve(); } );
+}
+
+void VlanCounting::serve() {
    publish( wallNow() );
+   std::string fault;
+   for( auto i = requests_->clearCountersRequestIterConst(); i; ++i ) {
+      try {
+         clear( i.key() );
+      } catch( const Plexo::TableFullException& e ) {
+         fault = e.what(); // others may yet have room: a snapshot that is there already is overwritten
+      }
+   }
+   const bool waits = !fault.empty();
+   if( waits && !serveTimer_.active() ) serveIn( retryInterval );
+   if( waits && !waitingReported_ ) report_( "clearing the counters of VLANs waits, and is tried again every second: " + fault );
+   waitingReported_ = waits;
+}
+
+void VlanCounting::clear( Bridging::VlanId vlan ) {
    const Plexo::Bridging::VlanCounter live = counters_->vlanCounter( vlan );
    // The default record stands for none: a VLAN that has counted nothing needs no snapshot.
    if( live != Plexo::Bridging::VlanCounter() ) snapshots_->vlanCounterSnapshotIs( live );

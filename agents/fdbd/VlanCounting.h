@@ -1,8 +1,10 @@
 #pragma once
 
-#include "Host.h"
+#include "Source.h"
 #include <Vanta/VlanCounters.h>
 #include <Vanta/VlanCountersCliReq.h>
+#include <kel/Activity.h>
+#include <kel/Dir.h>
 #include <string>
 #include <vector>
 
@@ -12,9 +14,14 @@ namespace Fdbd {
 /// What leaves is not seen by any source: those counts stay 0.
 class VlanCounting {
  public:
-   /// Becomes the writer of both tables and empties them: counts begin with the agent. Throws `Kel::Exception`: a table has
-   /// another writer, or can't be made.
-   VlanCounting( const std::string& table, const std::string& snapshots );
+   /// Becomes the writer of both tables and empties them: counts begin with the agent. Puts into `tree` the tables' owners,
+   /// `vlanCounters` and `vlanCounterSnapshots`, and `vlanCountersCliReq`: who enters a VLAN there, with either value, has its
+   /// counters cleared in the next round of `activity`. The present record is copied to the snapshots, and the entry removed.
+   /// While the file system has no room for a snapshot the entry stays, and is tried again every second, which is reported once.
+   /// Any other failure, like those of `publish`, leaves the activity. Throws `Kel::Exception`: a table has another writer, or
+   /// can't be made.
+   VlanCounting( Kel::Activity& activity, Kel::Dir& tree, const std::string& table, const std::string& snapshots,
+                 Reporter report );
    ~VlanCounting();
    VlanCounting( const VlanCounting& ) = delete;
    VlanCounting& operator=( const VlanCounting& ) = delete;
@@ -25,9 +32,6 @@ class VlanCounting {
    /// later than that of any before it, also where the clock is set back. Throws `Kel::Exception` when the table is full or
    /// corrupted.
    void publish( double now );
-   /// Who enters a VLAN here, with either value, has its counters cleared: the present record is copied to the snapshots, and the
-   /// entry removed. An entry that can't be served stays.
-   const Kel::Ptr< Bridging::VlanCountersCliReq >& requests() const { return requests_; }
 
  private:
    class Server;
@@ -37,8 +41,12 @@ class VlanCounting {
       bool isNew = false;
    };
 
-   void serve( Bridging::VlanId vlan );
+   void serveIn( Kel::Activity::Duration delay );
+   void serve();
+   void clear( Bridging::VlanId vlan );
 
+   Kel::Activity& activity_;
+   const Reporter report_;
    const Kel::Ptr< Plexo::Bridging::VlanCounterDir > counters_;
    const Kel::Ptr< Plexo::Bridging::VlanCounterSnapshotDir > snapshots_;
    const Kel::Ptr< Bridging::VlanCountersCliReq > requests_;
@@ -46,6 +54,8 @@ class VlanCounting {
    std::vector< Vlan > new_;      ///< Those with `isNew`.
    double time_ = 0;
    Kel::Ptr< Server > server_;
+   Kel::Timer serveTimer_;
+   bool waitingReported_ = false;
 };
 
 }

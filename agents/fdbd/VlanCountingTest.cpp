@@ -1,11 +1,9 @@
 #include "VlanCounting.h"
 
 #include "TestSupport.h"
-#include <fstream>
-#include <kel/Notifiee.h>
+#include <kel/Path.h>
 #include <plexo/TestFiles.h>
 #include <regex>
-#include <sstream>
 
 // The agent's counters as `vanta` shows them in another process, and the requests to clear them.
 
@@ -29,12 +27,39 @@ class VlanCounters : public ::testing::Test {
    /// What a command writes to standard output.
    std::string outputOf( const std::string& command ) const {
       EXPECT_EQ( std::system( ( "timeout 20 " + command + " >" + home.path + "/out" ).c_str() ), 0 ) << command;
-      std::ostringstream out;
-      out << std::ifstream( home.path + "/out" ).rdbuf();
-      return out.str();
+      return Plexo::contentOf( home.path + "/out" );
    }
 
    const Plexo::TestDirectory home{ { "PLEXO_DIR", "RILO_DIR" } };
+};
+
+/// Counters and what stands in their tree.
+struct Counting {
+   template< class T >
+   Kel::Ptr< T > at( const char* path ) const {
+      return Kel::entityAtPath< T >( tree, path );
+   }
+   void arrive( Vlan vlan, std::size_t octets ) { counters.arrived( vlan, group, octets ); }
+   /// Asks for it, with either value.
+   void request( Vlan vlan ) { requests->clearCountersRequestIs( Bridging::VlanId( vlan ), vlan % 2 ); }
+   /// Serves what is due, and says how many requests are left.
+   std::size_t waiting() {
+      activity.dispatch( std::chrono::seconds( 10 ) );
+      return requests->clearCountersRequestCount();
+   }
+   /// How many snapshots there are. Each is what its VLAN has counted.
+   std::size_t snapshots() const {
+      const auto dir = at< Plexo::Bridging::VlanCounterSnapshotDir >( "vlanCounterSnapshots" );
+      for( auto i = dir->vlanCounterSnapshotIterConst(); i; ++i ) EXPECT_EQ( i.value(), live->vlanCounter( i.key() ) );
+      return dir->vlanCounterSnapshotCount();
+   }
+
+   Kel::Activity activity;
+   const Kel::Ptr< Kel::Dir > tree = Kel::dirFactory( "tree" );
+   std::string reports;
+   VlanCounting counters{ activity, *tree, "c", "s", [ this ]( const std::string& line ) { reports += line + '\n'; } };
+   const Kel::Ptr< Plexo::Bridging::VlanCounterDir > live = at< Plexo::Bridging::VlanCounterDir >( "vlanCounters" );
+   const Kel::Ptr< Bridging::VlanCountersCliReq > requests = at< Bridging::VlanCountersCliReq >( "vlanCountersCliReq" );
 };
 
 }
@@ -63,31 +88,54 @@ TEST_F( VlanCounters, AnotherProcessShowsExactlyWhatACaptureHolds ) {
 }
 
 TEST_F( VlanCounters, RequestLeavesASnapshotAndGoes ) {
-   VlanCounting counting( "c", "s" );
-   const auto live = Plexo::Bridging::vlanCounterDirFactory( "live" );
-   live->vlanCounterControl().setUp( { .name = "c" } );
-   const auto snapshots = Plexo::Bridging::vlanCounterSnapshotDirFactory( "snapshots" );
-   snapshots->vlanCounterSnapshotControl().setUp( { .name = "s" } );
-   const Bridging::VlanId ten( 10 ), twenty( 20 );
-   counting.arrived( 10, group, 100 );
-   counting.arrived( 20, group, 100 );
-   counting.publish( 1e10 );
-   counting.arrived( 10, group, 23 );
-   EXPECT_EQ( live->vlanCounter( ten ).vlanStats().inOctets(), 100u );
-   counting.requests()->clearCountersRequestIs( ten, false );
-   EXPECT_EQ( live->vlanCounter( ten ).vlanStats().inOctets(), 123u ) << "with what had not been published";
-   EXPECT_GT( live->vlanCounter( ten ).statsUpdateTime(), 1e10 ) << "though the clock has gone back";
-   EXPECT_EQ( snapshots->vlanCounterSnapshot( ten ), live->vlanCounter( ten ) );
-   counting.requests()->clearCountersRequestIs( Bridging::VlanId( 30 ), true ); // has counted nothing
-   EXPECT_EQ( snapshots->vlanCounterSnapshotCount(), 1u );
-   EXPECT_EQ( counting.requests()->clearCountersRequestCount(), 0u );
+   Counting c;
+   c.arrive( 10, 100 );
+   c.arrive( 20, 100 );
+   c.counters.publish( 1e10 );
+   c.arrive( 10, 23 );
+   EXPECT_EQ( c.live->vlanCounter( Bridging::VlanId( 10 ) ).vlanStats().inOctets(), 100u );
+   c.request( 10 );
+   EXPECT_EQ( c.waiting(), 0u );
+   EXPECT_EQ( c.live->vlanCounter( Bridging::VlanId( 10 ) ).vlanStats().inOctets(), 123u ) << "with what had not been published";
+   EXPECT_GT( c.live->vlanCounter( Bridging::VlanId( 10 ) ).statsUpdateTime(), 1e10 ) << "though the clock has gone back";
+   EXPECT_EQ( c.snapshots(), 1u );
+   c.request( 31 ); // has counted nothing
+   EXPECT_EQ( c.waiting(), 0u );
+   EXPECT_EQ( c.snapshots(), 1u );
 
    Plexo::FileBytes( home.path + "/s.plexo" ).put( 0, 0 ); // no snapshot can be written any more
-   Kel::CallbackFailure failure;
-   counting.requests()->clearCountersRequestIs( twenty, true );
-   EXPECT_THROW( failure.rethrow(), Plexo::AssertionException );
-   counting.requests()->clearCountersRequestNotifyCollection();
-   EXPECT_THROW( failure.rethrow(), Plexo::AssertionException ) << "it has stayed, and is tried again";
+   c.request( 20 );
+   EXPECT_THROW( c.waiting(), Plexo::AssertionException );
+   c.requests->clearCountersRequestNotifyCollection();
+   EXPECT_THROW( c.waiting(), Plexo::AssertionException ) << "it has stayed";
+}
+
+TEST_F( VlanCounters, RequestWaitsForRoomInTheFileSystem ) {
+   const bool isSmall = mountsArePrivate() && mount( "none", home.path.c_str(), "tmpfs", 0, "size=2m" ) == 0;
+   if( !isSmall ) GTEST_SKIP() << "needs root, to mount a small file system";
+   {
+      Counting c;
+      for( Vlan vlan = minVlan; vlan <= maxVlan; ++vlan ) c.arrive( vlan, vlan );
+      c.counters.publish( 1 );
+      std::ofstream( home.path + "/filler" ) << std::string( 1 << 21, 'x' );
+      for( Vlan vlan = minVlan; vlan <= maxVlan; ++vlan ) c.request( vlan );
+      const std::size_t waiting = c.waiting();
+      EXPECT_TRUE( waiting > 0 && c.snapshots() == maxVlan - waiting ) << waiting;
+      const std::regex once( "clearing the counters of VLANs waits, and is tried again every second: table .*/s.plexo cannot "
+                             "grow: .*; make room there, or name another directory in PLEXO_DIR\n" );
+      EXPECT_TRUE( std::regex_match( c.reports, once ) ) << c.reports;
+      c.requests->clearCountersRequestNotifyCollection();
+      EXPECT_EQ( c.waiting(), waiting );
+      std::filesystem::remove( home.path + "/filler" );
+      const Kel::Timer done = c.activity.every( std::chrono::milliseconds( 10 ), [ & ] {
+         if( c.requests->clearCountersRequestCount() == 0 ) c.activity.stop();
+      } );
+      EXPECT_TRUE( c.activity.runFor( std::chrono::seconds( 20 ) ) );
+      EXPECT_EQ( c.snapshots(), std::size_t( maxVlan ) );
+      EXPECT_TRUE( std::regex_match( c.reports, once ) ) << c.reports;
+   }
+   EXPECT_EQ( Counting().snapshots(), 0u ) << "another run";
+   EXPECT_EQ( umount( home.path.c_str() ), 0 );
 }
 
 }

@@ -1,16 +1,10 @@
-#include "Agent.h"
-#include "PrintSink.h"
-#include "Publisher.h"
+#include "Run.h"
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <iostream>
 #include <kel/Exception.h>
 #include <kel/Trace.h>
-
-// The order matters: the sources are opened before the table, so that a command line that nothing can come of leaves the table of
-// an earlier run as it is; and what bridges have already is known before the table is brought in step.
 
 namespace Fdbd {
 
@@ -30,35 +24,16 @@ int print( const char* text ) {
    return 3;
 }
 
-int learn( const Options& options, HostSink& sink, const std::function< void() >& open ) {
-   Kel::Activity activity;
-   const Kel::SignalWatch signals( activity, { SIGTERM, SIGINT }, [ & ]( int ) { activity.stop(); } );
-   const auto statistics = [ & ]( const std::string& text ) {
-      if( options.json ) std::fprintf( stderr, "%s\n", text.c_str() );
-      else line( text );
-   };
-   Agent agent( activity, options, sink, line, statistics );
-   if( !agent.usable() ) return 1;
-   open();
-   return agent.run();
-}
-
-int run( int argc, char** argv ) {
+int program( int argc, char** argv ) {
    const Options options = parseOptions( argc, argv );
    if( options.action == Options::Action::help ) return print( helpText );
    if( options.action == Options::Action::version ) return print( "vanta-fdbd " VANTA_VERSION "\n" );
    traceAs( options.trace );
    // A reader of our lines that goes away is no reason to stop learning.
    std::signal( SIGPIPE, SIG_IGN );
-   if( options.print ) {
-      PrintSink sink( std::cout );
-      return learn( options, sink, [] {} );
-   }
-   Publisher sink;
-   return learn( options, sink, [ & ] {
-      sink.open( options.table, options.learning.capacity );
-      if( options.countsVlans() ) sink.countVlans( options.vlanCounters, options.vlanCounters + snapshotSuffix );
-   } );
+   Kel::Activity activity;
+   const Kel::SignalWatch signals( activity, { SIGTERM, SIGINT }, [ & ]( int ) { activity.stop(); } );
+   return run( options, activity, Kel::dirFactory( "vanta-fdbd" ), line );
 }
 
 }
@@ -66,7 +41,7 @@ int run( int argc, char** argv ) {
 }
 
 int main( int argc, char** argv ) try {
-   return Fdbd::run( argc, argv );
+   return Fdbd::program( argc, argv );
 } catch( const Fdbd::UsageError& e ) {
    Fdbd::line( std::string( e.what() ) + " (see 'vanta-fdbd --help')" );
    return 2;

@@ -60,17 +60,17 @@ void join( Plexo::TableControl& control, const std::string& table ) {
       throw Failure( exitNotConnected, described( table ) + " can't be used: " + printable( control.reason() ) );
 }
 
-/// The two tables of counters, as they are when it is made. Throws `Failure` when there are none, or they can't be used.
+/// The table of counters and that of their snapshots. Throws `Failure` when there are no counters, or a table that is needed
+/// can't be used.
 class CounterTables {
  public:
-   explicit CounterTables( const std::string& table ) {
+   explicit CounterTables( const std::string& table ) : table_( table ) {
       join( counters_->vlanCounterControl(), table );
       if( state() == Plexo::TableState::connecting ) {
          throw Failure( exitNotConnected, "there is no " + described( table ) +
                                              "; is its writer (vanta-fdbd with a capture or an interface) running? "
                                              "'vanta tables' lists the tables" );
       }
-      join( snapshots_->vlanCounterSnapshotControl(), table + "-snapshot" ); // without one, nothing was ever cleared
    }
    Plexo::TableState state() const { return counters_->vlanCounterControl().state(); }
 
@@ -81,9 +81,10 @@ class CounterTables {
       std::sort( rows.begin(), rows.end() );
       return rows;
    }
-   /// What each VLAN has counted since it was cleared.
-   std::vector< Row > sinceCleared() const {
+   /// What each VLAN has counted since it was cleared. REQUIRES: not called before.
+   std::vector< Row > sinceCleared() {
       std::vector< Row > rows = totals();
+      join( snapshots_->vlanCounterSnapshotControl(), table_ + "-snapshot" ); // without one, nothing was ever cleared
       for( Row& row : rows ) {
          const Row snapshot = rowOf( snapshots_->vlanCounterSnapshot( Bridging::VlanId( Kel::U16( row.vlan ) ) ) );
          if( snapshot.updated > row.updated ) row.counts = {};
@@ -94,6 +95,7 @@ class CounterTables {
    }
 
  private:
+   const std::string table_;
    const Kel::Ptr< Plexo::Bridging::VlanCounterDir > counters_ = Plexo::Bridging::vlanCounterDirFactory( "counters" );
    const Kel::Ptr< Plexo::Bridging::VlanCounterSnapshotDir > snapshots_ =
       Plexo::Bridging::vlanCounterSnapshotDirFactory( "snapshots" );
@@ -115,7 +117,7 @@ struct Reading {
 };
 
 Reading readOnce( const std::string& table ) {
-   const CounterTables tables( table );
+   CounterTables tables( table );
    return { tables.sinceCleared(), 0, tables.state() };
 }
 
@@ -133,7 +135,8 @@ Reading readTwice( const std::string& table, double interval ) {
 
 void show( const Reading& reading ) {
    std::vector< Table::Column > headings = { { "VLAN", Table::right } };
-   for( const Column& column : columns ) headings.push_back( { column.heading, Table::right } );
+   const char* const unit = reading.seconds > 0 ? "/S" : "";
+   for( const Column& column : columns ) headings.push_back( { std::string( column.heading ) + unit, Table::right } );
    headings.push_back( { "UPDATED" } );
    Table table( headings );
    for( const Row& row : reading.rows ) {
@@ -186,7 +189,10 @@ CommandLine commandLine( Asked& asked ) {
                      "since the agent started. Packets are frames by their destination address. vanta-fdbd counts what\n"
                      "arrives, in octets of whole frames without their check sequence; out stays 0. UPDATED (in JSON\n"
                      "statsUpdateTime, in seconds since 1970) is when a frame was last counted.\n\n"
-                     "Exit codes: 0 shown; 1 the VLAN that was asked for has no counters; 3 there is no table.",
+                     "Counters are cleared within the agent that counts, as 'vanta-fdbd --help' tells. They go on then; what\n"
+                     "they were is kept in the table NAME-snapshot, and taken off here.\n\n"
+                     "Exit codes: 0 shown; 1 the VLAN that was asked for has no counters; 3 there is no table, or it can't\n"
+                     "be used.",
       .options = {
          { "table", "NAME", "the table of counters (default: fdb-vlan-counters)", [ & ]( const char* t ) { asked.table = t; } },
          { "vlan", "N", "only this VLAN, from 1 to 4094",

@@ -44,6 +44,7 @@ TEST_F( Counters, ShowsWhatPassedSinceTheSnapshot ) {
 TEST_F( Counters, RateIsOfWhatPassesBetweenTwoReadings ) {
    std::atomic< bool > done = false;
    live->vlanCounterIs( counter( 1, 1000, 1, 1 ) );
+   EXPECT_EQ( run( "counters show --rate --interval 0.01" ).out.rfind( "VLAN  IN OCTETS/S  IN UCAST/S  ", 0 ), 0u );
    std::thread writer( [ & ] {
       for( Kel::U64 n = 2; !done; ++n ) {
          live->vlanCounterIs( counter( 1, n * 1000, n, double( n ) ) );
@@ -65,8 +66,10 @@ TEST_F( Counters, RateIsOfWhatPassesBetweenTwoReadings ) {
 }
 
 TEST_F( Counters, ExitCodesOfShow ) {
+   const auto odd = Plexo::Bridging::vlanCounterDirFactory( "odd" );
    live->vlanCounterIs( counter( 1, 1000, 1, 1 ) );
-   std::ofstream( directory_ + "/foreign.plexo" ) << "something else";
+   for( const char* name : { "foreign", "odd-snapshot" } ) std::ofstream( directory_ + "/" + name + ".plexo" ) << "something else";
+   odd->vlanCounterControl().setUp( { .name = "odd", .mode = Plexo::TableMode::writer } );
    struct {
       const char* arguments;
       int code;
@@ -80,6 +83,8 @@ TEST_F( Counters, ExitCodesOfShow ) {
       { "--table a/b", 2, "--table: " },
       { "--table other", 3, "there is no table 'other' in " },
       { "--table foreign", 3, "table 'foreign' in " },
+      { "--table odd", 3, "table 'odd-snapshot' in " },
+      { "--table odd --rate --interval 0.01", 0, "" },
    };
    for( const auto& c : cases ) {
       const Outcome result = run( std::string( "counters show " ) + c.arguments );

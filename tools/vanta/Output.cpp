@@ -134,7 +134,7 @@ std::string dateTime( double secondsSinceEpoch, bool withMilliseconds ) {
 }
 
 Table::Table( std::vector< Column > columns ) : columns_( std::move( columns ) ) {
-   for( const Column& column : columns_ ) widths_.push_back( std::strlen( column.heading ) );
+   for( const Column& column : columns_ ) widths_.push_back( column.heading.size() );
 }
 
 void Table::row( const std::vector< std::string >& cells ) {

@@ -38,7 +38,7 @@ class Table {
  public:
    enum Align { left, right };
    struct Column {
-      const char* heading;
+      std::string heading;
       Align align = left;
    };
    explicit Table( std::vector< Column > columns );
