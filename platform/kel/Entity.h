@@ -287,9 +287,11 @@ class Entity : public PtrInterface {
    /// Gives each reactor its typed callback; one of a class that does not know the attribute has none. Each library has its own
    /// copy of this, beside the setters: a call across libraries costs as much as all the rest.
    [[gnu::visibility("hidden"), gnu::noinline]] void call( NotifieeBase::Callback callback, U16 attr ) const {
-      notifiees_->walk( false, [ callback, attr ]( NotifieeBase& reactor ) {
+      const VirtualCallback own( callback );
+      if( !own ) return notify( Change{ attr } );
+      notifiees_->walk( false, [ own, attr ]( NotifieeBase& reactor ) {
          try {
-            if( attr < reactor.knownAttrs_ ) ( reactor.*callback )();
+            if( attr < reactor.knownAttrs_ ) own( reactor );
             else reactor.dispatch( Change{ attr } );
          } catch( ... ) {
             reactor.callbackThrew( Change{ attr } );

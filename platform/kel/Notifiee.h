@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstring>
 #include <exception>
 #include <kel/Ptr.h>
 #include <kel/Type.h>
@@ -82,6 +84,33 @@ class NotifieeBase : public PtrInterface {
    /// Attributes below this index have their callbacks in this class or a base; a reactor to a base type knows fewer.
    U16 knownAttrs_ = 0;
    U32 exceptions_ = 0;
+};
+
+/// A callback, taken apart once for a walk over many reactors. The pointer to a virtual member function is the offset of its entry in
+/// the table that an object's first word points to, plus 1 (Itanium C++ ABI, 2.3); a call through the pointer tests for that, and
+/// for more, each time.
+class VirtualCallback {
+ public:
+   explicit VirtualCallback( NotifieeBase::Callback callback ) {
+      struct {
+         std::ptrdiff_t entry, adjustment;
+      } parts;
+      static_assert( sizeof parts == sizeof callback );
+      std::memcpy( &parts, &callback, sizeof parts );
+      if( parts.entry & 1 && parts.adjustment == 0 ) entry_ = parts.entry - 1;
+   }
+   /// False for one that has to be called in the language's own way.
+   explicit operator bool() const { return entry_ >= 0; }
+   void operator()( NotifieeBase& reactor ) const {
+      const char* table;
+      void ( *function )( NotifieeBase* );
+      std::memcpy( &table, static_cast< const void* >( &reactor ), sizeof table );
+      std::memcpy( &function, table + entry_, sizeof function );
+      function( &reactor );
+   }
+
+ private:
+   std::ptrdiff_t entry_ = -1;
 };
 
 /// What every generated `T::NotifieeConst` begins with; `Base` is that of the entity type that `T` derives from.
