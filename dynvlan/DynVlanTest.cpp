@@ -213,10 +213,24 @@ struct Model : World {
       std::map< SourcePriorityPair, Source > expected;
       for( const auto& [ key, dir ] : machineOf ) expected[ pairOf( key ) ] = dir;
       check( machines() == expected, "machines", 0 );
+      for( auto i = reactor->dynVlanIntfConfigSmIterConst(); i; ++i ) check( i.value()->initialized(), "start of machine", 0 );
+      std::size_t sourcesNow = 0, entries = 0;
+      for( U32 s = 0; s < sourceCount; ++s ) {
+         const auto priority = reactor->dynVlanIntfConfigPrioritySm( nameOf( s ) );
+         check( ( priority ? priority->dynVlanConfig() : nullptr ) == entry( s ), "priority machine", s );
+         sourcesNow += !!entry( s ), entries += reports[ s ]->vlanIntfConfigErrorCount();
+      }
+      check( reactor->dynVlanIntfConfigPrioritySmCount() == sourcesNow, "priority machines", 0 );
+      check( entries == reported.size() && list->sourcePriorityCount() == owner.size(), "reports or owners", 0 );
+      check( reactor->preIntfListCount() == picked.size() && reactor->preIntfListSmCount() == picked.size(), "picked", 0 );
+      check( list->intfConfigCount() == published.size(), "published", 0 );
       for( U32 n = 1; n <= intfCount; ++n ) {
          const auto* is = list->sourcePriorityMap_().find( vlan( n ) );
          check( is ? owner.contains( n ) && *is == pairOf( owner[ n ] ) : !owner.contains( n ), "owner", n );
          check( reactor->preIntfList( vlan( n ) ) == at( picked, n ), "picked", n );
+         const auto publisher = reactor->preIntfListSm( vlan( n ) );
+         check( publisher ? publisher->initialized() && publisher->preIntfListSm() == at( picked, n ) : !picked.contains( n ),
+                "publisher", n );
          check( list->intfConfig( vlan( n ) ) == at( published, n ), "published", n );
          for( U32 s = 0; s < sourceCount; ++s ) {
             check( isReported( s, n ) == reported.contains( { nameOf( s ), n } ), "report to " + nameOf( s ), n );
