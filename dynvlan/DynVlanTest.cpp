@@ -368,23 +368,33 @@ TEST_F( DynVlan, TraceTexts ) {
         "C merge(id): add config sources/a/Vlan1; +; C cleanup(): source: {a Med}; -; C alternate(..): skip: {a Med}intf V1; "
         "C alternate(..):found alternate cfg sources/a/Vlan1; +; C report(..): add report for a, intf V1; "
         "P priority(): no change from previous priority Hi" },
-      { [ & ] { reactor->standbyModeIs( true ), verdict( false ), request( 1, 1 ); },
+      { [ & ] { reactor->standbyModeIs( true ), verdict( false ), request( 1, 1 ), sources->entryDel( "c" ); },
         "R standby(): standbyMode 1; R verdict(id): intf  V1; C report(..): standbyMode: 1; C merge(id): intf V1; "
-        "C merge(id):myPri < prevPri? 1 {a Hi} {b Lo}; C report(..): standbyMode: 1; C merge(id): keep prev config " },
+        "C merge(id):myPri < prevPri? 1 {a Hi} {b Lo}; C report(..): standbyMode: 1; C merge(id): keep prev config ; "
+        "R dir(name): source c; 6 R dir(name):remove source c; C cleanup(): source: {c Hi}; -; "
+        "C alternate(..): skip: {c Hi}intf V1; C alternate(..):found alternate cfg sources/a/Vlan1; +; "
+        "C report(..): standbyMode: 1" },
       { [ & ] { verdict( true ), reactor->standbyModeIs( false ); },
         "R verdict(id): intf  V1; C report(..): standbyMode: 1; R standby(): standbyMode 0; C merge(): sourcePriority: {a Hi}; "
         "C merge(id): intf V1; C merge(id):myPri < prevPri? 0 {a Hi} {a Hi}; C merge(id): replace prev config ; -; "
         "C report(..): add report for a, intf V1; C report(..): add report for a, intf V1; "
-        "C merge(id): add config sources/a/Vlan1; +; C merge(): sourcePriority: {c Hi}; C merge(): sourcePriority: {b Lo}; "
-        "C merge(id): intf V1; C merge(id):myPri < prevPri? 1 {a Hi} {b Lo}; C report(..): add report for b, intf V1; "
+        "C merge(id): add config sources/a/Vlan1; +; C merge(): sourcePriority: {b Lo}; C merge(id): intf V1; "
+        "C merge(id):myPri < prevPri? 1 {a Hi} {b Lo}; C report(..): add report for b, intf V1; "
         "C merge(id): keep prev config ; C report(..): add report for a, intf V1; C report(..): add report for b, intf V1; "
         "C report(..): del report for c, intf V1" },
+      { [ & ] { reactor->dynVlanIntfConfigSm( { "a", hi } )->cleanup(), again( 0, 1 ); },
+        "C cleanup(): source: {a Hi}; -; C alternate(..): skip: {a Hi}intf V1; "
+        "C alternate(..):found alternate cfg sources/b/Vlan1; +; C report(..): add report for b, intf V1; "
+        "C report(..): del report for a, intf V1; C merge(id): intf V1" },
+      { [ & ] { reactor->initializedIs( false ), verdict( false ), reactor->standbyModeIs( true ), reactor->standbyModeIs( false ),
+                sources->entryNotify( "a" ), reactor->initializedIs( true ); },
+        "R verdict(id): intf  V1; R standby(): standbyMode 1; R standby(): standbyMode 0; R dir(name): source a" },
       { [ & ] { sources->entryIs( "a", list ), sources->entryDel( "a" ); },
         "R dir(name): source a; 6 R dir(name):remove source a; C cleanup(): source: {a Hi}; -; "
         "C alternate(..): skip: {a Hi}intf V1; C alternate(..):found alternate cfg sources/b/Vlan1; +; "
-        "C report(..): add report for b, intf V1; C report(..): del report for a, intf V1; R dir(name): source a; "
-        "6 R dir(name):remove source a; R dir(name): source a; 6 R dir(name):remove source a" },
-      { [ & ] { errors->entryDel( "b" ), verdict( false ), withdraw( 1, 1 ); },
+        "C report(..): del report for b, intf V1; R dir(name): source a; 6 R dir(name):remove source a; R dir(name): source a; "
+        "6 R dir(name):remove source a" },
+      { [ & ] { errors->entryDel( "b" ), verdict( true ), withdraw( 1, 1 ); },
         "R verdict(id): intf  V1; C report(..): return no err dir intf V1; C merge(id): intf V1; "
         "C merge(id): del config for intf:V1; -; C alternate(..): skip: {b Lo}intf V1" },
       // A new priority that the priority machine has not heard of.
@@ -394,16 +404,13 @@ TEST_F( DynVlan, TraceTexts ) {
         "P priority(): replace previous priority Lo with new priority Med; C start():; C merge(): sourcePriority: {b Med}; "
         "C cleanup(): source: {b Lo}" },
       { [ & ] { start( false, false ); },
-        "R cleanup():; C cleanup(): source: {c Hi}; C cleanup(): source: {b Med}; R start(): launched by Vanta? : 0; R dir():; "
-        "R dir(name): source b; 6 R dir(name): add source b priority Med; C start():; C merge(): sourcePriority: {b Med}; "
-        "R dir(name): source c; 6 R dir(name): add source c priority Hi; C start():; C merge(): sourcePriority: {c Hi}" },
+        "R cleanup():; C cleanup(): source: {b Med}; R start(): launched by Vanta? : 0; R dir():; R dir(name): source b; "
+        "6 R dir(name): add source b priority Med; C start():; C merge(): sourcePriority: {b Med}" },
       { [ & ] { b->intfConfigIs( vlan( 1 ) )->dynamicIs( true ), b->intfConfig( vlan( 1 ) )->sourceIs( "x" ); },
         "C merge(id): intf V1; C merge(id): add config sources/b/Vlan1; I start():; I mark(): initialized:1 intf V1; "
         "I mark(): initialized:1 intf V1; I mark(): initialized:1 intf V1; I mark():adding prelisted intf V1 to dynVlanIntfList" },
       { [ & ] { reactor = nullptr; },
-        "R cleanup():; C cleanup(): source: {c Hi}; -; C alternate(..): skip: {c Hi}intf V1; "
-        "C alternate(..):found alternate cfg sources/b/Vlan1; +; C report(..): return no err dir intf V1; "
-        "C cleanup(): source: {b Med}; -; C alternate(..): skip: {b Med}intf V1" } };
+        "R cleanup():; C cleanup(): source: {b Med}; -; C alternate(..): skip: {b Med}intf V1" } };
    for( const auto& step : story ) EXPECT_EQ( step.lines, traceOf( step.act ) );
 }
 
@@ -436,14 +443,30 @@ TEST_F( DynVlan, RefusalsAndAssertions ) {
    }
 }
 
-// --- when somebody intervenes
-
 /// Calls somebody back at every change of an entity.
 struct Meddler : Kel::NotifieeBase {
    Meddler( const Ptr< Kel::Entity >& entity, std::function< void() > what ) : then( what ) { activate( entity.ptr() ); }
    void dispatch( const Kel::Change& ) override { then(); }
    std::function< void() > then;
 };
+
+/// What is seen between two writes that leave no line.
+TEST_F( DynVlan, OrderOfWrites ) {
+   std::string seen;
+   request( 0, 1 ), start();
+   const auto config = dirs[ 0 ][ 0 ]->intfConfig( vlan( 1 ) );
+   const auto ofConfig = Kel::makePtr< Meddler >( config, [ & ] {
+      seen += std::string( config->dynamic() ? "dynamic of " : "of " ) + config->source().str() + "; ";
+   } );
+   const auto ofList = Kel::makePtr< Meddler >( list, [ & ] {
+      seen += list->sourcePriority( vlan( 1 ) ).source().str() + ( list->intfConfig( vlan( 1 ) ) ? " published" : "" );
+      seen += reactor->dynVlanIntfConfigPrioritySm( "a" ) ? " followed; " : "; ";
+   } );
+   enter( 0, hi ), again( 0, 1 ), sources->entryDel( "a" );
+   EXPECT_EQ( "dynamic of cli; dynamic of a; a; a published; a followed;  followed; a followed; a published followed; a; ; ", seen );
+}
+
+// --- when somebody intervenes
 
 /// The walk over what was published hands on the verdict that it found, even where the consumer takes it back meanwhile.
 TEST_F( DynVlan, ReportsOfTheWalkStay ) {
