@@ -292,7 +292,8 @@ TEST( DynVlanModel, RandomScripts ) {
 // --- what it says, and what stops it
 
 TEST( SourcePriorityPair, BestFirst ) {
-   const SourcePriorityPair ascending[] = { { "b", hi }, { "c", hi }, { "B", med }, { "a", med }, { "", lo }, { "a", lo } };
+   const SourcePriorityPair ascending[] = { { "b", hi }, { "c", hi }, { "B", med }, { "a", med }, { "", lo }, { "a", lo },
+                                            { "", Priority( ~0u ) } };
    for( const auto& a : ascending ) {
       for( const auto& b : ascending ) {
          EXPECT_EQ( &a <=> &b, a <=> b );
@@ -386,8 +387,8 @@ TEST_F( DynVlan, TraceTexts ) {
         "C cleanup(): source: {a Hi}; -; C alternate(..): skip: {a Hi}intf V1; "
         "C alternate(..):found alternate cfg sources/b/Vlan1; +; C report(..): add report for b, intf V1; "
         "C report(..): del report for a, intf V1; C merge(id): intf V1" },
-      { [ & ] { reactor->initializedIs( false ), verdict( false ), reactor->standbyModeIs( true ), reactor->standbyModeIs( false ),
-                sources->entryNotify( "a" ), reactor->initializedIs( true ); },
+      { [ & ] { reactor->initializedIs( false ), verdict( false ), reactor->standbyModeIs( true );
+                reactor->standbyModeIs( false ), sources->entryNotify( "a" ), reactor->initializedIs( true ); },
         "R verdict(id): intf  V1; R standby(): standbyMode 1; R standby(): standbyMode 0; R dir(name): source a" },
       { [ & ] { sources->entryIs( "a", list ), sources->entryDel( "a" ); },
         "R dir(name): source a; 6 R dir(name):remove source a; C cleanup(): source: {a Hi}; -; "
@@ -408,7 +409,8 @@ TEST_F( DynVlan, TraceTexts ) {
         "6 R dir(name): add source b priority Med; C start():; C merge(): sourcePriority: {b Med}" },
       { [ & ] { b->intfConfigIs( vlan( 1 ) )->dynamicIs( true ), b->intfConfig( vlan( 1 ) )->sourceIs( "x" ); },
         "C merge(id): intf V1; C merge(id): add config sources/b/Vlan1; I start():; I mark(): initialized:1 intf V1; "
-        "I mark(): initialized:1 intf V1; I mark(): initialized:1 intf V1; I mark():adding prelisted intf V1 to dynVlanIntfList" },
+        "I mark(): initialized:1 intf V1; I mark(): initialized:1 intf V1; "
+        "I mark():adding prelisted intf V1 to dynVlanIntfList" },
       { [ & ] { reactor = nullptr; },
         "R cleanup():; C cleanup(): source: {b Med}; -; C alternate(..): skip: {b Med}intf V1" } };
    for( const auto& step : story ) EXPECT_EQ( step.lines, traceOf( step.act ) );
@@ -463,7 +465,8 @@ TEST_F( DynVlan, OrderOfWrites ) {
       seen += reactor->dynVlanIntfConfigPrioritySm( "a" ) ? " followed; " : "; ";
    } );
    enter( 0, hi ), again( 0, 1 ), sources->entryDel( "a" );
-   EXPECT_EQ( "dynamic of cli; dynamic of a; a; a published; a followed;  followed; a followed; a published followed; a; ; ", seen );
+   EXPECT_EQ( "dynamic of cli; dynamic of a; a; a published; "
+              "a followed;  followed; a followed; a published followed; a; ; ", seen );
 }
 
 // --- when somebody intervenes
@@ -482,16 +485,19 @@ TEST_F( DynVlan, ReportsOfTheWalkStay ) {
 
 /// A collection that is to be read again as a whole: what has gone unheard is made up for.
 TEST_F( DynVlan, ReadingAgain ) {
-   start(), request( 0, 1 ), request( 0, 2 ), enter( 0, hi ), request( 1, 2 ), enter( 1, lo );
+   start(), request( 0, 1 ), request( 0, 2 ), enter( 0, hi ), request( 1, 2 ), enter( 1, lo ), enter( 3, lo );
    reactor->hasNotificationActiveIs( false );
-   withdraw( 0, 1 ), request( 0, 3 ), withdraw( 1, 2 ), enter( 2, lo ), list->intfConfigErrorIs( vlan( 2 ), true );
+   withdraw( 0, 1 ), request( 0, 3 ), withdraw( 1, 2 ), enter( 2, lo ), sources->entryDel( "d" );
+   list->intfConfigErrorIs( vlan( 3 ), true );
    reactor->hasNotificationActiveIs( true );
    for( U32 s : { 0u, 1u } ) dirs[ s ][ 0 ]->intfConfigNotifyCollection();
-   sources->attrNotify( Kel::Dir::Attr_::entry ), list->intfConfigErrorNotifyCollection();
+   list->intfConfigErrorNotifyCollection();
    const SourcePriorityPair a( "a", hi );
    EXPECT_TRUE( list->sourcePriority( vlan( 2 ) ) == a && list->sourcePriority( vlan( 3 ) ) == a );
    EXPECT_EQ( 2u, list->sourcePriorityCount() );
-   EXPECT_TRUE( isReported( 0, 2 ) && !isReported( 1, 2 ) && reactor->dynVlanIntfConfigSmCount() == 3 );
+   EXPECT_TRUE( !isReported( 0, 2 ) && isReported( 0, 3 ) && !isReported( 1, 2 ) );
+   sources->attrNotify( Kel::Dir::Attr_::entry );
+   EXPECT_TRUE( reactor->dynVlanIntfConfigSmCount() == 3 && reactor->dynVlanIntfConfigPrioritySm( "c" ) );
 }
 
 /// Whatever somebody does inside of callbacks, everything is in order when the outermost call returns.
