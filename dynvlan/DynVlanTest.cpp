@@ -213,10 +213,24 @@ struct Model : World {
       std::map< SourcePriorityPair, Source > expected;
       for( const auto& [ key, dir ] : machineOf ) expected[ pairOf( key ) ] = dir;
       check( machines() == expected, "machines", 0 );
+      for( auto i = reactor->dynVlanIntfConfigSmIterConst(); i; ++i ) check( i.value()->initialized(), "start of machine", 0 );
+      std::size_t sourcesNow = 0, entries = 0;
+      for( U32 s = 0; s < sourceCount; ++s ) {
+         const auto priority = reactor->dynVlanIntfConfigPrioritySm( nameOf( s ) );
+         check( ( priority ? priority->dynVlanConfig() : nullptr ) == entry( s ), "priority machine", s );
+         sourcesNow += !!entry( s ), entries += reports[ s ]->vlanIntfConfigErrorCount();
+      }
+      check( reactor->dynVlanIntfConfigPrioritySmCount() == sourcesNow, "priority machines", 0 );
+      check( entries == reported.size() && list->sourcePriorityCount() == owner.size(), "reports or owners", 0 );
+      check( reactor->preIntfListCount() == picked.size() && reactor->preIntfListSmCount() == picked.size(), "picked", 0 );
+      check( list->intfConfigCount() == published.size(), "published", 0 );
       for( U32 n = 1; n <= intfCount; ++n ) {
          const auto* is = list->sourcePriorityMap_().find( vlan( n ) );
          check( is ? owner.contains( n ) && *is == pairOf( owner[ n ] ) : !owner.contains( n ), "owner", n );
          check( reactor->preIntfList( vlan( n ) ) == at( picked, n ), "picked", n );
+         const auto publisher = reactor->preIntfListSm( vlan( n ) );
+         check( publisher ? publisher->initialized() && publisher->preIntfListSm() == at( picked, n ) : !picked.contains( n ),
+                "publisher", n );
          check( list->intfConfig( vlan( n ) ) == at( published, n ), "published", n );
          for( U32 s = 0; s < sourceCount; ++s ) {
             check( isReported( s, n ) == reported.contains( { nameOf( s ), n } ), "report to " + nameOf( s ), n );
@@ -278,7 +292,8 @@ TEST( DynVlanModel, RandomScripts ) {
 // --- what it says, and what stops it
 
 TEST( SourcePriorityPair, BestFirst ) {
-   const SourcePriorityPair ascending[] = { { "b", hi }, { "c", hi }, { "B", med }, { "a", med }, { "", lo }, { "a", lo } };
+   const SourcePriorityPair ascending[] = { { "b", hi }, { "c", hi }, { "B", med }, { "a", med }, { "", lo }, { "a", lo },
+                                            { "", Priority( ~0u ) } };
    for( const auto& a : ascending ) {
       for( const auto& b : ascending ) {
          EXPECT_EQ( &a <=> &b, a <=> b );
@@ -290,52 +305,115 @@ TEST( SourcePriorityPair, BestFirst ) {
 
 struct DynVlan : testing::Test, World {};
 
-/// Lines with their level and their handler: R of the reactor, C of one source, P of its priority, Pre of an owned interface.
-TEST_F( DynVlan, TraceTexts ) {
+/// The lines that somebody causes: their level unless that is 8; reactor (R), source (C), its priority (P) or owned interface
+/// (I); handler; text. `+` stands for the three of an owned interface that is published at once, `-` for its end.
+std::string traceOf( const std::function< void() >& act ) {
    static constexpr const char* shorter[][ 2 ] = {
-      { "void Vanta::DynVlanIntf", "" }, { "Reactor::KelPreIntfListSm::", "Pre " }, { "Reactor::", "R " }, { "ConfigSm::", "C " },
+      { "void Vanta::DynVlanIntf", "" }, { "Reactor::KelPreIntfListSm::", "I " }, { "Reactor::", "R " }, { "ConfigSm::", "C " },
       { "ConfigPrioritySm::", "P " }, { "const Kel::Name&", "name" }, { "const Quor::IntfId&", "id" }, { "'})", "}" },
       { "const Vanta::SourcePriorityPair&", "pair" }, { "Value('Vanta::SourcePriorityPair', ** {'source': '", "{" },
-      { "', 'priority': 'vlanIntfConfigPriority", " " }, { "vlanIntfConfigPriority", "" } };
-   std::set< std::string > lines;
+      { "', 'priority': 'vlanIntfConfigPriority", " " }, { "vlanIntfConfigPriority", "" }, { "'Vlan1'", "V1" },
+      { "handleInitialized", "start" }, { "handleDynVlanIntfDir", "dir" }, { "handleDynVlanConfig", "merge" },
+      { "handleIntfConfigDynamicOrSource", "mark" }, { "setAlternateInput(pair, id, bool)", "alternate(..)" },
+      { "addOrDeleteIntfConfigError(name, id, bool)", "report(..)" }, { "handleIntfConfigError", "verdict" },
+      { "handleStandbyMode", "standby" }, { "handleConfigPriority", "priority" },
+      { "I start():; I mark(): initialized:1 intf V1; I mark():adding prelisted intf V1 to dynVlanIntfList", "+" },
+      { "I cleanup():removing prelisted intf V1", "-" } };
+   std::string lines;
    const auto destination = Kel::traceToCallback( [ &lines ]( const Kel::TraceLine& line ) {
       EXPECT_EQ( "VantaDynVlanIntf VlanDynIntfSm", std::string( line.facility ) + " " + std::string( line.source ) );
-      std::string text = std::to_string( line.level ) + " " + std::string( line.function ) + ":" + std::string( line.text );
-      for( const auto& [ from, to ] : shorter )
-         for( auto at = text.find( from ); at != text.npos; at = text.find( from ) ) text.replace( at, std::strlen( from ), to );
-      lines.insert( text );
+      lines += ( lines.empty() ? "" : "; " ) + ( line.level == 8 ? "" : std::to_string( line.level ) + " " );
+      lines += std::string( line.function ) + ":" + std::string( line.text );
    } );
    Kel::traceToStandardErrorIs( false );
    Kel::traceLevelIs( "VantaDynVlanIntf", Kel::TraceLevels::all() );
-   request( 0, 1 ), request( 1, 1 ), start(), enter( 0, hi ), enter( 1, lo );
-   dirs[ 0 ][ 0 ]->configPriorityIs( med ), again( 0, 1 );
-   reactor->dynVlanIntfConfigPrioritySm( "a" )->handleConfigPriority();
-   errors->entryDel( "b" ), withdraw( 0, 1 ), sources->entryDel( "a" );
-   reactor->standbyModeIs( true ), list->intfConfigErrorIs( vlan( 1 ), true );
-   reactor = nullptr;
+   act();
    Kel::traceSettingReset();
    Kel::traceToStandardErrorIs( true );
-   EXPECT_THAT( lines, testing::IsSupersetOf( {
-      "8 R handleInitialized(): launched by Vanta? : 1", "8 R handleDynVlanIntfDir():",
-      "8 R handleDynVlanIntfDir(name): source a", "6 R handleDynVlanIntfDir(name): add source a priority Hi",
-      "6 R handleDynVlanIntfDir(name):remove source a",
-      "8 R handleIntfConfigError(id): intf  'Vlan1'", "8 R handleStandbyMode(): standbyMode 1", "8 R cleanup():",
-      "8 C handleInitialized():", "8 C handleDynVlanConfig(): sourcePriority: {a Hi}",
-      "8 C handleDynVlanConfig(id): intf 'Vlan1'", "8 C handleDynVlanConfig(id):myPri < prevPri? 1 {a Hi} {b Lo}",
-      "8 C handleDynVlanConfig(id): keep prev config ",
-      "8 C handleDynVlanConfig(id):myPri < prevPri? 0 {a Med} {a Med}", "8 C handleDynVlanConfig(id): replace prev config ",
-      "8 C handleDynVlanConfig(id): add config sources/a/Vlan1", "8 C handleDynVlanConfig(id): del config for intf:'Vlan1'",
-      "8 C setAlternateInput(pair, id, bool): skip: {a Med}intf 'Vlan1'",
-      "8 C setAlternateInput(pair, id, bool):found alternate cfg sources/b/Vlan1",
-      "8 C addOrDeleteIntfConfigError(name, id, bool): add report for b, intf 'Vlan1'",
-      "8 C addOrDeleteIntfConfigError(name, id, bool): del report for a, intf 'Vlan1'",
-      "8 C addOrDeleteIntfConfigError(name, id, bool): return no err dir intf 'Vlan1'",
-      "8 C addOrDeleteIntfConfigError(name, id, bool): standbyMode: 1", "8 C cleanup(): source: {a Hi}",
-      "8 P handleConfigPriority(): replace previous priority Hi with new priority Med",
-      "8 P handleConfigPriority(): no change from previous priority Med", "8 Pre handleInitialized():",
-      "8 Pre handleIntfConfigDynamicOrSource(): initialized:1 intf 'Vlan1'",
-      "8 Pre handleIntfConfigDynamicOrSource():adding prelisted intf 'Vlan1' to dynVlanIntfList",
-      "8 Pre cleanup():removing prelisted intf 'Vlan1'" } ) );
+   for( const auto& [ from, to ] : shorter )
+      for( auto at = lines.find( from ); at != lines.npos; at = lines.find( from ) ) lines.replace( at, std::strlen( from ), to );
+   return lines;
+}
+
+TEST_F( DynVlan, TraceTexts ) {
+   const auto a = dirs[ 0 ][ 0 ], b = dirs[ 1 ][ 0 ];
+   const auto verdict = [ & ]( bool is ) { list->intfConfigErrorIs( vlan( 1 ), is ); };
+   const struct { std::function< void() > act; const char* lines; } story[] = {
+      { [ & ] { start(); },
+        "R start(): launched by Vanta? : 1; R dir():" },
+      { [ & ] { request( 0, 1 ), enter( 0, med ); },
+        "R dir(name): source a; 6 R dir(name): add source a priority Med; C start():; C merge(): sourcePriority: {a Med}; "
+        "C merge(id): intf V1; C merge(id): add config sources/a/Vlan1; +" },
+      { [ & ] { request( 1, 1 ), enter( 1, lo ); },
+        "R dir(name): source b; 6 R dir(name): add source b priority Lo; C start():; C merge(): sourcePriority: {b Lo}; "
+        "C merge(id): intf V1; C merge(id):myPri < prevPri? 1 {a Med} {b Lo}; C report(..): add report for b, intf V1; "
+        "C merge(id): keep prev config " },
+      { [ & ] { verdict( true ), again( 0, 1 ); },
+        "R verdict(id): intf  V1; C report(..): add report for a, intf V1; C merge(id): intf V1; "
+        "C merge(id):myPri < prevPri? 0 {a Med} {a Med}; C merge(id): replace prev config ; -; "
+        "C report(..): add report for a, intf V1; C report(..): add report for a, intf V1; "
+        "C merge(id): add config sources/a/Vlan1; +" },
+      { [ & ] { request( 2, 1 ), enter( 2, hi ); },
+        "R dir(name): source c; 6 R dir(name): add source c priority Hi; C start():; C merge(): sourcePriority: {c Hi}; "
+        "C merge(id): intf V1; C merge(id):myPri < prevPri? 0 {a Med} {c Hi}; C merge(id): replace prev config ; -; "
+        "C report(..): add report for c, intf V1; C report(..): add report for a, intf V1; "
+        "C merge(id): add config sources/c/Vlan1; +" },
+      { [ & ] { withdraw( 1, 1 ), withdraw( 2, 1 ); },
+        "C merge(id): intf V1; C report(..): del report for b, intf V1; C merge(id): intf V1; "
+        "C merge(id): del config for intf:V1; -; C alternate(..): skip: {c Hi}intf V1; "
+        "C alternate(..):found alternate cfg sources/a/Vlan1; +; C report(..): add report for a, intf V1" },
+      { [ & ] { a->configPriorityIs( hi ), reactor->dynVlanIntfConfigPrioritySm( "a" )->handleConfigPriority(); },
+        "P priority(): replace previous priority Med with new priority Hi; C start():; C merge(): sourcePriority: {a Hi}; "
+        "C merge(id): intf V1; C merge(id):myPri < prevPri? 0 {a Med} {a Hi}; C merge(id): replace prev config ; -; "
+        "C report(..): add report for a, intf V1; C report(..): add report for a, intf V1; "
+        "C merge(id): add config sources/a/Vlan1; +; C cleanup(): source: {a Med}; -; C alternate(..): skip: {a Med}intf V1; "
+        "C alternate(..):found alternate cfg sources/a/Vlan1; +; C report(..): add report for a, intf V1; "
+        "P priority(): no change from previous priority Hi" },
+      { [ & ] { reactor->standbyModeIs( true ), verdict( false ), request( 1, 1 ), sources->entryDel( "c" ); },
+        "R standby(): standbyMode 1; R verdict(id): intf  V1; C report(..): standbyMode: 1; C merge(id): intf V1; "
+        "C merge(id):myPri < prevPri? 1 {a Hi} {b Lo}; C report(..): standbyMode: 1; C merge(id): keep prev config ; "
+        "R dir(name): source c; 6 R dir(name):remove source c; C cleanup(): source: {c Hi}; -; "
+        "C alternate(..): skip: {c Hi}intf V1; C alternate(..):found alternate cfg sources/a/Vlan1; +; "
+        "C report(..): standbyMode: 1" },
+      { [ & ] { verdict( true ), reactor->standbyModeIs( false ); },
+        "R verdict(id): intf  V1; C report(..): standbyMode: 1; R standby(): standbyMode 0; C merge(): sourcePriority: {a Hi}; "
+        "C merge(id): intf V1; C merge(id):myPri < prevPri? 0 {a Hi} {a Hi}; C merge(id): replace prev config ; -; "
+        "C report(..): add report for a, intf V1; C report(..): add report for a, intf V1; "
+        "C merge(id): add config sources/a/Vlan1; +; C merge(): sourcePriority: {b Lo}; C merge(id): intf V1; "
+        "C merge(id):myPri < prevPri? 1 {a Hi} {b Lo}; C report(..): add report for b, intf V1; "
+        "C merge(id): keep prev config ; C report(..): add report for a, intf V1; C report(..): add report for b, intf V1; "
+        "C report(..): del report for c, intf V1" },
+      { [ & ] { reactor->dynVlanIntfConfigSm( { "a", hi } )->cleanup(), again( 0, 1 ); },
+        "C cleanup(): source: {a Hi}; -; C alternate(..): skip: {a Hi}intf V1; "
+        "C alternate(..):found alternate cfg sources/b/Vlan1; +; C report(..): add report for b, intf V1; "
+        "C report(..): del report for a, intf V1; C merge(id): intf V1" },
+      { [ & ] { reactor->initializedIs( false ), verdict( false ), reactor->standbyModeIs( true );
+                reactor->standbyModeIs( false ), sources->entryNotify( "a" ), reactor->initializedIs( true ); },
+        "R verdict(id): intf  V1; R standby(): standbyMode 1; R standby(): standbyMode 0; R dir(name): source a" },
+      { [ & ] { sources->entryIs( "a", list ), sources->entryDel( "a" ); },
+        "R dir(name): source a; 6 R dir(name):remove source a; C cleanup(): source: {a Hi}; -; "
+        "C alternate(..): skip: {a Hi}intf V1; C alternate(..):found alternate cfg sources/b/Vlan1; +; "
+        "C report(..): del report for b, intf V1; R dir(name): source a; 6 R dir(name):remove source a; R dir(name): source a; "
+        "6 R dir(name):remove source a" },
+      { [ & ] { errors->entryDel( "b" ), verdict( true ), withdraw( 1, 1 ); },
+        "R verdict(id): intf  V1; C report(..): return no err dir intf V1; C merge(id): intf V1; "
+        "C merge(id): del config for intf:V1; -; C alternate(..): skip: {b Lo}intf V1" },
+      // A new priority that the priority machine has not heard of.
+      { [ & ] { reactor->hasNotificationActiveIs( false ), b->configPriorityIs( med ), reactor->hasNotificationActiveIs( true ),
+                sources->entryNotify( "b" ); },
+        "R dir(name): source b; 6 R dir(name): add source b priority Med; "
+        "P priority(): replace previous priority Lo with new priority Med; C start():; C merge(): sourcePriority: {b Med}; "
+        "C cleanup(): source: {b Lo}" },
+      { [ & ] { start( false, false ); },
+        "R cleanup():; C cleanup(): source: {b Med}; R start(): launched by Vanta? : 0; R dir():; R dir(name): source b; "
+        "6 R dir(name): add source b priority Med; C start():; C merge(): sourcePriority: {b Med}" },
+      { [ & ] { b->intfConfigIs( vlan( 1 ) )->dynamicIs( true ), b->intfConfig( vlan( 1 ) )->sourceIs( "x" ); },
+        "C merge(id): intf V1; C merge(id): add config sources/b/Vlan1; I start():; I mark(): initialized:1 intf V1; "
+        "I mark(): initialized:1 intf V1; I mark(): initialized:1 intf V1; "
+        "I mark():adding prelisted intf V1 to dynVlanIntfList" },
+      { [ & ] { reactor = nullptr; },
+        "R cleanup():; C cleanup(): source: {b Med}; -; C alternate(..): skip: {b Med}intf V1" } };
+   for( const auto& step : story ) EXPECT_EQ( step.lines, traceOf( step.act ) );
 }
 
 TEST_F( DynVlan, RefusalsAndAssertions ) {
@@ -367,14 +445,31 @@ TEST_F( DynVlan, RefusalsAndAssertions ) {
    }
 }
 
-// --- when somebody intervenes
-
 /// Calls somebody back at every change of an entity.
 struct Meddler : Kel::NotifieeBase {
    Meddler( const Ptr< Kel::Entity >& entity, std::function< void() > what ) : then( what ) { activate( entity.ptr() ); }
    void dispatch( const Kel::Change& ) override { then(); }
    std::function< void() > then;
 };
+
+/// What is seen between two writes that leave no line.
+TEST_F( DynVlan, OrderOfWrites ) {
+   std::string seen;
+   request( 0, 1 ), start();
+   const auto config = dirs[ 0 ][ 0 ]->intfConfig( vlan( 1 ) );
+   const auto ofConfig = Kel::makePtr< Meddler >( config, [ & ] {
+      seen += std::string( config->dynamic() ? "dynamic of " : "of " ) + config->source().str() + "; ";
+   } );
+   const auto ofList = Kel::makePtr< Meddler >( list, [ & ] {
+      seen += list->sourcePriority( vlan( 1 ) ).source().str() + ( list->intfConfig( vlan( 1 ) ) ? " published" : "" );
+      seen += reactor->dynVlanIntfConfigPrioritySm( "a" ) ? " followed; " : "; ";
+   } );
+   enter( 0, hi ), again( 0, 1 ), sources->entryDel( "a" );
+   EXPECT_EQ( "dynamic of cli; dynamic of a; a; a published; "
+              "a followed;  followed; a followed; a published followed; a; ; ", seen );
+}
+
+// --- when somebody intervenes
 
 /// The walk over what was published hands on the verdict that it found, even where the consumer takes it back meanwhile.
 TEST_F( DynVlan, ReportsOfTheWalkStay ) {
@@ -390,16 +485,19 @@ TEST_F( DynVlan, ReportsOfTheWalkStay ) {
 
 /// A collection that is to be read again as a whole: what has gone unheard is made up for.
 TEST_F( DynVlan, ReadingAgain ) {
-   start(), request( 0, 1 ), request( 0, 2 ), enter( 0, hi ), request( 1, 2 ), enter( 1, lo );
+   start(), request( 0, 1 ), request( 0, 2 ), enter( 0, hi ), request( 1, 2 ), enter( 1, lo ), enter( 3, lo );
    reactor->hasNotificationActiveIs( false );
-   withdraw( 0, 1 ), request( 0, 3 ), withdraw( 1, 2 ), enter( 2, lo ), list->intfConfigErrorIs( vlan( 2 ), true );
+   withdraw( 0, 1 ), request( 0, 3 ), withdraw( 1, 2 ), enter( 2, lo ), sources->entryDel( "d" );
+   list->intfConfigErrorIs( vlan( 3 ), true );
    reactor->hasNotificationActiveIs( true );
    for( U32 s : { 0u, 1u } ) dirs[ s ][ 0 ]->intfConfigNotifyCollection();
-   sources->attrNotify( Kel::Dir::Attr_::entry ), list->intfConfigErrorNotifyCollection();
+   list->intfConfigErrorNotifyCollection();
    const SourcePriorityPair a( "a", hi );
    EXPECT_TRUE( list->sourcePriority( vlan( 2 ) ) == a && list->sourcePriority( vlan( 3 ) ) == a );
    EXPECT_EQ( 2u, list->sourcePriorityCount() );
-   EXPECT_TRUE( isReported( 0, 2 ) && !isReported( 1, 2 ) && reactor->dynVlanIntfConfigSmCount() == 3 );
+   EXPECT_TRUE( !isReported( 0, 2 ) && isReported( 0, 3 ) && !isReported( 1, 2 ) );
+   sources->attrNotify( Kel::Dir::Attr_::entry );
+   EXPECT_TRUE( reactor->dynVlanIntfConfigSmCount() == 3 && reactor->dynVlanIntfConfigPrioritySm( "c" ) );
 }
 
 /// Whatever somebody does inside of callbacks, everything is in order when the outermost call returns.

@@ -215,7 +215,7 @@ void DynVlanIntfReactor::handleDynVlanIntfDir( const Kel::Name& of ) {
    }
    // A source that is known stays at its key until its priority machine has heard of a new priority.
    const SourcePriorityPair key( name, machine ? machine->sourcePriority().priority() : requests->configPriority() );
-   if( auto t = passage() ) t << " add source " << name << " priority " << key.priority();
+   if( auto t = passage() ) t << " add source " << name << " priority " << requests->configPriority();
    if( isInTheWay( *this, key ) ) return;
    newDynVlanIntfConfigSm( key, requests );
    if( requestsOf( *this, name ) != requests ) return;
