@@ -30,11 +30,6 @@ namespace {
 
 constexpr std::size_t txBatchFrames = 64;
 
-[[noreturn]] void fail( const Kel::String8& device, const std::string& what, int error = errno ) {
-   const std::string why = std::system_category().message( error );
-   throw Kel::Exception( "Ethernet device '" + device.str() + "': " + what + ": " + why );
-}
-
 /// A socket that tells of links that come, change and go.
 Kel::UniqueFd linkSocket( const Kel::String8& device ) {
    Kel::UniqueFd fd( ::socket( AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE ) );
@@ -42,7 +37,7 @@ Kel::UniqueFd linkSocket( const Kel::String8& device ) {
    address.nl_family = AF_NETLINK;
    address.nl_groups = RTMGRP_LINK;
    const bool isBound = fd && ::bind( fd.get(), reinterpret_cast< const sockaddr* >( &address ), sizeof address ) == 0;
-   if( !isBound ) fail( device, "no route socket" );
+   if( !isBound ) deviceFailed( device, "can't be watched", errno );
    return fd;
 }
 
@@ -72,7 +67,7 @@ bool exists( int index ) {
 constinit Kel::Type EthDevPam::_Type{ Kel::objectInfo< EthDevPam, Pam >( "Quor::EthDevPam", {} ) };
 
 EthDevPam::EthDevPam( const Kel::String8& deviceName ) : deviceName_( deviceName ), events_( epoll_create1( EPOLL_CLOEXEC ) ) {
-   if( !events_ ) fail( deviceName_, "no descriptor" );
+   if( !events_ ) deviceFailed( deviceName_, "can't be watched", errno );
    txQueue_.reserve( txBatchFrames );
 }
 
@@ -82,8 +77,8 @@ void EthDevPam::membershipIs( PacketRing& ring, Kel::U16 type, const EthAddr& gr
    const int error = ring.membershipIs( type, group, on );
    // A device that has gone takes its memberships along, and `dispatch` is about to tell of it.
    if( !error || error == ENODEV || ( error == EADDRNOTAVAIL && !on ) ) return;
-   const std::string what = type == PACKET_MR_PROMISC ? "the promiscuous mode" : "the group " + group.stringValue().str();
-   fail( deviceName_, what + ( on ? " can't be entered" : " can't be left" ), error );
+   const std::string what = type == PACKET_MR_PROMISC ? "promiscuous mode" : "group " + group.stringValue().str();
+   deviceFailed( deviceName_, ( on ? "can't enter " : "can't leave " ) + what, error );
 }
 
 void EthDevPam::promiscuousIs( bool on ) {
@@ -94,6 +89,9 @@ void EthDevPam::promiscuousIs( bool on ) {
 
 void EthDevPam::multicastAddrIs( const EthAddr& group, bool on ) {
    if( multicastAddr( group ) == on ) return;
+   if( !group.isMulticast() ) {
+      throw Kel::RangeException( "EthDevPam::multicastAddr " + group.stringValue().str() + " is no group address" );
+   }
    if( ring_ ) membershipIs( *ring_, PACKET_MR_MULTICAST, group, on );
    if( on ) multicastAddrs_.insert( group );
    else multicastAddrs_.erase( group );
@@ -113,7 +111,7 @@ void EthDevPam::open() {
    for( const EthAddr& group : multicastAddrs_ ) membershipIs( *ring, PACKET_MR_MULTICAST, group, true );
    for( const int fd : { ring->fd(), links.get() } ) {
       epoll_event interest{ .events = EPOLLIN, .data = { .fd = fd } };
-      if( epoll_ctl( events_.get(), EPOLL_CTL_ADD, fd, &interest ) < 0 ) fail( deviceName_, "can't be watched" );
+      if( epoll_ctl( events_.get(), EPOLL_CTL_ADD, fd, &interest ) < 0 ) deviceFailed( deviceName_, "can't be watched", errno );
    }
    ring_ = ring;
    links_ = std::move( links );
@@ -192,21 +190,18 @@ void EthDevPam::flush() {
       messages[ i ].msg_hdr.msg_iov = &parts[ i ];
       messages[ i ].msg_hdr.msg_iovlen = 1;
    }
-   bool again = true;   // the error of an earlier moment is reported once, in place of sending
    for( std::size_t done = 0; done < count; ) {
       const auto left = static_cast< unsigned >( count - done );
       const int sent = ring_ ? sendmmsg( ring_->sendFd(), &messages[ done ], left, MSG_DONTWAIT ) : -1;
       if( sent > 0 ) {
          done += static_cast< unsigned >( sent );
          counters_.txFrames += static_cast< unsigned >( sent );
-      } else if( ring_ && ( errno == EINTR || ( errno == ENETDOWN && std::exchange( again, false ) ) ) ) {
-         continue;
-      } else if( ring_ && ( errno == EMSGSIZE || errno == EINVAL ) ) {
-         ++counters_.txRefused;
-         ++done;
-      } else {
-         counters_.txDropped += left;
+      } else if( !ring_ || errno == EAGAIN || errno == ENETDOWN || errno == ENXIO ) {
+         counters_.txDropped += left;   // no room, or no device in use: the others would have no better luck
          break;
+      } else if( errno != EINTR ) {
+         ++( errno == EMSGSIZE || errno == EINVAL ? counters_.txRefused : counters_.txDropped );
+         ++done;
       }
    }
    txQueue_.clear();

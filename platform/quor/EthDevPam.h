@@ -40,7 +40,7 @@ class EthDevPam : public Pam {
       U64 rxDropped = 0;   ///< lost by the system because they came faster than they were taken
       U64 rxCut = 0;       ///< left out because the system has handed over only their beginning
       U64 txFrames = 0;    ///< taken by the system
-      U64 txDropped = 0;   ///< given up because the system's queues were full, or there was no device to send them on
+      U64 txDropped = 0;   ///< dropped by the system, in a full queue or by a filter, or there was no device in use to send them on
       U64 txRefused = 0;   ///< refused by the system, as one that is shorter than its header or too long for the device
    };
 
@@ -57,7 +57,7 @@ class EthDevPam : public Pam {
    /// before; a device that has just gone is no such case.
    bool promiscuous() const { return promiscuous_; }
    void promiscuousIs( bool on );
-   /// Whether frames to this group address are received; likewise.
+   /// Whether frames to this group address are received; likewise. Throws `Kel::RangeException` for one that is no group's.
    bool multicastAddr( const EthAddr& group ) const { return multicastAddrs_.contains( group ); }
    void multicastAddrIs( const EthAddr& group, bool on );
    /// Opens the device or closes it. Throws `Kel::Exception` "Ethernet device 'et9' can't be opened: No such device", or whatever

@@ -52,23 +52,26 @@ class BasicDot1qHdr {
  public:
    static constexpr Kel::U32 bytes = 18;
    static constexpr Kel::U32 tagBytes = 4;
+   static constexpr Kel::U32 tpidOffset = 12;
+   static constexpr Kel::U32 tagControlOffset = 14;
+   static constexpr Kel::U32 typeOffset = 16;
    /// The TPID of a customer VLAN tag.
    static constexpr Kel::U16 customerTpid = 0x8100;
    static constexpr Kel::U16 vlanIdMask = 0x0fff;
 
    explicit BasicDot1qHdr( Byte* at ) noexcept : at_( at ) {}
 
-   Kel::U16 tpid() const noexcept { return netU16( at_ + 12 ); }
+   Kel::U16 tpid() const noexcept { return netU16( at_ + tpidOffset ); }
    /// Bits 15-13 the priority, bit 12 drop-eligible, bits 11-0 the VLAN identifier.
-   Kel::U16 tagControl() const noexcept { return netU16( at_ + 14 ); }
+   Kel::U16 tagControl() const noexcept { return netU16( at_ + tagControlOffset ); }
    Kel::U16 vlanId() const noexcept { return tagControl() & vlanIdMask; }
    Kel::U16 priority() const noexcept { return static_cast< Kel::U16 >( tagControl() >> 13 ); }
    bool dropEligible() const noexcept { return ( tagControl() & 0x1000 ) != 0; }
-   Kel::U16 etherType() const noexcept { return netU16( at_ + 16 ); }
+   Kel::U16 etherType() const noexcept { return netU16( at_ + typeOffset ); }
 
    void tagIs( Kel::U16 tpid, Kel::U16 tagControl ) const noexcept {
-      netU16Is( at_ + 12, tpid );
-      netU16Is( at_ + 14, tagControl );
+      netU16Is( at_ + tpidOffset, tpid );
+      netU16Is( at_ + tagControlOffset, tagControl );
    }
 
  private:

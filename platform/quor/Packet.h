@@ -78,7 +78,6 @@ class Packet : public Kel::PtrInterface {
    void tailGrow( U32 bytes ) {
       KEL_ASSERT( "Quor/Packet", sharedBuffer_ != 0 );
       if( bytes > tailRoom() ) [[unlikely]] grownBeyond( bytes );
-      if( isShared() ) move( headRoom(), tailRoom() );
       dataBytes_ += bytes;
    }
    /// Drops the last `bytes` of the data.

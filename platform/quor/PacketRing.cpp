@@ -32,20 +32,21 @@ namespace {
 
 constexpr Kel::U32 ringBytes = 2u << 20;
 constexpr Kel::U32 blockBytes = 64u << 10;
-constexpr int sendBytes = 4 << 20;   // what may wait for the device: thousands of frames, with what Linux keeps of each
+constexpr int queueBytes = 4 << 20;   // of frames that wait beside the ring, with what Linux keeps of each
+constexpr char cantBeOpened[] = "can't be opened";
 constexpr Kel::U32 slotOverhead = 128;   // the slot's head and alignment, and a tag
 
 }
 
-void PacketRing::fail( int error ) const {
+void deviceFailed( const Kel::String8& device, const std::string& what, int error ) {
    std::string text = "Ethernet device '";
-   Kel::appendPrintable( text, device_ );
-   const std::string reason = error ? std::system_category().message( error ) : "not an Ethernet device";
-   throw Kel::Exception( text + "' can't be opened: " + reason );
+   Kel::appendPrintable( text, device );
+   const std::string why = error ? std::system_category().message( error ) : "not an Ethernet device";
+   throw Kel::Exception( text + "' " + what + ": " + why );
 }
 
 void PacketRing::check( int result ) const {
-   if( result < 0 ) fail( errno );
+   if( result < 0 ) deviceFailed( device_, cantBeOpened, errno );
 }
 
 void PacketRing::option( int name, int value ) { check( setsockopt( fd(), SOL_PACKET, name, &value, sizeof value ) ); }
@@ -59,7 +60,8 @@ PacketRing::PacketRing( const Kel::String8& device ) : device_( device ) {
    bind( fd_, ETH_P_ALL );
    bind( sendFd_, 0 );
    // Without the right to it (CAP_NET_ADMIN), what the system gives to all has to do.
-   setsockopt( sendFd(), SOL_SOCKET, SO_SNDBUFFORCE, &sendBytes, sizeof sendBytes );
+   setsockopt( fd(), SOL_SOCKET, SO_RCVBUFFORCE, &queueBytes, sizeof queueBytes );
+   setsockopt( sendFd(), SOL_SOCKET, SO_SNDBUFFORCE, &queueBytes, sizeof queueBytes );
 }
 
 PacketRing::~PacketRing() {
@@ -69,12 +71,15 @@ PacketRing::~PacketRing() {
 void PacketRing::findDevice() {
    ifreq request{};
    const std::string_view name = device_;
-   if( name.empty() || name.size() >= sizeof request.ifr_name || name.find( '\0' ) != name.npos ) fail( ENODEV );
+   if( name.empty() || name.size() >= sizeof request.ifr_name || name.find( '\0' ) != name.npos ) {
+      deviceFailed( device_, cantBeOpened, ENODEV );
+   }
    std::memcpy( request.ifr_name, name.data(), name.size() );
    check( ioctl( fd(), SIOCGIFINDEX, &request ) );
    index_ = request.ifr_ifindex;
    check( ioctl( fd(), SIOCGIFHWADDR, &request ) );
-   if( request.ifr_hwaddr.sa_family != ARPHRD_ETHER && request.ifr_hwaddr.sa_family != ARPHRD_LOOPBACK ) fail( 0 );
+   const auto kind = request.ifr_hwaddr.sa_family;
+   if( kind != ARPHRD_ETHER && kind != ARPHRD_LOOPBACK ) deviceFailed( device_, cantBeOpened, 0 );
    address_ = ConstEthHdr( reinterpret_cast< const U8* >( request.ifr_hwaddr.sa_data ) ).destination();
    check( ioctl( fd(), SIOCGIFMTU, &request ) );
    map( static_cast< U32 >( std::max( request.ifr_mtu, 0 ) ) );
@@ -92,7 +97,7 @@ void PacketRing::map( U32 mtu ) {
                      .tp_frame_nr = slots_ };
    check( setsockopt( fd(), SOL_PACKET, PACKET_RX_RING, &ring, sizeof ring ) );
    void* mapped = mmap( nullptr, ringBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd(), 0 );
-   if( mapped == MAP_FAILED ) fail( errno );
+   if( mapped == MAP_FAILED ) deviceFailed( device_, cantBeOpened, errno );
    map_ = static_cast< U8* >( mapped );
    mapBytes_ = ringBytes;
 }

@@ -5,8 +5,13 @@
 #include <kel/UniqueFd.h>
 #include <quor/EthAddr.h>
 #include <quor/Packet.h>
+#include <string>
 
 namespace Quor {
+
+/// Throws `Kel::Exception` "Ethernet device 'et9' " + `what` + ": " + the system's reason; `error` 0 stands for a device of
+/// another kind.
+[[noreturn]] void deviceFailed( const Kel::String8& device, const std::string& what, int error );
 
 /// An open packet socket on one Ethernet device, with the ring in which the system puts what it receives.
 class PacketRing {
@@ -39,7 +44,6 @@ class PacketRing {
  private:
    using U8 = Kel::U8;
    using U32 = Kel::U32;
-   [[noreturn]] void fail( int error ) const;
    void check( int result ) const;
    void option( int name, int value );
    void findDevice();

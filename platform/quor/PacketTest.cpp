@@ -60,6 +60,15 @@ TEST( Packet, HoldsWhatAPlainVectorWouldWhoeverSharesItsBuffer ) {
    }
 }
 
+TEST( Packet, CopyHasTheRoomOfItsOriginal ) {
+   const Packet pkt( counting( 10 ), 8, 6 );
+   Packet shared( pkt ), own( pkt ), grown( pkt );
+   own.writableData(), grown.headGrow( 4 );
+   EXPECT_TRUE( shared.data() == pkt.data() && own.data() != pkt.data() );
+   EXPECT_TRUE( shared.headRoom() == 8 && shared.tailRoom() == 6 );
+   EXPECT_TRUE( own.headRoom() >= 8 && own.tailRoom() == 6 && grown.tailRoom() == 6 );
+}
+
 TEST( Packet, RefusesBuffersBeyondItsLimit ) {
    EXPECT_THROW( Packet( Packet::maxBytes, 1 ), Kel::RangeException );
    EXPECT_THROW( Packet( 0xffffffff, 0xffffffff, 0xffffffff ), Kel::RangeException );

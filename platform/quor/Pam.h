@@ -27,7 +27,7 @@ class PamNotifiee {
    /// A packet has come, and is the notifiee's from now on. It may do anything in here, even let the endpoint go.
    virtual void onRx( const Kel::Ptr< Packet >& pkt ) = 0;
    /// What the packets come from has gone, for instance its device, and `why` says so in one line for people. Called once each
-   /// time.
+   /// time. Of several endpoints over one device, one that was told before may have opened it again.
    virtual void onGone( const Kel::String8& why ) { static_cast< void >( why ); }
 
  private:

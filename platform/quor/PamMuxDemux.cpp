@@ -75,7 +75,9 @@ Kel::Ptr< Pam > PamMuxDemux::newPam( U32 key ) {
 
 void PamMuxDemux::pamDel( U32 key ) {
    Kel::Ptr< Endpoint > removed;
-   if( endpoints_.erase( key, &removed ) ) removed->ownerGone();
+   if( !endpoints_.erase( key, &removed ) ) return;
+   removed->ownerGone();
+   removed->notifieeIs( nullptr );
 }
 
 void PamMuxDemux::handleRx( const Kel::Ptr< Packet >& pkt ) {

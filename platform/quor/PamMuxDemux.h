@@ -41,7 +41,7 @@ class PamMuxDemux : public Kel::Machine {
    Kel::Ptr< Pam > pam( U32 key ) const;
    /// The endpoint with this key, made when there is none.
    Kel::Ptr< Pam > newPam( U32 key );
-   /// Takes the endpoint out; it sends nowhere from then on.
+   /// Takes the endpoint out and detaches its notifiee; it sends nowhere from then on.
    void pamDel( U32 key );
    /// How many packets came from below for a key that has no endpoint, or one that nobody listens to.
    Kel::U64 unclaimed() const { return unclaimed_; }

@@ -54,8 +54,13 @@ TEST_F( PamMuxDemuxTest, EachKeyHasItsEndpoint ) {
    mux->pamDel( 7 );
    wire->receive( { 7, 4 } );
    pamSeven->tx( packet( { 6 } ) );
-   EXPECT_EQ( mux->unclaimed(), 2u );
-   EXPECT_EQ( seven.frames.size() + wire->sent.size(), 2u );
+   pamEight->tx( nullptr );
+   pamEight->notifieeIs( &eight );   // as it is
+   pamEight->notifieeIs( nullptr );
+   wire->receive( { 8, 5 } );
+   EXPECT_EQ( mux->unclaimed(), 3u );
+   EXPECT_EQ( seven.frames.size() + eight.frames.size() + wire->sent.size(), 3u );
+   mux->newPam( 7 )->notifieeIs( &seven );   // free again
 }
 
 TEST_F( PamMuxDemuxTest, ModeAndInitialisationLetPacketsPass ) {
@@ -115,6 +120,14 @@ TEST_F( PamMuxDemuxTest, CallbackMayLetEverythingGo ) {
    EXPECT_TRUE( held->sent.empty() );
 }
 
+TEST_F( PamMuxDemuxTest, LowerEndpointMayLetEverythingGo ) {
+   wire->action = [ this ] { mux = nullptr, wire = nullptr; };
+   Bytes sent;
+   const Ptr< Packet > pkt = packet( { 2 } );
+   pamEight->tx( pkt );
+   EXPECT_TRUE( !mux && !wire && content( *pkt ) == ( Bytes{ 8, 2 } ) );
+}
+
 TEST_F( PamMuxDemuxTest, EndOfTheDeviceIsToldToEachOnceWhateverTheyDo ) {
    const auto endpoint = mux->newPam( 9 );
    Listener nine;
@@ -122,6 +135,13 @@ TEST_F( PamMuxDemuxTest, EndOfTheDeviceIsToldToEachOnceWhateverTheyDo ) {
    for( Listener* l : { &seven, &eight, &nine } ) l->action = [ this ] { mux = nullptr; };
    wire->vanish( "gone" );
    for( const Listener* l : { &seven, &eight, &nine } ) EXPECT_THAT( l->gone, ElementsAre( "gone" ) );
+}
+
+TEST_F( PamMuxDemuxTest, EndpointThatIsTakenOutIsToldNoMore ) {
+   seven.action = [ this ] { mux->pamDel( 8 ); };
+   eight.action = [ this ] { mux->pamDel( 7 ); };
+   wire->vanish( "gone" );
+   EXPECT_EQ( seven.gone.size() + eight.gone.size(), 1u );
 }
 
 }

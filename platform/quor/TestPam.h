@@ -35,10 +35,14 @@ struct Listener : PamNotifiee {
 
 /// A lower endpoint whose wire is the test.
 struct WirePam : Pam {
-   void tx( const Ptr< Packet >& pkt ) override { sent.push_back( content( *pkt ) ); }
+   void tx( const Ptr< Packet >& pkt ) override {
+      if( const auto now = action ) now();
+      sent.push_back( content( *pkt ) );
+   }
    void receive( const Bytes& bytes ) { deliver( packet( bytes ) ); }
    void vanish( const char* why ) { deliverGone( why ); }
    std::vector< Bytes > sent;
+   std::function< void() > action;
 };
 
 }
