@@ -23,7 +23,8 @@
 
 // What a tag costs in memory, beside the least that it can cost: the frame's addresses moved by 4 bytes and back. And what a
 // frame costs on its way through a device of the system, beside a program that calls the system for each, and beside the least
-// that the system takes for it: the same calls and the same ring, for a receiver who looks into it by himself and at nothing else.
+// that the system takes for it: the same calls and the same ring, for a receiver who looks into it by himself and at nothing
+// else.
 
 namespace {
 

@@ -26,13 +26,14 @@ using Quor::Packet;
 
 constexpr char helpText[] = R"(Usage: vlan-endpoints DEVICE VLAN... [OPTION]...
 
-Runs an endpoint for each VLAN (1 to 4094) on an Ethernet device and prints what
+Runs an endpoint for each VLAN (0 to 4094) on an Ethernet device and prints what
 it receives, a line a frame:
 
    VLAN 10: 02:00:00:00:00:02 > ff:ff:ff:ff:ff:ff, type 0x0806, 42 bytes
 
 Needs root or CAP_NET_RAW. VLAN 0 stands for frames with a priority tag, which
-names no VLAN, and for those without a tag unless --native says otherwise.
+names no VLAN, and for those without a tag unless --native says otherwise. What
+an endpoint sends leaves with the tag of its VLAN, also of the native one.
 
   --native N     frames without a tag are those of VLAN N (default 0)
   --leave-tag    frames are received with their tag

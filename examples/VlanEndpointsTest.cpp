@@ -159,6 +159,8 @@ TEST_F( VlanEndpointsLive, SaysWhatComesAndSendsItBackOnItsVlan ) {
       all.push_back( hello );
    }
    const Bytes twice = frame( { { 0x8100, 10 }, { 0x8100, 11 } }, 4 ), full = frame( { { 0x8100, 4094 } }, 2, 1500 );
+   Bytes toAll = frame( { { 0x8100, 10 } }, 5 ), fromUs = toAll;
+   std::fill_n( toAll.begin(), 6, 0xff ), fromUs[ 5 ] = 0x99;   // nobody can answer as all
    const struct {
       Bytes frame, back;
       const char *vlan, *rest;
@@ -167,24 +169,36 @@ TEST_F( VlanEndpointsLive, SaysWhatComesAndSendsItBackOnItsVlan ) {
       { full, full, "VLAN 4094", "type 0x88b5, 1514 bytes" },
       { frame( {}, 3 ), frame( { { 0x8100, 7 } }, 3 ), "VLAN 7", "type 0x88b5, 60 bytes" },
       { twice, twice, "VLAN 10", "type 0x8100, 64 bytes" },
+      { toAll, fromUs, "VLAN 10", "type 0x88b5, 60 bytes" },
    };
    far->send( frame( { { 0x8100, 11 } }, 9 ) );   // nobody's
    all.push_back( frame( { { 0x8100, 11 } }, 9 ) );
    for( const auto& row : rows ) {
       far->send( row.frame );
       EXPECT_EQ( far->receive(), swapped( row.back ) );
-      EXPECT_EQ( program.line(), row.vlan + std::string( ": 02:00:00:00:00:02 > 02:00:00:00:00:01, " ) + row.rest );
+      const std::string to = row.frame == toAll ? "ff:ff:ff:ff:ff:ff, " : "02:00:00:00:00:01, ";
+      EXPECT_EQ( program.line(), row.vlan + std::string( ": 02:00:00:00:00:02 > " ) + to + row.rest );
       all.insert( all.end(), { row.frame, swapped( row.back ) } );
    }
    EXPECT_EQ( captured( all.size() ), all );
-   expectDecoded( "7\n10\n4094\n11\n10\n10\n4094\n4094\n\n7\n10,11\n10,11\n" );
+   expectDecoded( "7\n10\n4094\n11\n10\n10\n4094\n4094\n\n7\n10,11\n10,11\n10\n10\n" );
    program.signal( SIGTERM );
    EXPECT_EQ( program.ended(), 0 );
 }
 
+TEST_F( VlanEndpointsLive, SaysWhatItCouldNotSend ) {
+   ASSERT_TRUE( run( "ip link set near down" ) );
+   Program program( { "near", "10", "20", "--send", "hello" } );
+   EXPECT_EQ( program.errorLine(), "vlan-endpoints: 2 of 2 frames not sent: 'near' is down, or they are too long for it" );
+}
+
 TEST_F( VlanEndpointsLive, LooksForADeviceThatHasVanishedAndEndsAfterSoManyFrames ) {
    Program program( { "near", "10", "20", "--leave-tag", "--send", "up", "--count", "1" } );
-   EXPECT_TRUE( far->receive() );
+   for( const int vlan : { 10, 20 } ) {
+      const auto up = far->receive();
+      ASSERT_TRUE( up );
+      EXPECT_TRUE( Quor::ConstDot1qHdr( up->data() ).vlanId() == vlan && up->size() == 64 );
+   }
    pull();
    EXPECT_EQ( program.errorLine(), "vlan-endpoints: Ethernet device 'near' has gone; it is looked for until it is back" );
    plug();
@@ -223,8 +237,8 @@ Bytes echo( U8 type, std::size_t bytes, U16 id ) {
    return out;
 }
 
-/// The kernel as a station of a VLAN. A device without VLANs takes frames with a priority tag for its own all the same, and answers
-/// them without one.
+/// The kernel as a station of a VLAN. A device without VLANs takes frames with a priority tag for its own all the same, and
+/// answers them without one.
 struct KernelStation : VlanEndpointsLive, testing::WithParamInterface< U16 > {};
 
 TEST_P( KernelStation, AnswersWhatTheMultiplexerTags ) {
@@ -242,24 +256,29 @@ TEST_P( KernelStation, AnswersWhatTheMultiplexerTags ) {
    Listener listener;
    mux->newPam( vlan )->notifieeIs( &listener );
    const auto watch = activity.watch( device->fd(), Kel::FdEvents::reading(), [ & ]( Kel::FdEvents ) { device->dispatch(); } );
-   const auto tagged = [ & ]( Bytes frame ) {
-      frame.insert( frame.begin() + 12, { 0x81, 0, U8( vlan >> 8 ), U8( vlan ) } );
+   const auto tagged = [ & ]( Bytes frame, U16 with ) {
+      frame.insert( frame.begin() + 12, { 0x81, 0, U8( with >> 8 ), U8( with ) } );
       return frame;
    };
 
    std::vector< Bytes > wire;
+   if( vlan ) {   // what it is asked in another VLAN it does not hear
+      mux->newPam( vlan - 1u )->tx( Quor::TestPams::packet( arp( false ) ) );
+      wire.push_back( tagged( arp( false ), U16( vlan - 1 ) ) );
+   }
+   const std::size_t unheard = wire.size();
    for( const std::size_t bytes : { 0, 4, 1472 } ) {   // of an echo; none asks for the address first
       const Bytes request = bytes ? echo( 8, bytes, 77 ) : arp( false );
       mux->pam( vlan )->tx( Quor::TestPams::packet( request ) );
-      ASSERT_TRUE( until( [ & ] { return listener.frames.size() * 2 > wire.size(); } ) );
+      ASSERT_TRUE( until( [ & ] { return listener.frames.size() * 2 > wire.size() - unheard; } ) );
       const Bytes& got = listener.frames.back();
       // The number of an answer's datagram is the kernel's to choose.
       EXPECT_EQ( got, bytes ? echo( 0, bytes, Quor::netU16( &got[ 18 ] ) ) : arp( true ) );
-      wire.insert( wire.end(), { tagged( request ), vlan ? tagged( got ) : got } );
+      wire.insert( wire.end(), { tagged( request, vlan ), vlan ? tagged( got, vlan ) : got } );
    }
    EXPECT_EQ( captured( wire.size() ), wire );
    const std::string id = std::to_string( vlan ) + "\n", back = vlan ? id : "\n";
-   expectDecoded( id + back + id + back + id + back );
+   expectDecoded( ( vlan ? std::to_string( vlan - 1 ) + "\n" : "" ) + id + back + id + back + id + back );
 }
 
 INSTANTIATE_TEST_SUITE_P( Vlans, KernelStation, testing::Values( 0, 10, 4094 ), testing::PrintToStringParamName() );

@@ -40,7 +40,7 @@ class EthDevPam : public Pam {
       U64 rxDropped = 0;   ///< lost by the system because they came faster than they were taken
       U64 rxCut = 0;       ///< left out because the system has handed over only their beginning
       U64 txFrames = 0;    ///< taken by the system
-      U64 txDropped = 0;   ///< dropped by the system, in a full queue or by a filter, or there was no device in use to send them on
+      U64 txDropped = 0;   ///< dropped by the system (a queue was full, a filter took them), or no device was up to send them on
       U64 txRefused = 0;   ///< refused by the system, as one that is shorter than its header or too long for the device
    };
 
