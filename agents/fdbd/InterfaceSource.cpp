@@ -16,6 +16,11 @@
 // whether the hardware or the kernel did so, and hands it over as auxiliary data; only the first bytes of a frame are copied, the
 // header is all that learning needs. Frames that leave through the device are not wanted: their source is behind another port.
 //
+// This is not Quor::EthDevPam, which hands over whole frames and so has room for fewer: of 30000 frames over a veth pair that came
+// while nobody read, this socket's queue kept 10083 of 60 octets and 3641 of 1514, and that endpoint's ring 1024 of either. In
+// return each frame takes longer to read here, some 150 ns against 30 and 60. It also leaves out a frame that it could get only
+// the beginning of, and does not tell of a device that is down.
+//
 // A device that is removed gives ENETDOWN, and so does one that is merely taken down; it is given once, and a removal begins with
 // taking down. So which of the two it was is looked up a moment later, and every second from then on. A socket whose device is up
 // again goes on by itself.
