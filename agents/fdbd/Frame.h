@@ -14,11 +14,6 @@ struct Frame {
    Vlan vid = 0;
 };
 
-/// Bytes of an Ethernet header: two addresses and a type.
-constexpr std::size_t ethernetHeaderSize = 14;
-/// Bytes of a header with one tag.
-constexpr std::size_t taggedHeaderSize = 18;
-
 /// The header of a frame that starts with `bytes`; nothing when the header, or the tag that it announces, is cut short.
 std::optional< Frame > decodeFrame( std::span< const std::uint8_t > bytes );
 

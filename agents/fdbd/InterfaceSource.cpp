@@ -3,17 +3,23 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <linux/if_ether.h>
 #include <linux/if_packet.h>
-#include <net/ethernet.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <netinet/in.h>
+#include <quor/EthHdr.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
 // A packet socket (packet(7)) bound to one device. The kernel takes an 802.1Q tag out of the frame before anybody sees it,
 // whether the hardware or the kernel did so, and hands it over as auxiliary data; only the first bytes of a frame are copied, the
 // header is all that learning needs. Frames that leave through the device are not wanted: their source is behind another port.
+//
+// This is not Quor::EthDevPam, which hands over whole frames and so has room for fewer: of 30000 frames over a veth pair that came
+// while nobody read, this socket's queue kept 10083 of 60 octets and 3641 of 1514, and that endpoint's ring 1024 of either. In
+// return each frame takes longer to read here, some 150 ns against 30 and 60. It also leaves out a frame that it could get only
+// the beginning of, and does not tell of a device that is down.
 //
 // A device that is removed gives ENETDOWN, and so does one that is merely taken down; it is given once, and a removal begins with
 // taking down. So which of the two it was is looked up a moment later, and every second from then on. A socket whose device is up
@@ -26,11 +32,8 @@ namespace {
 constexpr int batchSize = 64;
 constexpr int batchesAtOnce = 16;
 constexpr std::size_t snapshot = 64;
-constexpr std::size_t tagSize = 4;
 constexpr Nanos retryInterval = nanosPerSecond;
 constexpr Nanos removalTime = nanosPerSecond / 10;
-/// ETH_P_ALL of linux/if_ether.h.
-constexpr std::uint16_t everyProtocol = 3;
 constexpr int receiveBuffer = 4 << 20;
 
 template< class T >
@@ -103,7 +106,7 @@ std::string InterfaceSource::open() {
    const unsigned index = if_nametoindex( device_.c_str() );
    if( index == 0 ) return what + systemReason( errno ) + "; 'ip link' lists the devices there are";
    // Without a protocol the socket takes no frame before it is bound to its device.
-   FileDescriptor fd( ::socket( AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0 ) );
+   Kel::UniqueFd fd( ::socket( AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0 ) );
    if( !fd ) {
       const int error = errno;
       return what + "can't open a packet socket: " + systemReason( error ) +
@@ -122,7 +125,7 @@ std::string InterfaceSource::open() {
       return what + "can't see other stations' frames: " + systemReason( errno );
    sockaddr_ll address{};
    address.sll_family = AF_PACKET;
-   address.sll_protocol = htons( everyProtocol );
+   address.sll_protocol = htons( ETH_P_ALL );
    address.sll_ifindex = static_cast< int >( index );
    if( bind( fd.get(), reinterpret_cast< const sockaddr* >( &address ), sizeof address ) != 0 )
       return what + "can't bind: " + systemReason( errno );
@@ -170,8 +173,8 @@ void InterfaceSource::deliver( int count, double time ) {
       const std::size_t length = batch_->messages[ i ].msg_len; // of the whole frame: MSG_TRUNC
       const std::span bytes( slot.bytes, std::min( length, snapshot ) );
       if( const auto* tag = strippedTag( batch_->messages[ i ].msg_hdr ) ) {
-         const auto tpid = tag->tp_status & TP_STATUS_VLAN_TPID_VALID ? tag->tp_vlan_tpid : std::uint16_t( ETHERTYPE_VLAN );
-         sink_.untaggedFrame( port_, bytes, length + tagSize, tpid, tag->tp_vlan_tci, time );
+         const auto tpid = tag->tp_status & TP_STATUS_VLAN_TPID_VALID ? tag->tp_vlan_tpid : Quor::Dot1qHdr::customerTpid;
+         sink_.untaggedFrame( port_, bytes, length + Quor::Dot1qHdr::tagBytes, tpid, tag->tp_vlan_tci, time );
       } else {
          sink_.frame( port_, bytes, length, time );
       }
@@ -195,7 +198,7 @@ void InterfaceSource::checkDown( Nanos now ) {
 void InterfaceSource::vanished( const std::string& how, Nanos now ) {
    countDropped();
    report_( "interface '" + device_ + "': " + how + "; its hosts stay until they age, and it is looked for every second" );
-   socket_ = FileDescriptor();
+   socket_.reset();
    checkAt_ = now + retryInterval;
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "FileDescriptor.h"
 #include "Ports.h"
 #include "Source.h"
+#include <kel/UniqueFd.h>
 #include <memory>
 
 namespace Fdbd {
@@ -37,7 +37,7 @@ class InterfaceSource final : public Source {
    EventSink& sink_;
    const Reporter report_;
    std::unique_ptr< Batch > batch_;
-   FileDescriptor socket_;
+   Kel::UniqueFd socket_;
    int ifindex_ = 0;
    Quor::IntfId port_;
    bool usable_ = false;

@@ -88,7 +88,7 @@ class Live : public ::testing::Test {
    /// Sends `count` frames into a device, the sources counting up from `first`.
    void send( const std::string& device, std::uint64_t first, std::initializer_list< std::pair< int, int > > tags = {},
               int count = 1 ) {
-      const FileDescriptor fd( ::socket( AF_PACKET, SOCK_RAW, 0 ) );
+      const Kel::UniqueFd fd( ::socket( AF_PACKET, SOCK_RAW, 0 ) );
       sockaddr_ll to{};
       to.sll_family = AF_PACKET;
       to.sll_ifindex = static_cast< int >( if_nametoindex( device.c_str() ) );

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "FileDescriptor.h"
 #include <cstdint>
 #include <functional>
+#include <kel/UniqueFd.h>
 #include <linux/rtnetlink.h>
 #include <span>
 #include <string>
@@ -39,7 +39,7 @@ class NetlinkSocket {
                 const std::function< void( const nlmsghdr&, std::span< const std::uint8_t > ) >& visit );
 
  private:
-   FileDescriptor fd_;
+   Kel::UniqueFd fd_;
    std::uint32_t sequence_ = 0;
 };
 

@@ -43,7 +43,8 @@ Learning:
 Output:
   --table NAME             the name of the table (default "fdb")
   --vlan-counters NAME     the name of the table of frames and octets per VLAN
-                           (default: the table's name and "-vlan-counters");
+                           (default: the table's name and "-vlan-counters"), which
+                           with "-snapshot" behind it names a third table;
                            bridges show no frames to count
   --print                  write each change to standard output as a line of JSON
                            instead of publishing it in a table; nothing is counted
@@ -175,6 +176,20 @@ std::string tableName( const char* option, const std::string& text, const char* 
    throw UsageError( option + ( ": " + std::string( e.what() ) ) );
 }
 
+/// Names the tables of counters, and refuses a name that two tables would have.
+void settleTables( const std::string& hosts, std::string& counters ) {
+   static constexpr std::string_view suffix = "-vlan-counters";
+   static constexpr std::size_t longest = Plexo::longestTableName - suffix.size() - std::string_view( snapshotSuffix ).size();
+   if( counters.empty() && hosts.size() > longest )
+      throw UsageError( "--table " + quoted( hosts ) + ": too long for the names of the VLANs' counters, which are made from it; "
+                        "give at most " + std::to_string( longest ) + " bytes, or name the counters with --vlan-counters" );
+   if( counters.empty() ) counters = hosts + std::string( suffix );
+   for( const std::string& name : { counters, counters + snapshotSuffix } )
+      if( name == hosts )
+         throw UsageError( "--vlan-counters " + quoted( counters ) + ": its table " + quoted( name ) +
+                           " is the table of hosts already; give one of them another name" );
+}
+
 Pace paceNamed( std::string_view text ) {
    if( text == "real" ) return Pace::real;
    if( text == "max" ) return Pace::max;
@@ -245,8 +260,7 @@ Options parseOptions( int argc, char* const* argv ) {
       throw UsageError( quoted( argv[ optind ] ) + ": not an option; put --capture, --interface or --bridge before it" );
    if( out.sources.empty() ) throw UsageError( "nothing to learn from: give at least one --capture, --interface or --bridge" );
    settleSources( out.sources );
-   if( out.vlanCounters.empty() && out.countsVlans() )
-      out.vlanCounters = tableName( "--vlan-counters", out.table + "-vlan-counters", snapshotSuffix );
+   if( out.countsVlans() ) settleTables( out.table, out.vlanCounters );
    const auto isCapture = []( const SourceOption& s ) { return s.kind == SourceOption::Kind::capture; };
    if( out.exitAtEnd && std::none_of( out.sources.begin(), out.sources.end(), isCapture ) )
       throw UsageError( "--exit-at-end: there is no --capture that could end" );

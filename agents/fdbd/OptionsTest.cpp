@@ -27,10 +27,19 @@ TEST( Options, StatisticsMayHaveAnIntervalOfItsOwn ) {
    EXPECT_EQ( with( { "--statistics", "2" } ).statisticsInterval, 2 * nanosPerSecond );
 }
 
+TEST( Options, NamesOfTables ) {
+   const std::string longest( 177, 'a' ), longer( 200, 'a' );
+   EXPECT_EQ( parsed( { "--capture", "a", "--table", longest } ).vlanCounters, longest + "-vlan-counters" );
+   EXPECT_EQ( parsed( { "--capture", "a", "--table", longer, "--vlan-counters", "c" } ).table, longer );
+   // Who counts nothing has one table only.
+   EXPECT_EQ( parsed( { "--bridge", "a", "--table", longer } ).table, longer );
+   EXPECT_EQ( parsed( { "--bridge", "a", "--table", "t", "--vlan-counters", "t" } ).table, "t" );
+}
+
 TEST( Options, EachMistakeIsNamed ) {
-   const std::string longName( 180, 'a' ); // fits, but leaves no room for what the names of the counters' tables add to it
-   const std::string longNameRefused = "--vlan-counters: table name '" + longName +
-      "-vlan-counters-snapshot' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot";
+   const std::string longName( 178, 'a' );
+   const std::string longNameRefused = "--table '" + longName + "': too long for the names of the VLANs' counters, which are made "
+                                       "from it; give at most 177 bytes, or name the counters with --vlan-counters";
    struct {
       std::vector< std::string > words;
       const char* text;
@@ -44,6 +53,10 @@ TEST( Options, EachMistakeIsNamed ) {
       { { "--bridge", "b", "--vlan-counters", "a/b" },
         "--vlan-counters: table name 'a/b' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot" },
       { { "--capture", "a", "--table", longName }, longNameRefused.c_str() },
+      { { "--capture", "a", "--table", "t", "--vlan-counters", "t" },
+        "--vlan-counters 't': its table 't' is the table of hosts already; give one of them another name" },
+      { { "--vlan-counters", "t", "--table", "t-snapshot", "--interface", "a" },
+        "--vlan-counters 't': its table 't-snapshot' is the table of hosts already; give one of them another name" },
       { { "a.pcap" }, "'a.pcap': not an option; put --capture, --interface or --bridge before it" },
       { { "--native-vlan", "0" }, "--native-vlan '0': give a whole number from 1 to 4094" },
       { { "--native-vlan", "4095" }, "--native-vlan '4095': give a whole number from 1 to 4094" },

@@ -105,10 +105,10 @@ bool Directory::trusts( const FileIdentity& file ) const noexcept {
 }
 
 void checkTableName( const std::string& name ) {
-   if( name.empty() || name.size() > 200 || name[ 0 ] == '.' || name.find( '/' ) != name.npos ||
+   if( name.empty() || name.size() > longestTableName || name[ 0 ] == '.' || name.find( '/' ) != name.npos ||
        name.find( '\0' ) != name.npos ) {
-      throw Kel::RangeException( "table name '" + name +
-                                 "' must have 1 to 200 bytes, no '/' and no NUL, and not begin with a dot" );
+      throw Kel::RangeException( "table name '" + name + "' must have 1 to " + std::to_string( longestTableName ) +
+                                 " bytes, no '/' and no NUL, and not begin with a dot" );
    }
 }
 

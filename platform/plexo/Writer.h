@@ -9,8 +9,10 @@ namespace [[gnu::visibility("default")]] Plexo {
 /// The directory of tables: the environment's PLEXO_DIR, else "/dev/shm/plexo".
 std::string tableDirectory();
 
-/// Throws `Kel::RangeException` for a name that no table can have: it is empty, longer than 200 bytes, begins with a dot or holds
-/// '/' or NUL.
+/// Bytes of the longest name that a table can have.
+inline constexpr std::size_t longestTableName = 200;
+/// Throws `Kel::RangeException` for a name that no table can have: it is empty, longer than that, begins with a dot or holds '/'
+/// or NUL.
 void checkTableName( const std::string& name );
 
 /// What an upsert did.

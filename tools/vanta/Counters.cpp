@@ -187,10 +187,11 @@ CommandLine commandLine( Asked& asked ) {
       .name = "vanta counters show",
       .description = "Shows what has passed through each VLAN since it was last cleared, or, where it never was,\n"
                      "since the agent started. Packets are frames by their destination address. vanta-fdbd counts what\n"
-                     "arrives, in octets of whole frames without their check sequence; out stays 0. UPDATED (in JSON\n"
-                     "statsUpdateTime, in seconds since 1970) is when a frame was last counted.\n\n"
+                     "arrives, in octets of whole frames without their check sequence; out stays 0. UPDATED (local time;\n"
+                     "in JSON statsUpdateTime, in seconds since 1970) is when a frame was last counted.\n\n"
                      "Counters are cleared within the agent that counts, as 'vanta-fdbd --help' tells. They go on then; what\n"
-                     "they were is kept in the table NAME-snapshot, and taken off here.\n\n"
+                     "they were is kept in the table NAME-snapshot, and taken off here, but not with --rate, which goes by\n"
+                     "the counters alone.\n\n"
                      "Exit codes: 0 shown; 1 the VLAN that was asked for has no counters; 3 there is no table, or it can't\n"
                      "be used.",
       .options = {

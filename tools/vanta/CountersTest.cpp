@@ -3,6 +3,7 @@
 #include "VantaTest.h"
 
 #include <Vanta/VlanCounters.h>
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -22,7 +23,7 @@ struct Counters : VantaCommand {
       return { Bridging::VlanId( vlan ), { octets, packets, 0, 0, 0, 0, 0, highest }, time };
    }
 
-   const Kel::Ptr< Plexo::Bridging::VlanCounterDir > live = Plexo::Bridging::vlanCounterDirFactory( "live" );
+   Kel::Ptr< Plexo::Bridging::VlanCounterDir > live = Plexo::Bridging::vlanCounterDirFactory( "live" );
    const Kel::Ptr< Plexo::Bridging::VlanCounterSnapshotDir > snapshots = Plexo::Bridging::vlanCounterSnapshotDirFactory( "s" );
 };
 
@@ -44,25 +45,47 @@ TEST_F( Counters, ShowsWhatPassedSinceTheSnapshot ) {
 TEST_F( Counters, RateIsOfWhatPassesBetweenTwoReadings ) {
    std::atomic< bool > done = false;
    live->vlanCounterIs( counter( 1, 1000, 1, 1 ) );
+   live->vlanCounterIs( counter( 4094, 5000, 5, 1 ) );
    EXPECT_EQ( run( "counters show --rate --interval 0.01" ).out.rfind( "VLAN  IN OCTETS/S  IN UCAST/S  ", 0 ), 0u );
    std::thread writer( [ & ] {
-      for( Kel::U64 n = 2; !done; ++n ) {
-         live->vlanCounterIs( counter( 1, n * 1000, n, double( n ) ) );
-         snapshots->vlanCounterSnapshotIs( counter( 1, n * 1000, n, double( n ) ) ); // clearing does not show in the rate
-         std::this_thread::sleep_for( std::chrono::milliseconds( 1 ) );
+      for( Kel::U16 n = 3; !done; n = std::min< Kel::U16 >( Kel::U16( n + 1 ), 4094 ) ) {
+         live->vlanCounterIs( counter( Kel::U16( 4096 - n ), 5000, 5, double( n ) ) ); // another VLAN each time
+         live->vlanCounterIs( counter( 1, n * 1000u, n, double( n ) ) );
+         snapshots->vlanCounterSnapshotIs( counter( 1, n * 1000u, n, double( n ) ) ); // clearing does not show in the rate
+         std::this_thread::sleep_for( std::chrono::milliseconds( 2 ) );
       }
    } );
    const auto json = parsed( run( "counters show --json --rate --interval 0.3" ).out );
    done = true;
    writer.join();
-   const auto& vlan = json[ "vlans" ][ 0 ];
-   const double packets = vlan[ "inUcastPkts" ].GetDouble() * json[ "seconds" ].GetDouble();
+   const auto& vlans = json[ "vlans" ];
+   const auto& vlan = vlans[ 0 ];
+   const double seconds = json[ "seconds" ].GetDouble();
+   EXPECT_GE( seconds, 0.3 );
+   EXPECT_NEAR( vlans[ 1 ][ "inUcastPkts" ].GetDouble() * seconds, 5, 1e-6 ) << "it was not there before, others behind it were";
+   EXPECT_EQ( vlans[ vlans.Size() - 1 ][ "inUcastPkts" ].GetDouble(), 0 ) << "it was, and nothing has passed";
+   const double packets = vlan[ "inUcastPkts" ].GetDouble() * seconds;
    EXPECT_NEAR( packets, double( std::int64_t( packets + 0.5 ) ), 1e-6 );
    EXPECT_GE( packets, 0.9 );
    EXPECT_NEAR( vlan[ "inOctets" ].GetDouble(), vlan[ "inUcastPkts" ].GetDouble() * 1000, 1e-3 );
    EXPECT_EQ( vlan[ "outBcastPkts" ].GetDouble(), 0 );
    EXPECT_EQ( passed( 2, highest - 2 ), 5u ) << "it has wrapped";
    EXPECT_EQ( passed( 300, 1000 ), 300u ) << "it has begun again";
+}
+
+TEST_F( Counters, OneVlanOfAWriterThatIsGone ) {
+   for( const Kel::U16 vlan : std::initializer_list< Kel::U16 >{ 1, 20, 4094 } ) live->vlanCounterIs( counter( vlan, vlan, 0, 1 ) );
+   live = nullptr;
+   for( const char* rate : { "", " --rate --interval 0.01" } ) {
+      const Outcome result = run( std::string( "counters show --json --vlan 20" ) + rate );
+      EXPECT_EQ( result.err, "vanta counters show: the writer of table 'fdb-vlan-counters' in " + directory_ +
+                                " is gone; these are its last records\n" );
+      const auto json = parsed( result.out );
+      ASSERT_EQ( json[ "vlans" ].Size(), 1u );
+      EXPECT_EQ( json[ "vlans" ][ 0 ][ "vlan" ].GetInt(), 20 );
+      EXPECT_EQ( json[ "vlans" ][ 0 ][ "inOctets" ].GetDouble(), *rate ? 0 : 20 );
+      EXPECT_STREQ( json[ "state" ].GetString(), "stale" );
+   }
 }
 
 TEST_F( Counters, ExitCodesOfShow ) {
