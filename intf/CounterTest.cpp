@@ -186,8 +186,8 @@ IntfCounterRecord counted( Kel::U64 n, const IntfCounterKey& key = current ) {
    if( !n ) return { key, {}, 0, 0 };
    n *= 100;
    return { key,
-            { n + 1, n + 2, n + 3, n + 4, n + 5, n + 6, n + 7, n + 8, n + 9, n + 10, n + 11, n + 12, n + 13, n + 14, n + 15, n + 16,
-              n + 17 },
+            { n + 1, n + 2, n + 3, n + 4, n + 5, n + 6, n + 7, n + 8, n + 9, n + 10, n + 11, n + 12, n + 13, n + 14, n + 15,
+              n + 16, n + 17 },
             static_cast< Kel::Seconds >( n + 18 ), static_cast< Kel::Seconds >( n + 19 ) };
 }
 
