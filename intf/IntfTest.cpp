@@ -34,7 +34,8 @@ TEST_F( IntfTest, AStatusIsRemadeOnlyAsItWas ) {
    // A reference is shown by the full name of its entity.
    const auto other = configs->intfConfigIs( vlan20 );
    EXPECT_EQ( thrown< Kel::NameInUseException >( [ & ] { statuses->newIntfStatus( vlan10, other, 7, "Vlan10" ); } ),
-              begins + "defaultConfig has a different value of root/config/Vlan20 than the current value of root/config/Vlan10 not allowed" );
+              begins + "defaultConfig has a different value of root/config/Vlan20 than the current value of root/config/Vlan10 "
+                       "not allowed" );
    EXPECT_EQ( thrown< Kel::NameInUseException >( [ & ] { statuses->intfStatusIs( vlan10, config, 7, "Vl10" ); } ),
               begins + "intfName has a different value of 'Vl10' than the current value of 'Vlan10' not allowed" );
    EXPECT_EQ( statuses->intfStatus( vlan10 )->genId(), 7u );

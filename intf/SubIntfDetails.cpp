@@ -5,6 +5,8 @@
 #include <kel/Assert.h>
 #include <kel/Dir.h>
 #include <quor/EthIntfId.h>
+#include <unordered_set>
+#include <vector>
 
 namespace Interface {
 
@@ -20,17 +22,21 @@ constexpr unsigned moduleShift = 13;
 /// The module that stands for port channels: one past the last of Ethernet ports.
 constexpr Kel::U32 channelModule = 31;
 
-/// The status of an interface in the status directories of `dir` and of the directories that stand in it.
-Kel::Ptr< IntfStatus > statusBelow( const Kel::Dir& dir, const Quor::IntfId& intfId ) {
-   for( auto i = dir.entryIterConst(); i; ++i ) {
-      const Kel::Ptr< Kel::Entity > entry = i.value();
-      Kel::Ptr< IntfStatus > found;
-      if( const auto statuses = dynamicCast< IntfStatusDirBase >( entry ) ) {
-         found = dynamicCast< IntfStatus >( statuses->child( Kel::keyName( intfId ) ) );
-      } else if( const auto further = dynamicCast< Kel::Dir >( entry ); further && further->parent() == &dir ) {
-         found = statusBelow( *further, intfId );
+/// The status of an interface in the status directories of `top`, but for `own`, and of the directories that stand in it.
+Kel::Ptr< IntfStatus > statusBelow( const Kel::Dir& top, const Kel::Entity& own, const Quor::IntfId& intfId ) {
+   std::vector< Kel::Ptr< const Kel::Dir > > dirs{ Kel::Ptr< const Kel::Dir >( &top ) };
+   std::unordered_set< const Kel::Dir* > seen;   // one may stand there under several names
+   for( std::size_t n = 0; n < dirs.size(); ++n ) {
+      const Kel::Ptr< const Kel::Dir > dir = dirs[ n ];
+      for( auto i = dir->entryIterConst(); i; ++i ) {
+         const Kel::Ptr< Kel::Entity > entry = i.value();
+         if( const auto statuses = dynamicCast< IntfStatusDirBase >( entry ); statuses && statuses.ptr() != &own ) {
+            const auto found = dynamicCast< IntfStatus >( statuses->child( Kel::keyName( intfId ) ) );
+            if( found && found->intfId() == intfId ) return found;
+         } else if( const auto further = dynamicCast< Kel::Dir >( entry ); further && further->parent() == dir.ptr() ) {
+            if( seen.insert( further.ptr() ).second ) dirs.push_back( further );
+         }
       }
-      if( found && found->intfId() == intfId ) return found;
    }
    return nullptr;
 }
@@ -56,7 +62,7 @@ Kel::U64 SubIntfDetailsProvider::speed( const IntfStatus& status ) const {
    const Kel::Entity* const statuses = status.parent();
    const auto* const dir = statuses ? dynamic_cast< const Kel::Dir* >( statuses->parent() ) : nullptr;
    if( !dir || !SubIntfId::isSubIntfId( status.intfId() ) ) return 0;
-   const auto parent = statusBelow( *dir, SubIntfId::parentIntfId( status.intfId() ) );
+   const auto parent = statusBelow( *dir, *statuses, SubIntfId::parentIntfId( status.intfId() ) );
    const IntfDetailsProvider* const details = parent ? intfDetailsProvider( *parent ) : nullptr;
    return details ? details->speed( *parent ) : 0;
 }

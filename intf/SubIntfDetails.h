@@ -6,7 +6,7 @@
 // loaded: type l2vlan, no connector, the speed of the parent, and an index that is made of the interface's identifier and a base.
 //
 // The parent's status is looked for in the directory that holds the sub-interface's status directory: in every other status
-// directory there, and in those of the directories below it. The speed is 0 while it is not found.
+// directory there, then in those of the directories that stand there, however deep. The speed is 0 while it is not found.
 //
 // The index of a sub-interface of an Ethernet port has from the top the sub-interface number (12 bits, up to 4094), the module (5
 // bits, up to 30) and the port (13 bits): its number, up to 8191, or where it has lanes (port - 1) * 40 + lane with ports up to

@@ -6,6 +6,7 @@
 #include <kel/Dir.h>
 #include <kel/ThrownTest.h>
 #include <quor/EthIntfId.h>
+#include <vector>
 
 // What network management is told of sub-interfaces.
 
@@ -102,6 +103,7 @@ TEST( SubIntfDetails, TheSpeedIsTheParentsAllElseAVlans ) {
    EXPECT_EQ( speedOf( "Ethernet3/2.5" ), 10u );
    EXPECT_EQ( speedOf( "Port-Channel7.1" ), 20u );
    EXPECT_EQ( speedOf( "Ethernet3/2" ), 0u );   // it has no parent, and is not its own
+   EXPECT_EQ( speedOf( "Ethernet3/2.5" ), 10u );   // nor that of others beside it
    const auto sub = subs->intfStatus( IntfId( "Ethernet3/2" ) );
    const IntfDetailsProvider* const details = intfDetailsProvider( *sub );
    EXPECT_EQ( static_cast< int >( details->ianaType( *sub ) ), 135 );
@@ -113,6 +115,46 @@ TEST( SubIntfDetails, TheSpeedIsTheParentsAllElseAVlans ) {
    EXPECT_EQ( speedOf( "Ethernet3/2.5" ), 0u );
    intfDetailsProviderIs( EthIntfStatus::_Type, ofPorts );
    other->entryDelAll();
+}
+
+/// Counts how often it is asked for a status.
+struct Asked : IntfStatusDirBase {
+   using IntfStatusDirBase::IntfStatusDirBase;
+   Kel::Ptr< Kel::Entity > child( const Name& ) const override {
+      ++times;
+      return nullptr;
+   }
+   mutable int times = 0;
+};
+
+// However deep directories are nested, each is searched once, whatever names it stands under.
+TEST( SubIntfDetails, TheParentIsFoundInNestedDirectories ) {
+   const auto asked = Kel::makePtr< Asked >( Name( "asked" ) );
+   const auto phy = vlanIntfStatusDirFactory( Name( "1" ) );
+   phy->intfStatusIs( IntfId( "Ethernet3" ), nullptr, 1, "et" )->speedIs( 10 );
+   const auto dirWith = []( const Kel::Ptr< Kel::Entity >& entity ) {
+      const auto dir = Kel::dirFactory( Name( "dir" ) );
+      dir->entryIs( entity );
+      return dir;
+   };
+   std::vector< Kel::Ptr< Kel::Dir > > dirs{ dirWith( asked ) };
+   dirs.back()->entryIs( phy );
+   while( dirs.size() < 60000 ) {
+      const auto inner = dirs.back();
+      dirs.push_back( dirWith( inner ) );
+      if( dirs.size() < 12 ) dirs.back()->entryIs( Name( "again" ), inner );
+   }
+   const auto subs = subIntfStatusDirFactory( Name( "subintf" ) );
+   dirs.back()->entryIs( subs );
+   const auto speedOf = [ & ]( const char* name ) {
+      const auto status = subs->intfStatusIs( IntfId( name ), nullptr, 1 );
+      return intfDetailsProvider( *status )->speed( *status );
+   };
+   EXPECT_EQ( speedOf( "Ethernet3.5" ), 10u );
+   asked->times = 0;
+   EXPECT_EQ( speedOf( "Ethernet4.5" ), 0u );
+   EXPECT_EQ( asked->times, 1 );
+   while( !dirs.empty() ) dirs.pop_back();   // from the outside: each is still held when the one around it goes
 }
 
 }

@@ -186,10 +186,12 @@ TEST( AttrLogTest, WholeDifferenceReplacesWhatIsStaleAndLeavesTheRest ) {
 
 TEST( AttrLogTest, DirectoryLogsReferences ) {
    const auto root = Kel::dirFactory( "root" ), other = Kel::dirFactory( "root" );
-   for( const auto& dir : { root, other } ) dir->entryIs( treeFactory( "a" ) );
+   for( const auto& dir : { root, other } ) {
+      for( const char* name : { "Ethernet3", "Ethernet3/2" } ) dir->entryIs( treeFactory( name ) );
+   }
    const auto link = Kel::dirFactory( "link" );
    root->entryIs( link );
-   root->entry< Kel::Dir >( "link" )->entryIs( "to", root->entry( "a" ) );
+   root->entry< Kel::Dir >( "link" )->entryIs( "to", root->entry( "Ethernet3/2" ) );
    link->attrLogIs( true );
    other->entryIs( Kel::dirFactory( "link" ) );
    Kel::LogOut out;
@@ -197,7 +199,7 @@ TEST( AttrLogTest, DirectoryLogsReferences ) {
    Kel::LogIn in( out.bytes() );
    const auto copy = other->entry< Kel::Dir >( "link" );
    Kel::AttrLogProxy( *copy ).update( in );
-   EXPECT_EQ( copy->entry( "to" ), other->entry( "a" ) );
+   EXPECT_EQ( copy->entry( "to" ), other->entry( "Ethernet3/2" ) );
 }
 
 TEST( AttrLogTest, ReadOnlyProxyAndForeignBytesAreRefused ) {

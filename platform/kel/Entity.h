@@ -24,12 +24,13 @@ Name keyName( const K& key ) {
    else return Name( keyName( typeOf< K >(), &key ) );
 }
 
-/// Whether the children of a collection with such keys are constructed with their key as their name, before their other parameters.
+/// Whether the children of a collection with such keys are constructed with their key as their name, before their other
+/// parameters.
 bool isNamedByKey( const Type& child, const Type& key );
 
-/// Base of every entity: it has a name and a parent, is held by `Ptr`, and tells its notifiees of every change, synchronously. Attributes
-/// are compared, stored, counted, marked in the attribute log and announced, in this order, by the functions below; the generated setters
-/// only name the attribute. An entity is used from the one thread that owns its tree.
+/// Base of every entity: it has a name and a parent, is held by `Ptr`, and tells its notifiees of every change, synchronously.
+/// Attributes are compared, stored, counted, marked in the attribute log and announced, in this order, by the functions below;
+/// the generated setters only name the attribute. An entity is used from the one thread that owns its tree.
 class Entity : public PtrInterface {
  public:
    /// The base of every generated reactor hierarchy.
@@ -438,8 +439,8 @@ constexpr Attr ptrAttr( const char* name, AttrKind kind, std::size_t offset, U32
    return row;
 }
 
-/// The row of an attribute that is computed on each read by the member function `Get`. A constant whose type can't be one in C++ is such an
-/// attribute with the flag `nonInstantiating`.
+/// The row of an attribute that is computed on each read by the member function `Get`. A constant whose type can't be one in C++
+/// is such an attribute with the flag `nonInstantiating`.
 template< class T, auto Get >
 constexpr Attr derivedAttr( const char* name, U32 flags = 0 ) {
    const auto get = []( [[maybe_unused]] const T& self ) {

@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <kel/Dir.h>
-#include <kel/Path.h>
 #include <vector>
 
 // Notification from mutators: silence on no change, order, re-entrancy of every kind, failing callbacks, and what collections
@@ -213,37 +212,6 @@ TEST_F( EntityTest, ChildrenAreNamedByTheirKeyAndKeptByTheirParameters ) {
    EXPECT_EQ( tree->spareIs( "other" ), spare );
    EXPECT_EQ( tree->spareDel(), spare );
    EXPECT_FALSE( tree->spare() );
-}
-
-TEST_F( EntityTest, PathsLeadThroughTheTree ) {
-   const Kel::Ptr< Kel::Entity > keyed = tree->keyedIs( 12 );
-   for( const char* name : { "Ethernet3/2", "", ".", ".." } ) {
-      const auto leaf = tree->leafIs( name, 1, 2 );
-      EXPECT_EQ( Kel::entityAtFullName( *keyed, leaf->fullName() ), leaf );
-   }
-   const struct {
-      Kel::Ptr< Kel::Entity > from;
-      const char *path, *fullName;
-   } paths[] = {
-      { tree, "Ethernet3/2", "tree/Ethernet3/2" },
-      { tree, "Ethernet3", "" },
-      { keyed, "", "tree/12" },
-      { keyed, "/12//./", "tree/12" },
-      { keyed, "/", "tree" },
-      { keyed, "..12", "" },
-      { keyed, ".././Ethernet3/2/..//12", "tree/12" },
-      { keyed, "../../12", "" },
-      { nullptr, "/..", "" },
-   };
-   for( const auto& [ from, path, fullName ] : paths ) {
-      const auto found = Kel::entityAtPath( from, path );
-      EXPECT_EQ( found ? found->fullName().str() : "", fullName ) << path;
-   }
-   for( const char* absent : { "", "tre", "tree.12", "tree/12/..", "tree/13" } ) {
-      EXPECT_FALSE( Kel::entityAtFullName( *keyed, absent ) ) << absent;
-   }
-   EXPECT_EQ( thrown< Kel::FrameworkException >( [ & ] { Kel::entityAtPath< Leaf >( tree, "12" ); } ),
-              "Entity is the wrong type" );
 }
 
 TEST_F( EntityTest, NullReferencesAreRefusedWhereTheyMustBe ) {

@@ -63,8 +63,8 @@ class NotifieeBase : public PtrInterface {
    /// The entity is being removed from its collection, or goes; it can still be read. Called once.
    virtual void onZombie() {}
 
-   /// A callback has thrown. The default counts, and traces at level 0 with the entity, the attribute and the text unless a `CallbackFailure`
-   /// waits for the exception. What a handler throws in turn is dropped.
+   /// A callback has thrown. The default counts, and traces at level 0 with the entity, the attribute and the text unless a
+   /// `CallbackFailure` waits for the exception. What a handler throws in turn is dropped.
    virtual void onException( U32 code, const Change& change, std::exception_ptr exception );
 
  private:
@@ -86,9 +86,9 @@ class NotifieeBase : public PtrInterface {
    U32 exceptions_ = 0;
 };
 
-/// A callback, taken apart once for a walk over many reactors. The pointer to a virtual member function is the offset of its entry in
-/// the table that an object's first word points to, plus 1 (Itanium C++ ABI, 2.3); a call through the pointer tests for that, and
-/// for more, each time.
+/// A callback, taken apart once for a walk over many reactors. The pointer to a virtual member function is the offset of its
+/// entry in the table that an object's first word points to, plus 1 (Itanium C++ ABI, 2.3); a call through the pointer tests for
+/// that, and for more, each time.
 class VirtualCallback {
  public:
    explicit VirtualCallback( NotifieeBase::Callback callback ) {
@@ -123,8 +123,9 @@ class NotifieeOf : public Base {
    Ptr< const T > notifier() const { return static_cast< const T* >( this->notifierEntity() ); }
 };
 
-/// For a caller that cannot go on when a reactor to what it changes fails. While it lives, what the default handler (`onException`) meets in
-/// this thread is kept here, the first exception of all, and not traced; of several the innermost one keeps it.
+/// For a caller that cannot go on when a reactor to what it changes fails. While it lives, what the default handler
+/// (`onException`) meets in this thread is kept here, the first exception of all, and not traced; of several the innermost one
+/// keeps it.
 class CallbackFailure {
  public:
    CallbackFailure() noexcept;
