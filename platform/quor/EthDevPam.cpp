@@ -132,7 +132,8 @@ bool EthDevPam::dispatch( U32 budget ) {
    const TxBatch batch( Kel::Ptr< EthDevPam >( this ) );
    const auto ring = ring_;
    if( !ring ) return false;
-   for( ; budget; --budget ) {
+   U32 left = budget;
+   for( ; left; --left ) {
       Kel::Ptr< Packet > frame;
       const auto taken = ring->next( frame );
       if( taken == PacketRing::Taken::nothing ) break;
@@ -142,8 +143,9 @@ bool EthDevPam::dispatch( U32 budget ) {
       deliver( frame );
       if( ring_ != ring ) return false;
    }
-   if( !budget ) return true;
-   if( deviceHasGone() ) handleGone();
+   if( !left ) return true;
+   // Where there were frames, whatever else there is keeps `fd()` readable, and a call of the system is saved.
+   if( left == budget && deviceHasGone() ) handleGone();
    return false;
 }
 
