@@ -490,8 +490,10 @@ TEST_F( DynVlan, ReadingAgain ) {
    withdraw( 0, 1 ), request( 0, 3 ), withdraw( 1, 2 ), enter( 2, lo ), sources->entryDel( "d" );
    list->intfConfigErrorIs( vlan( 3 ), true );
    reactor->hasNotificationActiveIs( true );
+   list->sourcePriorityIs( vlan( 9 ), { "z", lo } );   // as a source that has gone may leave it
    for( U32 s : { 0u, 1u } ) dirs[ s ][ 0 ]->intfConfigNotifyCollection();
    list->intfConfigErrorNotifyCollection();
+   list->sourcePriorityDel( vlan( 9 ) );
    const SourcePriorityPair a( "a", hi );
    EXPECT_TRUE( list->sourcePriority( vlan( 2 ) ) == a && list->sourcePriority( vlan( 3 ) ) == a );
    EXPECT_EQ( 2u, list->sourcePriorityCount() );

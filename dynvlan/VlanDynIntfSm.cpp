@@ -238,7 +238,10 @@ void DynVlanIntfReactor::handleIntfConfigErrors() {
    const auto self = kept( this );
    const auto list = dynVlanIntfList();
    if( !list ) return;
-   for( auto i = list->sourcePriorityIterConst(); i; ++i ) handleIntfConfigError( i.key() );
+   for( auto i = list->sourcePriorityIterConst(); i; ++i ) {
+      // An interface that was never published stays with a source that has gone, and nobody is to be told.
+      if( dynVlanIntfConfigSm( i.value() ) ) handleIntfConfigError( i.key() );
+   }
 }
 
 void DynVlanIntfReactor::handleStandbyMode() {
