@@ -10,8 +10,8 @@
 //
 // The index of a sub-interface of an Ethernet port has from the top the sub-interface number (12 bits, up to 4094), the module (5
 // bits, up to 30) and the port (13 bits): its number, up to 8191, or where it has lanes (port - 1) * 40 + lane with ports up to
-// 204 and lanes up to 40. That of a port channel has 31 for the module and the channel's number for the port. Any other
-// interface, and numbers beyond these, stop the process.
+// 204 and lanes up to 40. That of a port channel has 31 for the module and the channel's number for the port; only up to 8191 is
+// it one of its own. Any other interface, and other numbers beyond these, stop the process.
 namespace [[gnu::visibility("default")]] Interface {
 
 /// The greatest base: up to it no index overflows.

@@ -149,6 +149,11 @@ TEST_F( VlanMuxDemuxTest, DescribesItsAttributesInOrder ) {
    Ptr< Kel::GenericIf > adapter = mux->fwkType().genericIf( mux.ptr(), false ), got;
    adapter->attributeOp( { .attribute = VlanMuxDemux::Attr_::nativeVlanId }, nullptr, got );
    EXPECT_EQ( got->strRep(), "7" );
+   // By their setters alone, which may do more than store.
+   const auto seven = got;
+   for( const U16 attr : { U16( VlanMuxDemux::Attr_::nativeVlanId ), U16( VlanMuxDemux::Attr_::onePam ) } )
+      EXPECT_THROW( adapter->attributeOp( { .attribute = attr, .kind = Kel::AttributeOp::Kind::set }, seven.ptr(), got ),
+                    Kel::ConstException );
    adapter->attributeOp( { .attribute = VlanMuxDemux::Attr_::onePam }, nullptr, got );
    ASSERT_TRUE( got );
    EXPECT_EQ( got->object(), wire.ptr() );

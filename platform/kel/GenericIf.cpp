@@ -97,14 +97,19 @@ void GenericIf::genericIfListConstructor( std::span< const GenericIf* const > li
    type_.info().values->assign( mutableObject(), made.object() );
 }
 
+namespace {
+
+[[noreturn]] void notSettable( const Type& type, const Attr& row ) {
+   throw ConstException( std::string( type.qualifiedName() ) + "::" + row.name + " can't be set" );
+}
+
+}
+
 void GenericIf::setAttribute( U16 attribute, const Attr& row, const void* value ) {
    void* target = mutableObject();
-   if( type_.isEntity() ) {
-      if( !row.has( KelAttrIntrospectionFlags::writable ) ) {
-         throw ConstException( std::string( type_.qualifiedName() ) + "::" + row.name + " can't be set" );
-      }
-      return static_cast< Entity* >( target )->attrIs( attribute, value );
-   }
+   // What a machine's setters do beyond storing is not known here, so none of its attributes is writable.
+   if( !type_.isValue() && !row.has( KelAttrIntrospectionFlags::writable ) ) notSettable( type_, row );
+   if( type_.isEntity() ) return static_cast< Entity* >( target )->attrIs( attribute, value );
    // A scalar's own attribute is a plain number, so its range is checked here.
    if( type_.code() == TypeCode::scalar ) {
       LogOut bytes;
@@ -190,8 +195,7 @@ void GenericIf::valueOp( const AttributeOp& op, const Attr& row, const GenericIf
       }
       return give( result, *row.type, static_cast< const char* >( object_ ) + row.offset );
    case AttributeOp::Kind::set:
-      if( row.kind != AttrKind::scalar )
-         throw ConstException( std::string( type_.qualifiedName() ) + "::" + row.name + " can't be set" );
+      if( row.kind != AttrKind::scalar ) notSettable( type_, row );
       if( !argument ) throw RangeException( "no value given for " + std::string( type_.qualifiedName() ) + "::" + row.name );
       return setAttribute( op.attribute, row, argument->checked( *row.type ) );
    case AttributeOp::Kind::notify:
@@ -208,7 +212,8 @@ void GenericIf::entityOp( const AttributeOp& op, const Attr& row, const GenericI
       if( row.kind == AttrKind::reactor ) return unsuitable( type_, row );
       return giveReferred( result, *row.type, member, const_ );
    case AttributeOp::Kind::set: {
-      if( row.kind != AttrKind::ref || !type_.isEntity() ) unsuitable( type_, row );
+      if( row.kind != AttrKind::ref ) unsuitable( type_, row );
+      if( !type_.isEntity() ) notSettable( type_, row );
       const Ptr< Entity > value( argument ? static_cast< Entity* >( const_cast< void* >( argument->checked( *row.type ) ) )
                                           : nullptr );
       return setAttribute( op.attribute, row, &value );

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <functional>
 #include <thread>
 
 // What a VLAN has counted since it was cleared is its counter minus its snapshot. The counter is read first: whatever happens
@@ -88,8 +87,7 @@ class CounterTables {
       for( Row& row : rows ) {
          const Row snapshot = rowOf( snapshots_->vlanCounterSnapshot( Bridging::VlanId( Kel::U16( row.vlan ) ) ) );
          if( snapshot.updated > row.updated ) row.counts = {};
-         // Counts wrap, and so does the difference.
-         else std::transform( row.counts.begin(), row.counts.end(), snapshot.counts.begin(), row.counts.begin(), std::minus<>() );
+         else std::transform( row.counts.begin(), row.counts.end(), snapshot.counts.begin(), row.counts.begin(), passed );
       }
       return rows;
    }

@@ -34,6 +34,7 @@ TEST_F( Counters, ShowsWhatPassedSinceTheSnapshot ) {
    snapshots->vlanCounterSnapshotIs( counter( 1, highest - 4, 100, 1000000000 ) ); // the count has wrapped since
    snapshots->vlanCounterSnapshotIs( counter( 10, 4000, 200, 1000000000.5 ) );     // newer than the count
    snapshots->vlanCounterSnapshotIs( counter( 11, 4000, 200, 1000000000 ) );
+   snapshots->vlanCounterSnapshotIs( { Bridging::VlanId( 4094 ), { 50, 20, 0, 0, 0, 0, 0, 0 }, 1e9 } ); // it has begun again since
    const std::string time = "  2001-09-09 01:46:40\n";
    EXPECT_EQ( run( "counters show" ).out,
       "VLAN  IN OCTETS  IN UCAST  IN MCAST  IN BCAST  OUT OCTETS  OUT UCAST  OUT MCAST             OUT BCAST  UPDATED\n"
