@@ -132,8 +132,7 @@ bool EthDevPam::dispatch( U32 budget ) {
    const TxBatch batch( Kel::Ptr< EthDevPam >( this ) );
    const auto ring = ring_;
    if( !ring ) return false;
-   U32 left = budget;
-   for( ; left; --left ) {
+   for( ; budget; --budget ) {
       Kel::Ptr< Packet > frame;
       const auto taken = ring->next( frame );
       if( taken == PacketRing::Taken::nothing ) break;
@@ -143,9 +142,8 @@ bool EthDevPam::dispatch( U32 budget ) {
       deliver( frame );
       if( ring_ != ring ) return false;
    }
-   if( !left ) return true;
-   // Where there were frames, whatever else there is keeps `fd()` readable, and a call of the system is saved.
-   if( left == budget && deviceHasGone() ) handleGone();
+   if( !budget ) return true;
+   if( deviceHasGone() ) handleGone();
    return false;
 }
 

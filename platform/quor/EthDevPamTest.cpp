@@ -205,6 +205,14 @@ TEST_F( EthDevPamTest, TellsOnceOfADeviceThatVanishesAndOpensItAgain ) {
    }
 }
 
+/// False leaves nothing behind, so that whoever watches for edges does not miss the end.
+TEST_F( EthDevPamTest, OneCallDeliversWhatCameAndTellsOfTheEnd ) {
+   far->send( frame( {}, 1 ) );
+   pull();
+   EXPECT_FALSE( pam->dispatch() );
+   EXPECT_TRUE( listener.frames.size() == 1 && listener.gone.size() == 1 );
+}
+
 TEST_F( EthDevPamTest, GoesOnWhenADeviceIsTakenDownAndUpOrLeavesABridge ) {
    ASSERT_TRUE( run( "ip link set near down" ) );
    activity.runFor( std::chrono::milliseconds( 20 ) );
