@@ -152,7 +152,8 @@ void GenericIf::attributeOp( const AttributeOp& op, const GenericIf* argument, P
       throw RangeException( std::string( type_.qualifiedName() ) + " has no attribute number " + std::to_string( op.attribute ) );
    }
    const Attr& row = type_.attr( op.attribute );
-   if( result ) *result = nullptr;
+   // The result of an earlier operation may be the argument or the key of this one.
+   const Ptr< GenericIf > former = result ? std::move( *result ) : nullptr;
    switch( row.kind ) {
    case AttrKind::map:
    case AttrKind::queue:

@@ -44,6 +44,11 @@ TEST_F( GenericIfTest, ValuesAreBuiltReadAndSetByName ) {
    EXPECT_EQ( value->stringValue(), "Value('Facets::Pair', ** {'outer': 3, 'inner': 9})" );
    const If copy = type.genericIf( value.ptr(), true );
    EXPECT_EQ( copy->as< Pair >(), Pair( 3, 9 ) );
+   // What one operation gives may go right into the next.
+   If own9 = perform( copy, "inner", Kind::get );
+   type.genericIf( Kel::String8( "Value('Facets::Pair', ** {})" ), false )
+      ->attributeOp( { static_cast< Kel::U16 >( type.attributeId( "inner" ) ), Kind::set }, own9.ptr(), own9 );
+   EXPECT_FALSE( own9 );
    const Arg outer( Vid( 7 ) );
    EXPECT_EQ( thrown< Kel::ConstException >( [ & ] { perform( copy, "outer", Kind::set, &outer ); } ),
               "attempting to modify a const instance" );
